@@ -1,0 +1,31 @@
+# What `cmake --install` puts in place: libraries, headers, the CMake package and the pkg-config files.
+include(CMakePackageConfigHelpers)
+
+install(
+    TARGETS veltorstl veltorplatform ldtr
+    EXPORT veltorTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/veltor" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING
+        PATTERN "*.h")
+install(
+    EXPORT veltorTargets
+    NAMESPACE veltor::
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
+configure_package_config_file(
+    "${PROJECT_SOURCE_DIR}/cmake/veltorConfig.cmake.in" "${PROJECT_BINARY_DIR}/veltorConfig.cmake"
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/veltorConfig.cmake" "${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake"
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
+
+foreach(module veltorstl veltorplatform ldtr)
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in" "${PROJECT_BINARY_DIR}/${module}.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/${module}.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
+
+if(VELTOR_BUILD_TOOL)
+    install(TARGETS veltor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES "${PROJECT_SOURCE_DIR}/man/veltor.1" DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()

@@ -1,0 +1,42 @@
+# Settings that only our own targets use: whoever embeds the project keeps their own.
+
+add_library(veltor_warnings INTERFACE)
+target_compile_options(veltor_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+# GCC 12 sees an overlap in `"text" + std::string` that is not there (its bug 105651).
+target_compile_options(
+    veltor_warnings INTERFACE
+                    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
+
+add_library(veltor_options INTERFACE)
+target_compile_features(veltor_options INTERFACE cxx_std_20 c_std_99)
+# No build path reaches a binary: two builds in different folders give the same bytes.
+target_compile_options(
+    veltor_options INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=")
+if(VELTOR_SANITIZE)
+    target_compile_options(
+        veltor_options INTERFACE -fsanitize=${VELTOR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(veltor_options INTERFACE -fsanitize=${VELTOR_SANITIZE})
+endif()
+
+# Gives a target of ours the warnings, the options and hidden visibility.
+function(veltor_own_target target)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:veltor_warnings> $<BUILD_INTERFACE:veltor_options>)
+    set_target_properties(
+        ${target}
+        PROPERTIES CXX_EXTENSIONS OFF
+                   C_EXTENSIONS OFF
+                   CXX_VISIBILITY_PRESET hidden
+                   C_VISIBILITY_PRESET hidden
+                   VISIBILITY_INLINES_HIDDEN ON
+                   POSITION_INDEPENDENT_CODE ON)
+endfunction()
+
+# Limits what a shared library exports to its version script, and refuses undefined symbols.
+function(veltor_export_list target mapFile)
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${mapFile}")
+    if(NOT VELTOR_SANITIZE)
+        target_link_options(${target} PRIVATE "LINKER:-z,defs")
+    endif()
+    set_target_properties(
+        ${target} PROPERTIES LINK_DEPENDS "${mapFile}" VERSION ${PROJECT_VERSION} SOVERSION 1)
+endfunction()
