@@ -1,0 +1,279 @@
+/*
+ * veltor: the configuration API of the directory server.
+ *
+ * Conventions of the whole API
+ * ----------------------------
+ * Handle     cfg_init makes a handle, cfg_unbind releases it. The handle is the first argument of
+ *            every call that takes one. Calling order: cfg_init, any cfg_set_option, cfg_bind_s, any
+ *            number of searches and updates, cfg_unbind.
+ * Codes      Functions that return int give 0 for success or an LDAP result code below 1000. The
+ *            kept exception adds a library code (cfg_get_exterror): a CFG_ERR_ constant, a code
+ *            between 1000 and 1035 without a name, or the LDAP code again. cfg_err2string turns
+ *            either kind into a text.
+ * Reset      Every call that takes a handle, except the option calls and the error accessors, first
+ *            drops the exception and the texts that the handle kept from the call before.
+ * Ownership  What a call hands out as a fresh copy is freed by the caller: result trees with
+ *            cfg_msgfree, texts with cfg_memfree, value arrays with cfg_value_free, cursors with
+ *            cfg_ber_free. Texts marked "lent" belong to the handle and live until its next reset.
+ *            A result tree does not refer to the handle: it survives further calls and cfg_unbind.
+ * Failures   No call lets a C++ exception escape. Argument errors give 89 (CFG_LDAP_PARAM_ERROR)
+ *            and keep no exception.
+ * Threads    A handle serves one thread at a time; nothing in it is locked. Different handles may be
+ *            used by different threads. Options 1002 and 1003 are flags of the whole process.
+ * Locale     cfg_init sets the process locale from the environment (LC_ALL, LC_CTYPE, LANG). File
+ *            contents are read in that locale's encoding; in the "C" locale only ASCII can be read.
+ */
+#ifndef VELTOR_CFG_H
+#define VELTOR_CFG_H
+
+#include <ldap.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifdef __GNUC__
+#pragma GCC visibility push(default)
+#endif
+
+/* Handle options (cfg_set_option, cfg_get_option). The numbers are ABI. */
+#define CFG_OPT_HANDLE_FLAG1 1000      /* boolean, default 1: kept and reported only */
+#define CFG_OPT_HANDLE_FLAG2 1001      /* boolean, default 0: kept and reported only */
+#define CFG_OPT_SHOW_SOURCE 1002       /* boolean, default 0, process-wide: exception texts name the source line */
+#define CFG_OPT_SHOW_STACK 1003        /* boolean, default 1, process-wide: exception texts include the causes */
+#define CFG_OPT_DELETE_NON_LEAVES 1004 /* boolean, default 0: an entry may be deleted with its subtree */
+#define CFG_OPT_CONFIG_FILE 1005       /* text, default unset: the configuration file of the next bind */
+#define CFG_OPT_BACKUP_FILE 1006       /* text, default unset: name under which a write keeps the previous file */
+
+/* Library codes that have a name. The numbers are ABI; codes between 1000 and 1035 not listed here have none. */
+#define CFG_ERR_UNEXPECTED 1000
+#define CFG_ERR_FILENAME_INVALID 1001
+#define CFG_ERR_FILE_NOT_FOUND 1003
+#define CFG_ERR_FILE_OPEN 1004
+#define CFG_ERR_SINGLE_VALUED 1006
+#define CFG_ERR_NOT_IN_OBJECTCLASS 1007
+#define CFG_ERR_NO_BINARY_REP 1008
+#define CFG_ERR_NO_STRING_REP 1009
+#define CFG_ERR_UNKNOWN_MOD_OP 1010
+#define CFG_ERR_DN_MISSING_ATTR 1011
+#define CFG_ERR_DN_ATTR_INVALID 1012
+#define CFG_ERR_DN_MISSING_VALUE 1013
+#define CFG_ERR_DN_VALUE_INVALID 1014
+#define CFG_ERR_INT_RANGE 1015
+#define CFG_ERR_INT_INVALID 1016
+#define CFG_ERR_ENUM_INVALID 1017
+#define CFG_ERR_LENGTH_RANGE 1018
+#define CFG_ERR_BITMASK 1019
+#define CFG_ERR_OID_INVALID 1020
+#define CFG_ERR_FILENAME_VALUE_INVALID 1029
+#define CFG_ERR_PLUGIN_INIT 1035
+
+/* Result codes of this API that LDAP client libraries number differently. Compare with these, never
+   with the client library's own constants of similar name, which may be negative. */
+#define CFG_LDAP_AUTH_UNKNOWN 86
+#define CFG_LDAP_PARAM_ERROR 89
+#define CFG_LDAP_NO_MEMORY 90
+#define CFG_LDAP_CONNECT_ERROR 91
+#define CFG_LDAP_NOT_SUPPORTED 92
+
+/* A node of a search result. Read it directly or walk it with the functions below. */
+typedef struct cfg_message {
+    int kind;                     /* 0 entry, 1 attribute, 2 value */
+    char *text;                   /* entry: its DN; attribute: its name; value: its text */
+    struct cfg_message *children; /* entry: first attribute; attribute: first value; value: null */
+    struct cfg_message *next;     /* the next node of the same level */
+} cfg_message;
+
+/* Position in the attributes of one entry: made by cfg_first_attribute, freed with cfg_ber_free. */
+typedef struct cfg_cursor cfg_cursor;
+
+/* ---- Sessions ---- */
+
+/*
+ * Makes an unbound handle with every option at its default and sets the process locale from the
+ * environment, under the platform's locale mutex. Options 1002 and 1003 of the whole process go back
+ * to their defaults.
+ * Returns the handle (release: cfg_unbind), or null when memory is short.
+ */
+void *cfg_init(void);
+
+/*
+ * Sets one option. Never resets the handle and keeps no exception.
+ * value   boolean options: an integer in the pointer-sized argument, for example (const void *)1L;
+ *         1005 and 1006: a text of 1 to 4096 bytes, which is copied, or null to unset the name.
+ * Returns 0, also for an option outside 1000 to 1006, which changes nothing; 89 for a null handle; the
+ *         value check's code (21) for a bad file name, which leaves the old one; 90 when memory is short.
+ */
+int cfg_set_option(void *handle, int option, const void *value);
+
+/*
+ * Reads one option. Never resets the handle.
+ * out     boolean options: int *, set to 0 or 1; 1005 and 1006: char **, set to a fresh copy
+ *         (free: cfg_memfree) or to null when the name is unset or memory is short.
+ * Returns 0, also for an option outside 1000 to 1006, which leaves *out alone; 89 for a null argument.
+ */
+int cfg_get_option(void *handle, int option, void *out);
+
+/*
+ * Loads the configuration file (option 1005, else the default) and authenticates against its entry
+ * "cn=Configuration". A load that finds lines it can't use keeps them under the name
+ * zor-slapdInvalidLine and writes the file back at once.
+ * who, credentials   the administrator's DN and clear password, or both null for an anonymous bind.
+ * method             LDAP_AUTH_SIMPLE (0x80); every other number is 86.
+ * Returns 0 or a code: 49 (nothing kept) for wrong or incomplete credentials; 86; 89 for a null handle;
+ *         91 for a file that is missing or can't be opened; 80 for one that can't be read; the code of
+ *         the line that ended the load (34, 65, 162).
+ * A second bind on the same handle opens the file anew; results and texts of the first stay valid.
+ */
+int cfg_bind_s(void *handle, const char *who, const char *credentials, int method);
+
+/* Drops the last result, the kept exception and the lent texts. Returns 0, or 89 for a null handle. */
+int cfg_reset(void *handle);
+
+/*
+ * Releases the handle and everything it owns; writes nothing. The handle must not be used afterwards.
+ * Returns 0, or 89 for a null handle. (1 is kept for a store that can't be released; this one always can.)
+ */
+int cfg_unbind(void *handle);
+
+/* The install root, "/usr/ldap". Static text. */
+const char *getInstallPath(void);
+
+/* The default configuration file, "/usr/ldap/etc/zorslapd.conf". Static text. */
+const char *getDefaultConfigFilename(void);
+
+/* ---- Search and result walking ---- */
+
+/*
+ * Searches the configuration, after re-reading the file if it changed on disk.
+ * base       DN text; null or "" is the root above all entries.
+ * scope      1 the entries directly below the base, 2 the base and everything below it, any other
+ *            number the base alone.
+ * filter     "name" or "name=*": the entry has the attribute; "name=value": it has that value, compared
+ *            as the attribute's type compares, with \xx for a byte. One pair of parentheses around the
+ *            whole is taken off. Null, "" and "()" mean "objectclass=*".
+ * attrs      null-terminated list of the attribute names to return, letter case ignored; null: all.
+ * attrsonly  has no effect on what is returned.
+ * res        receives the first entry (free: cfg_msgfree), or null when nothing was found or on failure.
+ * Password values come back as clear text.
+ * Returns 0, also when nothing was found; 32 when the base does not exist; 34 for a bad base; 89 for a
+ *         null handle, a null res or an unbound handle; 90 when memory is short; the decoder's code for a
+ *         password that can't be decoded; the load's code when the file changed and can't be read.
+ */
+int cfg_search_s(void *handle, const char *base, int scope, const char *filter, char **attrs, int attrsonly,
+                 cfg_message **res);
+
+/*
+ * The walking functions allow a null handle: they then work as usual and record no result code. Where a
+ * pointer is returned, null says "none" or "failed", and cfg_get_errno tells which: 0, 16 for an unknown
+ * attribute, 89 for a bad argument, 90 when memory is short.
+ */
+
+/* The first entry of a result: the result itself, or null. */
+cfg_message *cfg_first_entry(void *handle, cfg_message *result);
+
+/* The entry behind this one, or null. */
+cfg_message *cfg_next_entry(void *handle, cfg_message *entry);
+
+/* The number of entries from this one on; 0 for null. 89 for a null handle, as if it were a count. */
+int cfg_count_entries(void *handle, cfg_message *result);
+
+/* A fresh copy of the entry's DN (free: cfg_memfree), or null; 89 for a node that is not an entry. */
+char *cfg_get_dn(void *handle, cfg_message *entry);
+
+/*
+ * A fresh copy of the entry's first attribute name (free: cfg_memfree), or null. *cursor receives a new
+ * cursor (free: cfg_ber_free), also when the entry has no attributes.
+ */
+char *cfg_first_attribute(void *handle, cfg_message *entry, cfg_cursor **cursor);
+
+/* A fresh copy of the next attribute name, or null behind the last. The cursor alone holds the position. */
+char *cfg_next_attribute(void *handle, cfg_message *entry, cfg_cursor *cursor);
+
+/* The number of attributes of the entry; 0 for null. 89 for a null handle, as if it were a count. */
+int cfg_count_attributes(void *handle, cfg_message *entry);
+
+/*
+ * A fresh null-terminated array of copies of the attribute's values (free: cfg_value_free), or null: the
+ * entry has no such attribute (16), or the attribute has no values (0). Letter case of the name is ignored.
+ */
+char **cfg_get_values(void *handle, cfg_message *entry, const char *name);
+
+/* The number of texts before the terminating null; 0 for a null array. */
+int cfg_count_values(char **values);
+
+/* Frees an array from cfg_get_values with its texts; nothing for null. */
+void cfg_value_free(char **values);
+
+/* Frees a node, what is below it and what follows it, in constant stack. Returns 0. */
+int cfg_msgfree(cfg_message *result);
+
+/* Frees a cursor; nothing for null. */
+void cfg_ber_free(cfg_cursor *cursor);
+
+/* Frees a text that this API handed out; nothing for null. */
+void cfg_memfree(void *pointer);
+
+/* ---- Errors ---- */
+
+/*
+ * The text for a result code or library code. Static, never null. Codes up to 999 have the LDAP client
+ * library's texts, a code that no table knows has "Unknown error".
+ */
+const char *cfg_err2string(int code);
+
+/* The handle's last result code; 89 for a null handle. */
+int cfg_get_errno(void *handle);
+
+/* The kept exception's library code, else the last result code; 89 for a null handle. */
+int cfg_get_exterror(void *handle);
+
+/* Does nothing: an entry point that callers of the classic interface expect. The library never prints. */
+void cfg_perror(void *handle, const char *text);
+
+/*
+ * The accessors below describe the last failure from the exception that the handle keeps. They do not
+ * reset the handle. Texts and lists are lent. Without a kept exception they give null, "" or 0 as told.
+ */
+
+/* A full report in several lines, ending in a line feed; null when no exception is kept. */
+const char *cfg_dump_exception(void *handle);
+
+/* The configuration file concerned, else the one that is bound or would be. */
+const char *cfg_get_file_name(void *handle);
+
+/* The line of that file, 1-based; 0 when none is known. */
+int cfg_get_file_line(void *handle);
+
+/* The DN of the entry concerned, or ""; null when no exception is kept. */
+const char *cfg_get_entry(void *handle);
+
+/* The name of the attribute concerned; null when none is known. */
+const char *cfg_get_attribute(void *handle);
+
+/* The offending value, or ""; null when no exception is kept. */
+const char *cfg_get_value(void *handle);
+
+/* The values that the attribute's type allows, null-terminated; null when it has no such list. */
+const char *const *cfg_get_enum(void *handle);
+
+/* The bits that the attribute's type allows; 0 when it has no mask. */
+long cfg_get_bitmask(void *handle);
+
+/* The lower and the upper bound of the attribute's type: of the number, or of the text's length in bytes.
+   Both 0 mean that it has no range. */
+long cfg_get_minimum(void *handle);
+long cfg_get_maximum(void *handle);
+
+/* 1 when the attribute's type is declared single-valued, which the library reports and does not enforce. */
+int cfg_get_is_single(void *handle);
+
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

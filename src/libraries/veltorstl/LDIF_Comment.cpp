@@ -1,0 +1,38 @@
+// Runs of comment lines.
+#include "LDIF_Comment.h"
+
+#include <iterator>
+#include <utility>
+
+LDIF_Comment& LDIF_Comment::operator+=(const LDIF_Comment& other)
+{
+    // Through a copy where both are the same: inserting a list into itself is not defined.
+    absorb(LDIF_Comment(other));
+    return *this;
+}
+
+void LDIF_Comment::absorb(LDIF_Comment&& other)
+{
+    if (lines.empty()) {
+        lines = std::move(other.lines);
+    } else {
+        lines.insert(lines.end(), std::make_move_iterator(other.lines.begin()),
+                     std::make_move_iterator(other.lines.end()));
+    }
+    other.lines.clear();
+}
+
+std::string LDIF_Comment::str() const
+{
+    std::string text;
+    appendTo(text);
+    return text;
+}
+
+void LDIF_Comment::appendTo(std::string& text) const
+{
+    for (const auto& line : lines) {
+        text += line.str();
+        text += '\n';
+    }
+}

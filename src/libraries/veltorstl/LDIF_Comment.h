@@ -1,0 +1,29 @@
+// The comment lines of the file that belong to one attribute or entry.
+#ifndef VELTOR_LDIF_COMMENT_H
+#define VELTOR_LDIF_COMMENT_H
+
+#include "LDIF_Line.h"
+
+#include <string>
+#include <vector>
+
+/// Comment lines in file order, each kept whole with its "#". An entry's comment also keeps blank lines.
+class LDIF_Comment
+{
+public:
+    std::vector<LDIF_Line> lines;
+
+    /// Appends copies of the other's lines.
+    LDIF_Comment& operator+=(const LDIF_Comment& other);
+
+    /// Each line followed by a line feed.
+    virtual std::string str() const;
+
+    /// What += would do with the other's lines, which are given up.
+    void absorb(LDIF_Comment&& other);
+
+    /// Appends str() to a text.
+    void appendTo(std::string& text) const;
+};
+
+#endif

@@ -1,0 +1,663 @@
+// Parsing, printing and ordering of distinguished names.
+//
+// One parser serves both roads: plain ASCII is read as it stands, everything else after one conversion to wide
+// characters. It walks a view, so a DN of n parts costs one pass and not n copies of its rest.
+#include "LDIF_DN.h"
+
+#include "LDIF_Exception.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <ostream>
+#include <string_view>
+#include <type_traits>
+
+namespace veltor::detail {
+
+namespace {
+
+// Classes of the ASCII characters that the grammar names.
+enum CharacterClass : unsigned char { letter = 1, digit = 2, inKey = 4, inOid = 8, isSpecial = 16 };
+
+constexpr auto characterClasses = [] {
+    std::array<unsigned char, 128> classes{};
+    const auto mark = [&classes](std::string_view characters, unsigned char mask) {
+        for (const char character : characters) {
+            auto& entry = classes.at(static_cast<unsigned char>(character));
+            entry = static_cast<unsigned char>(entry | mask);
+        }
+    };
+    mark("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", letter | inKey);
+    mark("0123456789", digit | inKey | inOid);
+    mark("-", inKey);
+    mark(".", inOid);
+    mark(",=+<>#;\\\"", isSpecial);
+    return classes;
+}();
+
+template <class Character>
+bool isOf(Character character, unsigned mask)
+{
+    const auto code = static_cast<std::make_unsigned_t<Character>>(character);
+    return code < characterClasses.size() && (characterClasses[code] & mask) != 0;
+}
+
+bool isSpace(char character)
+{
+    return isAsciiSpace(character);
+}
+
+bool isSpace(wchar_t character)
+{
+    return w_my_isspace(character);
+}
+
+std::string narrow(std::string_view text)
+{
+    return std::string(text);
+}
+
+std::string narrow(std::wstring_view text)
+{
+    return wide2multibyte(std::wstring(text));
+}
+
+[[noreturn]] void refuse(int line, int libraryCode, const std::string& message)
+{
+    throw LDIF_Exception(__FILE_NAME__, line, result::invalidDnSyntax, libraryCode, message.c_str());
+}
+
+constexpr int missingAttribute = 1011;
+constexpr int badAttribute = 1012;
+constexpr int missingValue = 1013;
+constexpr int badValue = 1014;
+
+} // namespace
+
+/// The parser of all levels. A level raises its own complaints as they are and passes on those of the level
+/// below wrapped, so a caller sees one record for each level between the fault and itself.
+template <class Character>
+class DnParser
+{
+public:
+    using View = std::basic_string_view<Character>;
+
+    explicit DnParser(View text) : rest_(text) {}
+
+    std::string rest() const { return narrow(rest_); }
+
+    // attribute type: a letter and key characters, or a digit and oid characters
+    LDIF_RDN_attribute attribute()
+    {
+        if (rest_.empty()) {
+            refuse(__LINE__, missingAttribute, "Missing RDN attribute");
+        }
+        unsigned allowed = 0;
+        if (isOf(rest_.front(), letter)) {
+            allowed = inKey;
+        } else if (isOf(rest_.front(), digit)) {
+            allowed = inOid;
+        } else {
+            constexpr std::size_t shown = 20;
+            const auto equals = rest_.find(Character('='));
+            refuse(__LINE__, badAttribute,
+                   "Invalid attribute sytax: " + narrow(rest_.substr(0, equals != View::npos ? equals : shown)));
+        }
+        const auto end =
+            std::find_if(rest_.begin(), rest_.end(), [=](Character character) { return !isOf(character, allowed); });
+        const auto length = static_cast<std::size_t>(end - rest_.begin());
+        LDIF_RDN_attribute type;
+        if constexpr (std::is_same_v<Character, char>) {
+            type.assign(rest_.data(), length);
+        } else {
+            type.assign(narrow(rest_.substr(0, length)));
+        }
+        skip(length);
+        return type;
+    }
+
+    // value: "#" hex pairs, or a quoted text, or a plain text
+    LDIF_RDN_value value()
+    {
+        const View input = rest_;
+        std::string complaint;
+        auto decoded =
+            below({VELTOR_HERE, "System error parsing rdn value: "}, input, [&] { return decodedValue(complaint); });
+        if (!complaint.empty()) {
+            refuse(__LINE__, badValue, complaint);
+        }
+        return decoded;
+    }
+
+    // attribute type "=" value
+    LDIF_RDN_pair pair()
+    {
+        const View input = rest_;
+        if (rest_.empty()) {
+            refuse(__LINE__, missingAttribute, "Missing RDN attribute");
+        }
+        const Layer layer{VELTOR_HERE, "System error parsing rdn: "};
+        auto type = below(layer, input, [this] { return attribute(); });
+        if (rest_.empty()) {
+            refuse(__LINE__, missingValue, "Missing RDN value: " + type);
+        }
+        if (rest_.front() != Character('=')) {
+            refuse(__LINE__, badAttribute, "Invalid character in RDN attribute: " + narrow(rest_.substr(0, 1)));
+        }
+        skip(1);
+        auto content = below(layer, input, [this] { return value(); });
+        if (type.empty()) {
+            refuse(__LINE__, missingAttribute, "Missing RDN attribute: <NULL>=" + content.str());
+        }
+        return {std::move(type), std::move(content)};
+    }
+
+    // pair, or several joined by "+"
+    LDIF_RDN rdn()
+    {
+        const View input = rest_;
+        if (rest_.empty()) {
+            refuse(__LINE__, missingAttribute, "Missing RDN attribute");
+        }
+        LDIF_RDN pairs;
+        for (;;) {
+            pairs.push_back(below({VELTOR_HERE, "System error parsing rdn: "}, input, [this] { return pair(); }));
+            if (rest_.empty() || atSeparator()) {
+                break;
+            }
+            if (rest_.front() != Character('+')) {
+                refuse(__LINE__, badValue, "Invalid character in RDN value: " + narrow(rest_.substr(0, 1)));
+            }
+            skip(1);
+        }
+        if (pairs.size() > 1) {
+            // What adding them one by one would give: ascending, and of equal pairs the first.
+            const auto less = [](const auto& left, const auto& right) { return left.compare(right) < 0; };
+            const auto equal = [](const auto& left, const auto& right) { return left.compare(right) == 0; };
+            std::stable_sort(pairs.begin(), pairs.end(), less);
+            pairs.erase(std::unique(pairs.begin(), pairs.end(), equal), pairs.end());
+        }
+        return pairs;
+    }
+
+    // RDN, or several separated by "," or ";"; parsed leftmost first, kept root first
+    void dn(LDIF_DN& into, const std::string& wholeText)
+    {
+        // Also after a failure the RDNs parsed so far are moved to the root side of those present.
+        struct ToRootSide
+        {
+            LDIF_DN& dn;
+            std::ptrdiff_t present;
+            ~ToRootSide()
+            {
+                std::reverse(dn.begin() + present, dn.end());
+                std::rotate(dn.begin(), dn.begin() + present, dn.end());
+            }
+        } const finish{into, std::ssize(into)};
+        const auto nameText = [&wholeText](LDIF_Exception& failure) { failure.value = wholeText; };
+        for (;;) {
+            guarded(
+                {VELTOR_HERE, "System error parsing dn"}, [&] { into.push_back(rdn()); }, nameText);
+            if (rest_.empty()) {
+                return;
+            }
+            if (!atSeparator()) {
+                LDIF_Exception failure(VELTOR_HERE, result::other, 1000, "Unexpected syntax error");
+                nameText(failure);
+                throw failure;
+            }
+            skip(1);
+        }
+    }
+
+private:
+    template <class Work>
+    static auto below(const Layer& layer, View input, Work&& work)
+    {
+        return guarded(layer, std::forward<Work>(work), [input](LDIF_Exception& failure) {
+            if (failure.nested == nullptr) {
+                failure.msg += narrow(input);
+            }
+        });
+    }
+
+    bool atSeparator() const { return rest_.front() == Character(',') || rest_.front() == Character(';'); }
+
+    void skip(std::size_t count)
+    {
+        rest_.remove_prefix(count);
+        stripRest();
+    }
+
+    void stripRest()
+    {
+        rest_.remove_prefix(leadingLength(rest_, [](Character character) { return isSpace(character); }));
+    }
+
+    // Fills in the complaint where the text breaks the syntax; the caller raises it outside its guard.
+    LDIF_RDN_value decodedValue(std::string& complaint)
+    {
+        LDIF_RDN_value decoded;
+        if (rest_.empty()) {
+            return decoded;
+        }
+        if (rest_.front() == Character('#')) {
+            decodeBinary(decoded);
+        } else if (rest_.front() == Character('"')) {
+            complaint = decodeQuoted(decoded);
+        } else {
+            complaint = decodePlain(decoded);
+        }
+        if (complaint.empty()) {
+            stripRest();
+        }
+        return decoded;
+    }
+
+    // "#" followed by hex pairs; what follows the last whole pair is the caller's to judge
+    void decodeBinary(LDIF_RDN_value& decoded)
+    {
+        decoded.form = LDIF_RDN_value::binary;
+        rest_.remove_prefix(1);
+        while (takeHexByte(decoded)) {
+        }
+    }
+
+    // '"' characters and escapes '"'; a missing closing quote is no error
+    std::string decodeQuoted(LDIF_RDN_value& decoded)
+    {
+        const View input = rest_;
+        decoded.form = LDIF_RDN_value::quoted;
+        rest_.remove_prefix(1);
+        while (!rest_.empty()) {
+            const auto run = std::min(rest_.find_first_of(quotedStops), rest_.size());
+            decoded.std::string::append(narrow(rest_.substr(0, run)));
+            rest_.remove_prefix(run);
+            if (rest_.empty()) {
+                break;
+            }
+            if (rest_.front() == Character('"')) {
+                rest_.remove_prefix(1);
+                break;
+            }
+            if (std::string complaint = takeEscape(decoded, input); !complaint.empty()) {
+                return complaint;
+            }
+        }
+        return {};
+    }
+
+    // characters and escapes up to a special character
+    std::string decodePlain(LDIF_RDN_value& decoded)
+    {
+        const View input = rest_;
+        decoded.form = LDIF_RDN_value::plain;
+        bool escaped = false;
+        while (!rest_.empty()) {
+            const auto end = std::find_if(rest_.begin(), rest_.end(),
+                                          [](Character character) { return isOf(character, isSpecial); });
+            const auto run = static_cast<std::size_t>(end - rest_.begin());
+            const bool valueEnds = end == rest_.end() || *end != Character('\\');
+            auto text = rest_.substr(0, run);
+            rest_.remove_prefix(run);
+            if (valueEnds && !escaped) {
+                // The usual value: trimmed before it is copied.
+                text = text.substr(0, trimmedLength(text, [](Character character) { return isSpace(character); }));
+                decoded.assign(narrow(text));
+                return {};
+            }
+            decoded.std::string::append(narrow(text));
+            if (valueEnds) {
+                break;
+            }
+            escaped = true;
+            if (std::string complaint = takeEscape(decoded, input); !complaint.empty()) {
+                return complaint;
+            }
+        }
+        // Escaped blanks at the end go as well.
+        stripTrailing(decoded);
+        return {};
+    }
+
+    // "\" and two hex digits or one special character; gives the complaint about anything else
+    std::string takeEscape(LDIF_RDN_value& decoded, View valueInput)
+    {
+        const View escape = rest_;
+        rest_.remove_prefix(1);
+        if (rest_.empty()) {
+            rest_ = valueInput;
+            return "Invalid escape sequence: \\";
+        }
+        if (takeHexByte(decoded)) {
+            return {};
+        }
+        if (isOf(rest_.front(), isSpecial)) {
+            decoded.push_back(static_cast<char>(rest_.front()));
+            rest_.remove_prefix(1);
+            return {};
+        }
+        constexpr std::size_t shown = 3;
+        rest_ = escape;
+        return "Invalid escape sequence: " + narrow(escape.substr(0, shown));
+    }
+
+    bool takeHexByte(std::string& decoded)
+    {
+        if (rest_.size() < 2 || hexValue(rest_[0]) < 0 || hexValue(rest_[1]) < 0) {
+            return false;
+        }
+        decoded.push_back(static_cast<char>(hexValue(rest_[0]) * 16 + hexValue(rest_[1])));
+        rest_.remove_prefix(2);
+        return true;
+    }
+
+    static constexpr Character quotedStops[] = {Character('"'), Character('\\'), Character(0)};
+
+    View rest_;
+};
+
+namespace {
+
+/// Runs one parsing step on the front of a text and leaves the rest in it, also after a failure.
+template <class Character, class Step>
+auto parseFront(std::basic_string_view<Character> view, cisString& text, Step step)
+{
+    DnParser<Character> parser(view);
+    try {
+        auto parsed = step(parser);
+        text.assign(parser.rest());
+        return parsed;
+    } catch (...) {
+        text.assign(parser.rest());
+        throw;
+    }
+}
+
+/// The wide form of a text that begins with an attribute type. The type is judged by its bytes and before
+/// anything is converted, so that a bad type is reported before a bad character further on.
+std::wstring widenedBehindType(const cisString& text)
+{
+    const auto end = std::find_if(text.begin(), text.end(),
+                                  [](char character) { return !isOf(character, unsigned{inKey} | unsigned{inOid}); });
+    std::wstring wide(text.begin(), end);
+    if (wide.empty()) {
+        // Raises the complaint about the type.
+        const cisString copy = text;
+        DnParser<char>(copy).attribute();
+    }
+    return wide + multibyte2wide(std::string(end, text.end()));
+}
+
+template <class Step>
+auto parseTyped(cisString& text, Step step)
+{
+    if (isPlainAscii(text)) {
+        const std::string input = text;
+        return parseFront<char>(input, text, step);
+    }
+    const std::wstring wide = widenedBehindType(text);
+    return parseFront<wchar_t>(wide, text, step);
+}
+
+void appendValue(std::string& out, const LDIF_RDN_value& value);
+
+// A plain value in either width: special characters and outer blanks are escaped.
+template <class View, class Narrow>
+void appendPlain(std::string& out, View text, Narrow narrowed)
+{
+    const auto blank = [](auto character) { return isSpace(character); };
+    const auto first = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), blank) - text.begin());
+    const auto last = static_cast<std::size_t>(text.rend() - std::find_if_not(text.rbegin(), text.rend(), blank));
+    for (std::size_t position = 0; position < text.size(); ++position) {
+        const auto character = text[position];
+        if (isSpace(character)) {
+            if (position < first || position >= last) {
+                out += '\\';
+                byte2hex(static_cast<unsigned>(character), out);
+            } else {
+                // The low byte alone, also of a wide blank: files in the field are written this way.
+                out += static_cast<char>(character);
+            }
+        } else {
+            if (isOf(character, isSpecial)) {
+                out += '\\';
+            }
+            narrowed(out, character);
+        }
+    }
+}
+
+void appendValue(std::string& out, const LDIF_RDN_value& value)
+{
+    if (value.empty()) {
+        refuse(__LINE__, missingValue, "Missing RDN attribute value");
+    }
+    switch (value.form) {
+    case LDIF_RDN_value::binary:
+        out += '#';
+        for (const char byte : value) {
+            byte2hex(static_cast<unsigned char>(byte), out);
+        }
+        break;
+    case LDIF_RDN_value::quoted:
+        out += '"';
+        for (const char character : value) {
+            if (character == '\\' || character == '"') {
+                out += '\\';
+            }
+            out += character;
+        }
+        out += '"';
+        break;
+    default:
+        if (isPlainAscii(value)) {
+            appendPlain(out, std::string_view(value), [](std::string& text, char character) { text += character; });
+        } else {
+            const std::wstring wide = multibyte2wide(value);
+            appendPlain(out, std::wstring_view(wide), [](std::string& text, wchar_t character) {
+                text += wide2multibyte(std::wstring(1, character));
+            });
+        }
+        break;
+    }
+}
+
+void appendPair(std::string& out, const LDIF_RDN_pair& pair)
+{
+    out += pair.first;
+    out += '=';
+    appendValue(out, pair.second);
+}
+
+void appendRdn(std::string& out, const LDIF_RDN& rdn)
+{
+    for (auto pair = rdn.begin(); pair != rdn.end(); ++pair) {
+        out += pair == rdn.begin() ? "" : " + ";
+        appendPair(out, *pair);
+    }
+}
+
+/// The order that RDNs and DNs share: element by element, and a sequence that is the beginning of the other
+/// comes out greater. The reverse of the usual length rule, on purpose: ancestors sort before descendants.
+template <class Sequence>
+int compareElements(const Sequence& left, const Sequence& right)
+{
+    for (std::size_t index = 0;; ++index) {
+        if (index == left.size()) {
+            return index == right.size() ? 0 : 1;
+        }
+        if (index == right.size()) {
+            return -1;
+        }
+        if (const int difference = left[index].compare(right[index]); difference != 0) {
+            return difference;
+        }
+    }
+}
+
+} // namespace
+
+std::string printable(const LDIF_DN& dn)
+{
+    try {
+        return dn.str();
+    } catch (const LDIF_Exception&) {
+        return {};
+    }
+}
+
+} // namespace veltor::detail
+
+using namespace veltor::detail;
+
+LDIF_RDN_attribute::LDIF_RDN_attribute(cisString& text)
+    : LDIF_RDN_attribute(parseTyped(text, [](auto& parser) { return parser.attribute(); }))
+{
+}
+
+LDIF_RDN_value::LDIF_RDN_value(cisString& text)
+{
+    const auto step = [](auto& parser) { return parser.value(); };
+    if (isPlainAscii(text)) {
+        const std::string input = text;
+        *this = parseFront<char>(input, text, step);
+    } else {
+        const std::wstring wide = multibyte2wide(text);
+        *this = parseFront<wchar_t>(wide, text, step);
+    }
+}
+
+std::string LDIF_RDN_value::str() const
+{
+    std::string text;
+    appendValue(text, *this);
+    return text;
+}
+
+LDIF_RDN_pair::LDIF_RDN_pair(LDIF_RDN_attribute&& attribute, LDIF_RDN_value&& value)
+    : std::pair<LDIF_RDN_attribute, LDIF_RDN_value>(std::move(attribute), std::move(value))
+{
+}
+
+LDIF_RDN_pair::LDIF_RDN_pair(cisString& text)
+    : LDIF_RDN_pair(parseTyped(text, [](auto& parser) { return parser.pair(); }))
+{
+}
+
+int LDIF_RDN_pair::compare(const LDIF_RDN_pair& other) const
+{
+    const int types = first.compare(other.first);
+    return types != 0 ? types : second.compare(other.second);
+}
+
+std::string LDIF_RDN_pair::str() const
+{
+    std::string text;
+    appendPair(text, *this);
+    return text;
+}
+
+LDIF_RDN::LDIF_RDN(cisString& text) : LDIF_RDN(parseTyped(text, [](auto& parser) { return parser.rdn(); })) {}
+
+LDIF_RDN& LDIF_RDN::operator+=(const LDIF_RDN_pair& pair)
+{
+    const auto place = std::lower_bound(begin(), end(), pair,
+                                        [](const auto& left, const auto& right) { return left.compare(right) < 0; });
+    if (place == end() || place->compare(pair) != 0) {
+        insert(place, pair);
+    }
+    return *this;
+}
+
+std::string LDIF_RDN::str() const
+{
+    std::string text;
+    appendRdn(text, *this);
+    return text;
+}
+
+int LDIF_RDN::compare(const LDIF_RDN& other) const
+{
+    return compareElements(*this, other);
+}
+
+LDIF_DN& LDIF_DN::operator=(const cisString& text)
+{
+    if (isPlainAscii(text)) {
+        std::string_view view = text;
+        view.remove_prefix(leadingLength(view, isAsciiSpace));
+        if (!view.empty()) {
+            DnParser<char>(view).dn(*this, text);
+        }
+        return *this;
+    }
+    cisString stripped = text;
+    stripLeading(stripped);
+    if (!stripped.empty()) {
+        const std::wstring wide = widenedBehindType(stripped);
+        DnParser<wchar_t>(wide).dn(*this, text);
+    }
+    return *this;
+}
+
+LDIF_DN& LDIF_DN::operator+=(const LDIF_RDN& rdn)
+{
+    push_back(rdn);
+    return *this;
+}
+
+LDIF_DN LDIF_DN::intersection(const LDIF_DN& other) const
+{
+    LDIF_DN common;
+    for (std::size_t level = 0; level < size() && level < other.size() && (*this)[level] == other[level]; ++level) {
+        common += (*this)[level];
+    }
+    return common;
+}
+
+LDIF_DN& LDIF_DN::operator-=(const LDIF_DN& other)
+{
+    std::size_t common = 0;
+    while (common < size() && common < other.size() && (*this)[common] == other[common]) {
+        ++common;
+    }
+    erase(begin(), begin() + static_cast<std::ptrdiff_t>(common));
+    return *this;
+}
+
+std::string LDIF_DN::str() const
+{
+    std::string text;
+    for (auto rdn = rbegin(); rdn != rend(); ++rdn) {
+        text += rdn == rbegin() ? "" : ", ";
+        appendRdn(text, *rdn);
+    }
+    return text;
+}
+
+int LDIF_DN::compare(const LDIF_DN& other) const
+{
+    return compareElements(*this, other);
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_RDN_value& value)
+{
+    return stream << value.str();
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_RDN_pair& pair)
+{
+    return stream << pair.str();
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_RDN& rdn)
+{
+    return stream << rdn.str();
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_DN& dn)
+{
+    return stream << dn.str();
+}

@@ -1,0 +1,220 @@
+// Entries and the tree that they form.
+#include "LDIF_Entry.h"
+
+#include "LDIF_Exception.h"
+
+#include <ostream>
+#include <utility>
+
+LDIF_Entry::LDIF_Entry() = default;
+
+LDIF_Entry::LDIF_Entry(LDIF_DN d) : dnLabel("dn"), dn(std::move(d)), relDn(dn) {}
+
+LDIF_Entry::LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& precedingComment)
+    : dnLabel(line.name), comment(precedingComment)
+{
+    if (line.type != LDIF_Line::dn) {
+        const std::string message = std::string("Illegal constructor LDIF_Entry( LDIF_Line::") +
+                                    veltor::detail::lineTypeName(line.type) + " );";
+        throw LDIF_Exception(VELTOR_HERE, veltor::result::other, 1000, message.c_str());
+    }
+    dn = cisString(line.value);
+    relDn = dn;
+}
+
+LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Comment& lines)
+{
+    comment += lines;
+    return *this;
+}
+
+LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Attribute& attribute)
+{
+    attributes += attribute;
+    return *this;
+}
+
+namespace {
+
+/// How many RDNs two DNs have in common from the root on.
+std::size_t commonLevels(const LDIF_DN& left, const LDIF_DN& right)
+{
+    std::size_t level = 0;
+    while (level < left.size() && level < right.size() && left[level] == right[level]) {
+        ++level;
+    }
+    return level;
+}
+
+void dropLevels(LDIF_DN& dn, std::size_t count)
+{
+    dn.erase(dn.begin(), dn.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+/// Raises the complaint unless `entry` is at or below `top`, both relative to the same parent.
+void needsToBelong(const LDIF_Entry& entry, const LDIF_Entry& top)
+{
+    if (commonLevels(top.relDn, entry.relDn) == top.relDn.size()) {
+        return;
+    }
+    const std::string message = "[" + entry.relDn.str() + "] is not child of [" + top.relDn.str() + "]";
+    throw LDIF_Exception(VELTOR_HERE, veltor::result::other, 1000, message.c_str());
+}
+
+} // namespace
+
+LDIF_Entry& LDIF_Entry::operator+=(LDIF_Entry& entry)
+{
+    needsToBelong(entry, *this);
+    // The descent happens on the caller's entry, as far as the caller can see it: its relDn, and the descendants
+    // that it adopts.
+    LDIF_Entry* parent = this;
+    std::size_t level = relDn.size();
+    while (level < entry.relDn.size()) {
+        LDIF_Entry* const child = parent->children.equalOrAncestor(entry.relDn, level);
+        if (child == nullptr) {
+            dropLevels(entry.relDn, level);
+            for (auto& descendant : parent->children.takeDescendants(entry.relDn, 0)) {
+                entry.insert(std::move(descendant));
+            }
+            parent->children.append(std::make_unique<LDIF_Entry>(entry));
+            return *this;
+        }
+        if (level + child->relDn.size() == entry.relDn.size()) {
+            dropLevels(entry.relDn, level);
+            child->mergeFrom(entry);
+            return *this;
+        }
+        level += child->relDn.size();
+        parent = child;
+    }
+    mergeFrom(entry);
+    return *this;
+}
+
+void LDIF_Entry::mergeFrom(LDIF_Entry& entry)
+{
+    if (&entry == this) {
+        LDIF_Entry copy(entry);
+        mergeFrom(copy);
+        return;
+    }
+    *this += entry.comment;
+    attributes += entry.attributes;
+    // The children's DNs are relative to the entry, which is this one from now on.
+    std::size_t slot = 0;
+    while (const LDIF_Entry* const child = entry.children.nextFrom(slot)) {
+        insertBelow(std::make_unique<LDIF_Entry>(*child), 0);
+    }
+}
+
+LDIF_Entry& LDIF_Entry::insert(std::unique_ptr<LDIF_Entry> entry)
+{
+    needsToBelong(*entry, *this);
+    const std::size_t level = relDn.size();
+    return insertBelow(std::move(entry), level);
+}
+
+/// Inserts an entry whose relDn belongs to this one from a level on.
+LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry> entry, std::size_t level)
+{
+    LDIF_Entry* parent = this;
+    while (level < entry->relDn.size()) {
+        LDIF_Entry* const child = parent->children.equalOrAncestor(entry->relDn, level);
+        if (child == nullptr) {
+            dropLevels(entry->relDn, level);
+            for (auto& descendant : parent->children.takeDescendants(entry->relDn, 0)) {
+                entry->insert(std::move(descendant));
+            }
+            return parent->children.append(std::move(entry));
+        }
+        level += child->relDn.size();
+        parent = child;
+    }
+    parent->mergeFrom(*entry);
+    return *parent;
+}
+
+LDIF_Entry* LDIF_Entry::find(const LDIF_DN& d)
+{
+    if (commonLevels(relDn, d) != relDn.size()) {
+        return nullptr;
+    }
+    LDIF_Entry* entry = this;
+    for (std::size_t level = relDn.size(); entry != nullptr && level < d.size();) {
+        entry = entry->children.equalOrAncestor(d, level);
+        level += entry != nullptr ? entry->relDn.size() : 0;
+    }
+    return entry;
+}
+
+LDIF_Entry& LDIF_Entry::clear()
+{
+    dnLabel.clear();
+    dn.clear();
+    relDn.clear();
+    comment.lines.clear();
+    attributes.clear();
+    children.clear();
+    return *this;
+}
+
+std::string LDIF_Entry::str() const
+{
+    std::string text;
+    appendTo(text);
+    return text;
+}
+
+void LDIF_Entry::appendTo(std::string& text) const
+{
+    comment.appendTo(text);
+    if (!dnLabel.empty()) {
+        text += dnLabel;
+        text += ": ";
+        text += dn.str();
+        text += '\n';
+    }
+    attributes.appendTo(text);
+    bool separated = !dnLabel.empty();
+    if (dnLabel.empty() && !children.empty()) {
+        // A blank line that the file already has before the first entry is not doubled.
+        std::size_t slot = 0;
+        const auto& lines = children.nextFrom(slot)->comment.lines;
+        separated = lines.empty() || lines.front().type != LDIF_Line::blankLine;
+    }
+    if (separated) {
+        text += '\n';
+    }
+}
+
+void LDIF_Entry::appendTreeTo(std::string& text) const
+{
+    for (veltor::detail::TreeWalk walk(*this); walk.current() != nullptr; walk.next()) {
+        walk.current()->appendTo(text);
+    }
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_Entry& entry)
+{
+    for (veltor::detail::TreeWalk walk(entry); walk.current() != nullptr; walk.next()) {
+        stream << walk.current()->str();
+    }
+    return stream;
+}
+
+void veltor::detail::TreeWalk::next(bool intoChildren)
+{
+    if (intoChildren) {
+        path_.push_back({current_, 0});
+    }
+    while (!path_.empty()) {
+        Step& step = path_.back();
+        current_ = step.parent->children.nextFrom(step.slot);
+        if (current_ != nullptr) {
+            return;
+        }
+        path_.pop_back();
+    }
+    current_ = nullptr;
+}

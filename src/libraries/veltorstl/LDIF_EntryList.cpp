@@ -1,0 +1,589 @@
+// The children of an entry and their index.
+#include "LDIF_EntryList.h"
+
+#include "LDIF_Entry.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <sys/auxv.h>
+#include <unordered_map>
+
+namespace {
+
+// Below this a walk over the children is cheaper than keeping an index.
+constexpr std::size_t indexedFrom = 12;
+
+// ---- Hashing RDNs as strcasecmp compares them: folded as the locale folds, up to the first NUL ----
+
+using FoldTable = const std::int32_t*;
+
+// The table by which the system library folds case. Its address tells locales apart.
+FoldTable foldTable()
+{
+    return *__ctype_tolower_loc();
+}
+
+// Chosen by the system for each process, so that no file can be made to collide.
+std::uint64_t hashSeed()
+{
+    static const std::uint64_t seed = [] {
+        std::uint64_t value = 0x9E3779B97F4A7C15U;
+        // The system library gives the kernel's random bytes as an address in an integer.
+        if (const auto* const random = reinterpret_cast<const char*>(getauxval(AT_RANDOM)); random != nullptr) {
+            std::memcpy(&value, random, sizeof value);
+        }
+        return value;
+    }();
+    return seed;
+}
+
+std::uint64_t mixed(std::uint64_t left, std::uint64_t right)
+{
+    __extension__ using Wide = unsigned __int128;
+    const Wide product = static_cast<Wide>(left ^ 0xA0761D6478BD642FU) * (right ^ 0xE7037ED1A0B428DBU);
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64U);
+}
+
+std::uint64_t hashText(std::uint64_t hash, const std::string& text, FoldTable fold)
+{
+    const char* position = text.c_str();
+    std::uint64_t length = 0;
+    for (bool more = true; more;) {
+        std::uint64_t word = 0;
+        for (unsigned shift = 0; shift < 64; shift += 8) {
+            if (*position == '\0') {
+                more = false;
+                break;
+            }
+            word |= static_cast<std::uint64_t>(fold[static_cast<unsigned char>(*position)] & 0xFF) << shift;
+            ++position;
+            ++length;
+        }
+        hash = mixed(hash, word);
+    }
+    return mixed(hash, length);
+}
+
+std::uint64_t hashRdn(std::uint64_t hash, const LDIF_RDN& rdn, FoldTable fold)
+{
+    for (const auto& pair : rdn) {
+        hash = hashText(hash, pair.first, fold);
+        hash = hashText(hash, pair.second, fold);
+    }
+    return mixed(hash, rdn.size());
+}
+
+/// True when `ancestor` says what `dn` says from level `from` on, as far as it goes.
+bool leads(const LDIF_DN& ancestor, const LDIF_DN& dn, std::size_t from)
+{
+    if (ancestor.size() > dn.size() - from) {
+        return false;
+    }
+    // The most specific RDN first: it is the one that differs.
+    for (std::size_t level = ancestor.size(); level > 0; --level) {
+        if (ancestor[level - 1] != dn[from + level - 1]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// True when `descendant` lies below what `dn` says from level `from` on.
+bool liesBelow(const LDIF_DN& descendant, const LDIF_DN& dn, std::size_t from)
+{
+    const std::size_t levels = dn.size() - from;
+    if (descendant.size() <= levels) {
+        return false;
+    }
+    for (std::size_t level = 0; level < levels; ++level) {
+        if (descendant[level] != dn[from + level]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+// ---- The index ----
+
+struct LDIF_EntryList::Index
+{
+    /// Open addressing; a cell of a child that left is told by the hole in its slot.
+    struct Cell
+    {
+        std::uint32_t hash = 0;
+        std::uint32_t slotPlusOne = 0;
+    };
+
+    FoldTable fold = foldTable();
+    std::size_t longest = 0; // RDNs of the longest relative DN
+    std::vector<Cell> cells;
+    std::size_t used = 0;
+    std::unordered_map<std::uint64_t, std::vector<std::uint32_t>> below; // slots, ascending
+
+    explicit Index(const Slots& slots)
+    {
+        cells.resize(std::max<std::size_t>(64, nextPowerOfTwo(slots.size() * 2)));
+        for (std::size_t slot = 0; slot < slots.size(); ++slot) {
+            if (slots[slot] != nullptr) {
+                add(slots[slot]->relDn, slot);
+            }
+        }
+    }
+
+    static std::size_t nextPowerOfTwo(std::size_t count)
+    {
+        std::size_t power = 1;
+        while (power < count) {
+            power *= 2;
+        }
+        return power;
+    }
+
+    void add(const LDIF_DN& relDn, std::size_t slot)
+    {
+        const auto number = static_cast<std::uint32_t>(slot);
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = 0; level < relDn.size(); ++level) {
+            hash = hashRdn(hash, relDn[level], fold);
+            if (level + 1 < relDn.size()) {
+                below[hash].push_back(number);
+            }
+        }
+        longest = std::max(longest, relDn.size());
+        if ((used + 1) * 2 > cells.size()) {
+            grow();
+        }
+        place({static_cast<std::uint32_t>(hash >> 32U), number + 1});
+    }
+
+    void grow()
+    {
+        std::vector<Cell> old(cells.size() * 2);
+        old.swap(cells);
+        used = 0;
+        for (const Cell& cell : old) {
+            if (cell.slotPlusOne != 0) {
+                place(cell);
+            }
+        }
+    }
+
+    void place(Cell cell)
+    {
+        std::size_t position = cell.hash & (cells.size() - 1);
+        while (cells[position].slotPlusOne != 0) {
+            position = (position + 1) & (cells.size() - 1);
+        }
+        cells[position] = cell;
+        ++used;
+    }
+
+    std::unique_ptr<LDIF_Entry>* find(Slots& slots, const LDIF_DN& dn, std::size_t from) const
+    {
+        std::uint64_t hash = hashSeed();
+        const std::size_t last = std::min(dn.size(), from + longest);
+        for (std::size_t level = from; level < last; ++level) {
+            hash = hashRdn(hash, dn[level], fold);
+            const auto wanted = static_cast<std::uint32_t>(hash >> 32U);
+            for (std::size_t position = wanted & (cells.size() - 1); cells[position].slotPlusOne != 0;
+                 position = (position + 1) & (cells.size() - 1)) {
+                if (cells[position].hash != wanted) {
+                    continue;
+                }
+                auto& slot = slots[cells[position].slotPlusOne - 1];
+                if (slot != nullptr && slot->relDn.size() == level + 1 - from && leads(slot->relDn, dn, from)) {
+                    return &slot;
+                }
+            }
+        }
+        return nullptr;
+    }
+
+    std::uint64_t keyOf(const LDIF_DN& dn, std::size_t from) const
+    {
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = from; level < dn.size(); ++level) {
+            hash = hashRdn(hash, dn[level], fold);
+        }
+        return hash;
+    }
+};
+
+LDIF_EntryList::Body::Body() = default;
+LDIF_EntryList::Body::~Body() = default;
+
+LDIF_EntryList::Index* LDIF_EntryList::usableIndex() const
+{
+    // In another locale other DNs are equal, so the keys are made again.
+    if (body_->index == nullptr || body_->index->fold != foldTable()) {
+        body_->index = std::make_unique<Index>(body_->slots);
+    }
+    return body_->index.get();
+}
+
+std::unique_ptr<LDIF_Entry>* LDIF_EntryList::find(const LDIF_DN& dn, std::size_t from) const
+{
+    if (body_ == nullptr) {
+        return nullptr;
+    }
+    if (body_->slots.size() >= indexedFrom) {
+        return usableIndex()->find(body_->slots, dn, from);
+    }
+    const auto slot = std::find_if(body_->slots.begin(), body_->slots.end(), [&](const auto& child) {
+        return child != nullptr && leads(child->relDn, dn, from);
+    });
+    return slot == body_->slots.end() ? nullptr : &*slot;
+}
+
+LDIF_Entry* LDIF_EntryList::equalOrAncestor(const LDIF_DN& dn, std::size_t from) const
+{
+    const auto* const slot = find(dn, from);
+    return slot == nullptr ? nullptr : slot->get();
+}
+
+std::vector<std::unique_ptr<LDIF_Entry>> LDIF_EntryList::takeDescendants(const LDIF_DN& dn, std::size_t from)
+{
+    std::vector<std::unique_ptr<LDIF_Entry>> taken;
+    if (body_ == nullptr) {
+        return taken;
+    }
+    auto& slots = body_->slots;
+    if (slots.size() < indexedFrom) {
+        taken.reserve(slots.size());
+        for (auto& slot : slots) {
+            if (slot != nullptr && liesBelow(slot->relDn, dn, from)) {
+                taken.push_back(std::move(slot));
+            }
+        }
+    } else {
+        Index& index = *usableIndex();
+        if (index.longest <= dn.size() - from || index.below.empty()) {
+            return taken;
+        }
+        const auto group = index.below.find(index.keyOf(dn, from));
+        if (group == index.below.end()) {
+            return taken;
+        }
+        taken.reserve(group->second.size());
+        for (const std::uint32_t number : group->second) {
+            if (auto& slot = slots[number]; slot != nullptr && liesBelow(slot->relDn, dn, from)) {
+                taken.push_back(std::move(slot));
+            }
+        }
+        // Another DN of the same key would find its children by the walk that follows a rebuilt index.
+        const bool allTaken = std::all_of(group->second.begin(), group->second.end(),
+                                          [&](std::uint32_t number) { return slots[number] == nullptr; });
+        if (allTaken) {
+            index.below.erase(group);
+        }
+    }
+    body_->holes += taken.size();
+    closePrevailingHoles();
+    return taken;
+}
+
+LDIF_Entry& LDIF_EntryList::append(std::unique_ptr<LDIF_Entry> entry)
+{
+    Body& list = body();
+    list.slots.push_back(std::move(entry));
+    LDIF_Entry& appended = *list.slots.back();
+    if (list.index != nullptr) {
+        if (list.index->fold == foldTable()) {
+            try {
+                list.index->add(appended.relDn, list.slots.size() - 1);
+            } catch (...) {
+                list.index.reset();
+            }
+        } else {
+            list.index.reset();
+        }
+    }
+    return appended;
+}
+
+void LDIF_EntryList::remove(const LDIF_Entry& child)
+{
+    auto* slot = find(child.relDn, 0);
+    if (slot == nullptr || slot->get() != &child) {
+        const auto place = std::find_if(body_->slots.begin(), body_->slots.end(),
+                                        [&](const auto& candidate) { return candidate.get() == &child; });
+        slot = &*place;
+    }
+    slot->reset();
+    ++body_->holes;
+    closePrevailingHoles();
+}
+
+// ---- Holes ----
+
+LDIF_EntryList::Body& LDIF_EntryList::body()
+{
+    if (body_ == nullptr) {
+        body_ = std::make_unique<Body>();
+    }
+    return *body_;
+}
+
+void LDIF_EntryList::closeHoles() const
+{
+    if (body_ != nullptr && body_->holes != 0) {
+        std::erase(body_->slots, nullptr);
+        body_->holes = 0;
+        body_->index.reset();
+    }
+}
+
+void LDIF_EntryList::closePrevailingHoles()
+{
+    if (body_->holes > body_->slots.size() / 2) {
+        closeHoles();
+    }
+}
+
+LDIF_EntryList::Slots& LDIF_EntryList::mutableSlots()
+{
+    closeHoles();
+    // Whoever gets at the entries may change what the index is built from.
+    body().index.reset();
+    return body_->slots;
+}
+
+// ---- The vector's interface ----
+
+LDIF_EntryList::LDIF_EntryList() noexcept = default;
+
+LDIF_EntryList::LDIF_EntryList(size_type count)
+{
+    resize(count);
+}
+
+LDIF_EntryList::LDIF_EntryList(size_type count, const LDIF_Entry& entry)
+{
+    resize(count, entry);
+}
+
+LDIF_EntryList::LDIF_EntryList(std::initializer_list<LDIF_Entry> entries)
+{
+    insert(end(), entries.begin(), entries.end());
+}
+
+LDIF_EntryList::LDIF_EntryList(const LDIF_EntryList& other)
+{
+    std::size_t slot = 0;
+    while (const LDIF_Entry* const entry = other.nextFrom(slot)) {
+        append(std::make_unique<LDIF_Entry>(*entry));
+    }
+}
+
+LDIF_EntryList::LDIF_EntryList(LDIF_EntryList&& other) noexcept = default;
+
+LDIF_EntryList& LDIF_EntryList::operator=(const LDIF_EntryList& other)
+{
+    LDIF_EntryList copy(other);
+    swap(copy);
+    return *this;
+}
+
+LDIF_EntryList& LDIF_EntryList::operator=(LDIF_EntryList&& other) noexcept
+{
+    LDIF_EntryList moved(std::move(other));
+    swap(moved);
+    return *this;
+}
+
+LDIF_EntryList::~LDIF_EntryList()
+{
+    // The lists below are chained up and released one by one: a deep tree needs no deep stack, and releasing
+    // needs no memory.
+    std::unique_ptr<Body> waiting = std::move(body_);
+    while (waiting != nullptr) {
+        const std::unique_ptr<Body> released = std::move(waiting);
+        waiting = std::move(released->next);
+        for (const auto& entry : released->slots) {
+            if (entry != nullptr && entry->children.body_ != nullptr) {
+                entry->children.body_->next = std::move(waiting);
+                waiting = std::move(entry->children.body_);
+            }
+        }
+    }
+}
+
+LDIF_EntryList::size_type LDIF_EntryList::size() const noexcept
+{
+    return body_ == nullptr ? 0 : body_->slots.size() - body_->holes;
+}
+
+LDIF_EntryList::size_type LDIF_EntryList::capacity() const noexcept
+{
+    return body_ == nullptr ? 0 : body_->slots.capacity();
+}
+
+void LDIF_EntryList::reserve(size_type count)
+{
+    body().slots.reserve(count);
+}
+
+void LDIF_EntryList::shrink_to_fit()
+{
+    if (body_ != nullptr) {
+        closeHoles();
+        body_->slots.shrink_to_fit();
+    }
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::iteratorAt(std::size_t position)
+{
+    return body_ == nullptr ? iterator() : iterator(body_->slots.data() + position);
+}
+
+std::size_t LDIF_EntryList::positionOf(const_iterator position) const
+{
+    return body_ == nullptr ? 0 : static_cast<std::size_t>(position - begin());
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::begin()
+{
+    if (body_ != nullptr) {
+        mutableSlots();
+    }
+    return iteratorAt(0);
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::end()
+{
+    if (body_ != nullptr) {
+        mutableSlots();
+    }
+    return iteratorAt(size());
+}
+
+LDIF_EntryList::const_iterator LDIF_EntryList::begin() const
+{
+    closeHoles();
+    return body_ == nullptr ? const_iterator() : const_iterator(body_->slots.data());
+}
+
+LDIF_EntryList::const_iterator LDIF_EntryList::end() const
+{
+    closeHoles();
+    return body_ == nullptr ? const_iterator() : const_iterator(body_->slots.data() + body_->slots.size());
+}
+
+LDIF_Entry& LDIF_EntryList::at(size_type position)
+{
+    return const_cast<LDIF_Entry&>(std::as_const(*this).at(position));
+}
+
+const LDIF_Entry& LDIF_EntryList::at(size_type position) const
+{
+    if (position >= size()) {
+        throw std::out_of_range("LDIF_EntryList::at");
+    }
+    return (*this)[position];
+}
+
+void LDIF_EntryList::push_back(const LDIF_Entry& entry)
+{
+    append(std::make_unique<LDIF_Entry>(entry));
+}
+
+void LDIF_EntryList::push_back(LDIF_Entry&& entry)
+{
+    append(std::make_unique<LDIF_Entry>(std::move(entry)));
+}
+
+void LDIF_EntryList::pop_back()
+{
+    mutableSlots().pop_back();
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::insertOwned(const_iterator position, std::unique_ptr<LDIF_Entry> entry)
+{
+    const std::size_t place = positionOf(position);
+    auto& slots = mutableSlots();
+    slots.insert(slots.begin() + static_cast<std::ptrdiff_t>(place), std::move(entry));
+    return iteratorAt(place);
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::insert(const_iterator position, const LDIF_Entry& entry)
+{
+    return insertOwned(position, std::make_unique<LDIF_Entry>(entry));
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::insert(const_iterator position, LDIF_Entry&& entry)
+{
+    return insertOwned(position, std::make_unique<LDIF_Entry>(std::move(entry)));
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::insert(const_iterator position, size_type count, const LDIF_Entry& entry)
+{
+    const std::size_t start = positionOf(position);
+    for (size_type done = 0; done < count; ++done) {
+        insertOwned(iteratorAt(start + done), std::make_unique<LDIF_Entry>(entry));
+    }
+    return iteratorAt(start);
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::insert(const_iterator position, std::initializer_list<LDIF_Entry> entries)
+{
+    return insert(position, entries.begin(), entries.end());
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::erase(const_iterator position)
+{
+    return erase(position, position + 1);
+}
+
+LDIF_EntryList::iterator LDIF_EntryList::erase(const_iterator first, const_iterator last)
+{
+    const std::size_t place = positionOf(first);
+    const std::size_t behind = positionOf(last);
+    auto& slots = mutableSlots();
+    slots.erase(slots.begin() + static_cast<std::ptrdiff_t>(place),
+                slots.begin() + static_cast<std::ptrdiff_t>(behind));
+    return iteratorAt(place);
+}
+
+void LDIF_EntryList::clear() noexcept
+{
+    LDIF_EntryList emptied;
+    swap(emptied);
+}
+
+void LDIF_EntryList::resize(size_type count)
+{
+    resize(count, LDIF_Entry());
+}
+
+void LDIF_EntryList::resize(size_type count, const LDIF_Entry& entry)
+{
+    auto& slots = mutableSlots();
+    if (slots.size() > count) {
+        slots.resize(count);
+    }
+    while (slots.size() < count) {
+        slots.push_back(std::make_unique<LDIF_Entry>(entry));
+    }
+}
+
+void LDIF_EntryList::assign(size_type count, const LDIF_Entry& entry)
+{
+    LDIF_EntryList replacement(count, entry);
+    swap(replacement);
+}
+
+void LDIF_EntryList::assign(std::initializer_list<LDIF_Entry> entries)
+{
+    assign(entries.begin(), entries.end());
+}
+
+void LDIF_EntryList::swap(LDIF_EntryList& other) noexcept
+{
+    body_.swap(other.body_);
+}

@@ -1,0 +1,210 @@
+// The children of an entry: an ordered list with the interface of std::vector, and beside it an index that
+// answers the questions of the tree without a walk.
+#ifndef VELTOR_LDIF_ENTRYLIST_H
+#define VELTOR_LDIF_ENTRYLIST_H
+
+#include <compare>
+#include <cstddef>
+#include <initializer_list>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+class LDIF_DN;
+class LDIF_Entry;
+
+/// An ordered list of entries that it owns. Entries keep their addresses while others come and go.
+///
+/// Inside, an entry has a slot. Taking an entry out leaves a hole, so that moving a few entries out of a wide
+/// level costs what is moved; holes are closed when a caller asks for positions, or when they prevail.
+///
+/// The index maps the relative DN of every child, and every proper ancestor of it below this level, to slots. It
+/// exists from a handful of children on. Whoever gets mutable access through the vector's interface may change
+/// what it is built from, so that makes it be built anew; answers are checked against the child in any case.
+///
+/// Not thread-safe, not even for reading: closing holes and building the index happen on demand.
+class LDIF_EntryList
+{
+    using Slots = std::vector<std::unique_ptr<LDIF_Entry>>;
+
+    template <bool constant>
+    class Iterator
+    {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = LDIF_Entry;
+        using difference_type = std::ptrdiff_t;
+        using reference = std::conditional_t<constant, const LDIF_Entry&, LDIF_Entry&>;
+        using pointer = std::conditional_t<constant, const LDIF_Entry*, LDIF_Entry*>;
+
+        Iterator() = default;
+        /// A mutable position serves where a constant one is asked for.
+        template <bool other>
+        requires(constant && !other) Iterator(const Iterator<other>& position) : slot_(position.slot_) {}
+
+        reference operator*() const { return **slot_; }
+        pointer operator->() const { return slot_->get(); }
+        reference operator[](difference_type offset) const { return *slot_[offset]; }
+        Iterator& operator++() { return *this += 1; }
+        Iterator& operator--() { return *this += -1; }
+        Iterator operator++(int) { return std::exchange(*this, *this + 1); }
+        Iterator operator--(int) { return std::exchange(*this, *this - 1); }
+        Iterator& operator+=(difference_type offset)
+        {
+            slot_ += offset;
+            return *this;
+        }
+        Iterator& operator-=(difference_type offset) { return *this += -offset; }
+        friend Iterator operator+(Iterator left, difference_type right) { return left += right; }
+        friend Iterator operator+(difference_type left, Iterator right) { return right += left; }
+        friend Iterator operator-(Iterator left, difference_type right) { return left -= right; }
+        friend difference_type operator-(Iterator left, Iterator right) { return left.slot_ - right.slot_; }
+        friend bool operator==(Iterator left, Iterator right) { return left.slot_ == right.slot_; }
+        friend auto operator<=>(Iterator left, Iterator right) { return left.slot_ <=> right.slot_; }
+
+    private:
+        friend class LDIF_EntryList;
+        template <bool>
+        friend class Iterator;
+        using Slot = const std::unique_ptr<LDIF_Entry>*;
+        explicit Iterator(Slot slot) : slot_(slot) {}
+        Slot slot_ = nullptr;
+    };
+
+public:
+    using value_type = LDIF_Entry;
+    using size_type = std::size_t;
+    using difference_type = std::ptrdiff_t;
+    using reference = LDIF_Entry&;
+    using const_reference = const LDIF_Entry&;
+    using iterator = Iterator<false>;
+    using const_iterator = Iterator<true>;
+    using reverse_iterator = std::reverse_iterator<iterator>;
+    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
+
+    LDIF_EntryList() noexcept;
+    explicit LDIF_EntryList(size_type count);
+    LDIF_EntryList(size_type count, const LDIF_Entry& entry);
+    LDIF_EntryList(std::initializer_list<LDIF_Entry> entries);
+    LDIF_EntryList(const LDIF_EntryList& other);
+    LDIF_EntryList(LDIF_EntryList&& other) noexcept;
+    LDIF_EntryList& operator=(const LDIF_EntryList& other);
+    LDIF_EntryList& operator=(LDIF_EntryList&& other) noexcept;
+    /// Frees the entries with all that is below them, in constant stack.
+    ~LDIF_EntryList();
+
+    // ---- The vector's interface. Positions are valid until the list changes. ----
+
+    size_type size() const noexcept;
+    [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+    size_type max_size() const noexcept { return std::numeric_limits<difference_type>::max(); }
+    size_type capacity() const noexcept;
+    void reserve(size_type count);
+    void shrink_to_fit();
+
+    iterator begin();
+    iterator end();
+    const_iterator begin() const;
+    const_iterator end() const;
+    const_iterator cbegin() const { return begin(); }
+    const_iterator cend() const { return end(); }
+    reverse_iterator rbegin() { return reverse_iterator(end()); }
+    reverse_iterator rend() { return reverse_iterator(begin()); }
+    const_reverse_iterator rbegin() const { return const_reverse_iterator(end()); }
+    const_reverse_iterator rend() const { return const_reverse_iterator(begin()); }
+    const_reverse_iterator crbegin() const { return rbegin(); }
+    const_reverse_iterator crend() const { return rend(); }
+
+    reference operator[](size_type position) { return begin()[static_cast<difference_type>(position)]; }
+    const_reference operator[](size_type position) const { return begin()[static_cast<difference_type>(position)]; }
+    /// @throws std::out_of_range for a position behind the end
+    reference at(size_type position);
+    const_reference at(size_type position) const;
+    reference front() { return *begin(); }
+    const_reference front() const { return *begin(); }
+    reference back() { return *(end() - 1); }
+    const_reference back() const { return *(end() - 1); }
+
+    void push_back(const LDIF_Entry& entry);
+    void push_back(LDIF_Entry&& entry);
+    template <class... Arguments>
+    reference emplace_back(Arguments&&... arguments);
+    template <class... Arguments>
+    iterator emplace(const_iterator position, Arguments&&... arguments);
+    void pop_back();
+    iterator insert(const_iterator position, const LDIF_Entry& entry);
+    iterator insert(const_iterator position, LDIF_Entry&& entry);
+    iterator insert(const_iterator position, size_type count, const LDIF_Entry& entry);
+    template <std::input_iterator Input>
+    iterator insert(const_iterator position, Input first, Input last);
+    iterator insert(const_iterator position, std::initializer_list<LDIF_Entry> entries);
+    iterator erase(const_iterator position);
+    iterator erase(const_iterator first, const_iterator last);
+    void clear() noexcept;
+    void resize(size_type count);
+    void resize(size_type count, const LDIF_Entry& entry);
+    template <std::input_iterator Input>
+    void assign(Input first, Input last);
+    void assign(size_type count, const LDIF_Entry& entry);
+    void assign(std::initializer_list<LDIF_Entry> entries);
+    void swap(LDIF_EntryList& other) noexcept;
+    friend void swap(LDIF_EntryList& left, LDIF_EntryList& right) noexcept { left.swap(right); }
+
+    // ---- What the tree asks. A level of a DN is an index into it; levels before `from` lie above this list. ----
+
+    /// The child whose relative DN is equal to, or an ancestor of, what `dn` says from level `from` on; at most
+    /// one is. Null if there is none.
+    LDIF_Entry* equalOrAncestor(const LDIF_DN& dn, std::size_t from) const;
+
+    /// Takes out the children that lie below that DN, in order.
+    std::vector<std::unique_ptr<LDIF_Entry>> takeDescendants(const LDIF_DN& dn, std::size_t from);
+
+    /// Appends an entry.
+    LDIF_Entry& append(std::unique_ptr<LDIF_Entry> entry);
+
+    /// Removes a child of this list with all that is below it.
+    void remove(const LDIF_Entry& child);
+
+    /// The child in the first slot from `slot` on, and behind it the next slot to ask for; null behind the last.
+    /// For walks that change nothing: holes are skipped, not closed.
+    const LDIF_Entry* nextFrom(std::size_t& slot) const
+    {
+        while (body_ != nullptr && slot < body_->slots.size()) {
+            if (const LDIF_Entry* const entry = body_->slots[slot++].get(); entry != nullptr) {
+                return entry;
+            }
+        }
+        return nullptr;
+    }
+
+private:
+    struct Index;
+    struct Body
+    {
+        Slots slots;
+        std::size_t holes = 0;
+        std::unique_ptr<Index> index;
+        std::unique_ptr<Body> next; // chains the lists that wait for their release
+
+        Body();
+        ~Body();
+    };
+
+    Body& body();
+    void closeHoles() const;
+    void closePrevailingHoles();
+    Slots& mutableSlots();
+    iterator iteratorAt(std::size_t position);
+    std::size_t positionOf(const_iterator position) const;
+    iterator insertOwned(const_iterator position, std::unique_ptr<LDIF_Entry> entry);
+    Index* usableIndex() const;
+    std::unique_ptr<LDIF_Entry>* find(const LDIF_DN& dn, std::size_t from) const;
+
+    // Null for a list without children: leaves are what most entries are.
+    std::unique_ptr<Body> body_;
+};
+
+#endif

@@ -1,0 +1,408 @@
+// The store: load, write-back, search and authentication.
+#include "LDIF_File.h"
+
+#include "LDIF_Exception.h"
+#include "LDIF_Line.h"
+#include "disk.h"
+
+#include "veltor/platform.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <unistd.h>
+
+using veltor::detail::guarded;
+using veltor::detail::Layer;
+using veltor::detail::printable;
+using veltor::detail::translating;
+using veltor::detail::wrapping;
+namespace result = veltor::result;
+
+namespace {
+
+constexpr int unexpected = 1000;
+constexpr int fileNameInvalid = 1001;
+constexpr int fileNotFound = 1003;
+constexpr int fileOpen = 1004;
+constexpr int singleValued = 1006;
+constexpr int notInObjectClass = 1007;
+
+constexpr char rootName[] = "<root>";
+constexpr char configurationName[] = "cn=Configuration";
+
+[[noreturn]] void refuseFile(int line, int ldapCode, int libraryCode, const std::string& message,
+                             const std::string& fileName, int systemError = 0)
+{
+    LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
+    failure.configFile = fileName;
+    failure.sysErrno = systemError;
+    throw failure;
+}
+
+struct stat statusOf(const std::string& fileName)
+{
+    struct stat status = {};
+    if (stat(fileName.c_str(), &status) != 0) {
+        refuseFile(__LINE__, result::connectError, fileNotFound, "_stat()", fileName, errno);
+    }
+    return status;
+}
+
+} // namespace
+
+// ---- Load ----
+
+namespace veltor::detail {
+
+/// One load of the file into an empty tree.
+class Loader
+{
+public:
+    Loader(std::string_view text, LDIF_Entry& root, LDIF_Comment& trailingComment)
+        : reader_(text), root_(root), pending_(trailingComment)
+    {
+    }
+
+    /// Reads to the end. What was read before a failure is in the tree.
+    void run()
+    {
+        while (!ended_) {
+            step();
+        }
+    }
+
+    /// Some line was kept as zor-slapdInvalidLine: the file has to be written.
+    bool dirty() const { return dirty_; }
+
+    /// Adds to a failure what only the load knows.
+    void complete(LDIF_Exception& failure) const
+    {
+        failure.configLine = reader_.lineNumber();
+        failure.entryDn = current_ != nullptr ? printable(current_->dn) : rootName;
+    }
+
+    /// After a failure: the entry that was being read belongs to what was read.
+    void keepCurrentEntry() noexcept
+    {
+        try {
+            closeEntry();
+        } catch (...) {
+            // The failure that is on its way matters more; the next load reads everything again.
+        }
+    }
+
+private:
+    void step()
+    {
+        if (!reprocess_) {
+            reader_.next(line_);
+        }
+        if (!line_.valid) {
+            line_.changeToInvalidAttr();
+            dirty_ = true;
+        }
+        switch (line_.type) {
+        case LDIF_Line::endOfFile:
+            closeEntry();
+            while (!pending_.lines.empty() && pending_.lines.back().type == LDIF_Line::blankLine) {
+                pending_.lines.pop_back();
+            }
+            ended_ = true;
+            break;
+        case LDIF_Line::blankLine:
+            if (current_ != nullptr) {
+                closeEntry();
+                break;
+            }
+            [[fallthrough]];
+        case LDIF_Line::comment:
+            pending_.lines.push_back(std::move(line_));
+            break;
+        case LDIF_Line::dn:
+            closeEntry();
+            addRootDefaults();
+            openEntry();
+            break;
+        case LDIF_Line::attribute:
+            addAttributeOrKeepLine();
+            break;
+        default:
+            throw LDIF_Exception(VELTOR_HERE, result::other, unexpected, "Unknown LDIF_Line::Type!");
+        }
+    }
+
+    void closeEntry()
+    {
+        if (current_ != nullptr) {
+            root_.insert(std::move(current_));
+        }
+    }
+
+    void openEntry()
+    {
+        auto entry = std::make_unique<LDIF_Entry>(line_, LDIF_Comment());
+        entry->comment.absorb(std::move(pending_));
+        current_ = std::move(entry);
+        reprocess_ = false;
+    }
+
+    /// The first entry is at hand: what the root does not say by now it gets by default.
+    void addRootDefaults()
+    {
+        if (!charsetSeen_) {
+            addDefault("charset", "ISO-8859-1");
+            charsetSeen_ = true;
+        }
+        if (!versionSeen_) {
+            addDefault("version", "1");
+            versionSeen_ = true;
+        }
+    }
+
+    void addDefault(const char* name, const char* value)
+    {
+        LDIF_Attribute attribute(name, value);
+        attribute.comment.absorb(std::move(pending_));
+        root_.attributes += std::move(attribute);
+    }
+
+    /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root.
+    void addAttributeOrKeepLine()
+    {
+        try {
+            addAttribute();
+        } catch (const LDIF_Exception& failure) {
+            if (failure.ldapErr == result::objectClassViolation) {
+                throw;
+            }
+            line_.changeToInvalidAttr();
+            dirty_ = true;
+            reprocess_ = true;
+        }
+    }
+
+    void addAttribute()
+    {
+        LDIF_Attribute attribute(line_, LDIF_Comment());
+        attribute.comment.absorb(std::move(pending_));
+        reprocess_ = false;
+        if (current_ != nullptr) {
+            current_->attributes += std::move(attribute);
+            return;
+        }
+        if (attribute.name == "VERSION") {
+            addToRoot(std::move(attribute), versionSeen_, "More than 1 \"version\" attribute not allowed");
+        } else if (attribute.name == "CHARSET") {
+            addToRoot(std::move(attribute), charsetSeen_, "More than 1 \"charset\" attribute not allowed");
+        } else {
+            refuseInRoot(__LINE__, result::objectClassViolation, notInObjectClass,
+                         "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
+        }
+    }
+
+    void addToRoot(LDIF_Attribute&& attribute, bool& seen, const char* complaint)
+    {
+        if (seen) {
+            refuseInRoot(__LINE__, result::constraintViolation, singleValued, complaint, attribute);
+        }
+        root_.attributes += std::move(attribute);
+        seen = true;
+    }
+
+    [[noreturn]] static void refuseInRoot(int line, int ldapCode, int libraryCode, const std::string& message,
+                                          const LDIF_Attribute& attribute)
+    {
+        LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
+        failure.entryDn = rootName;
+        failure.attribute = attribute.name;
+        failure.value = attribute.values.empty() ? "" : attribute.values.begin()->str();
+        throw failure;
+    }
+
+    LineReader reader_;
+    LDIF_Entry& root_;
+    LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
+    LDIF_Line line_;
+    std::unique_ptr<LDIF_Entry> current_;
+    bool versionSeen_ = false;
+    bool charsetSeen_ = false;
+    bool reprocess_ = false;
+    bool dirty_ = false;
+    bool ended_ = false;
+};
+
+} // namespace veltor::detail
+
+LDIF_File::LDIF_File(const std::string& file, const std::string& backup)
+    : fileName(file), backupFileName(backup), fileStatus()
+{
+    if (fileName.empty()) {
+        refuseFile(__LINE__, result::connectError, fileNameInvalid, "Config filename is NULL!", "<NULL>");
+    }
+    refresh();
+}
+
+bool LDIF_File::refresh()
+{
+    const struct stat status = statusOf(fileName);
+    if (inMemory_ && status.st_mtime == fileStatus.st_mtime) {
+        return false;
+    }
+    const auto text = translating(
+        Layer{VELTOR_HERE, "System error reading file"}, [&] { return veltor::detail::readWholeFile(fileName); },
+        [&](LDIF_Exception& failure) { failure.configFile = fileName; });
+
+    inMemory_ = false;
+    trailingComment.lines.clear();
+    root.clear();
+    veltor::detail::Loader loader(text.view(), root, trailingComment);
+    try {
+        guarded(
+            Layer{VELTOR_HERE, "System error reading file"}, [&] { loader.run(); },
+            [&](LDIF_Exception& failure) {
+                loader.complete(failure);
+                failure.configFile = fileName;
+            });
+    } catch (const LDIF_Exception&) {
+        loader.keepCurrentEntry();
+        throw;
+    }
+    fileStatus = status;
+    inMemory_ = true;
+    if (loader.dirty()) {
+        flush();
+    }
+    return true;
+}
+
+// ---- Write-back ----
+
+std::string LDIF_File::rendered() const
+{
+    std::string text;
+    root.appendTreeTo(text);
+    trailingComment.appendTo(text);
+    return text;
+}
+
+// The steps, in this order, and what each failure leaves behind:
+//
+//   render the text                     nothing touched
+//   remove the old backup               a failure is ignored
+//   rename the file to the backup name  the file in place
+//   open the file anew, truncating      the old text under the backup name, or in place without one
+//   write, close                        not reported, as ever
+//   take the status                     the new text in place
+//   give away, protect                  the new text in place
+void LDIF_File::flush()
+{
+    const bool keepsBackup = !backupFileName.empty();
+    const Layer layer{VELTOR_HERE, "System error writing file"};
+    const auto nameFile = [&](LDIF_Exception& failure) { failure.configFile = fileName; };
+    const std::string text = translating(
+        layer, [&] { return rendered(); }, nameFile);
+    translating(
+        layer,
+        [&] {
+            if (keepsBackup) {
+                static_cast<void>(std::remove(backupFileName.c_str()));
+                if (std::rename(fileName.c_str(), backupFileName.c_str()) != 0) {
+                    refuseFile(__LINE__, result::insufficientAccess, fileOpen,
+                               "Unable to rename: \"" + fileName + "\" to \"" + backupFileName + "\" ", fileName);
+                }
+            }
+            if (!veltor::detail::writeWholeFile(fileName, text)) {
+                refuseFile(__LINE__, result::insufficientAccess, fileOpen, "Unable to open: \"" + fileName + "\"",
+                           fileName);
+            }
+            fileStatus = statusOf(fileName);
+            if (keepsBackup) {
+                // An account that does not exist leaves owner and group unchanged.
+                if (chown(fileName.c_str(), ldap_get_uid("ldap"), ldap_get_gid("ldap")) != 0) {
+                    refuseFile(__LINE__, result::insufficientAccess, fileOpen, "Unable to chown: \"" + fileName + "\" ",
+                               fileName);
+                }
+                constexpr mode_t ownerWritesGroupReads = 0640;
+                if (chmod(fileName.c_str(), ownerWritesGroupReads) != 0) {
+                    refuseFile(__LINE__, result::insufficientAccess, fileOpen, "Unable to chmod: \"" + fileName + "\" ",
+                               fileName);
+                }
+            }
+        },
+        nameFile);
+}
+
+// ---- Search ----
+
+LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
+                                      const LDIF_Filter& filter, const LDIF_AttrFilter& attributes, bool typesOnly)
+{
+    LDIF_Search_Results results(scope, filter, attributes, typesOnly);
+    const LDIF_Entry* const entry = root.find(base);
+    if (entry == nullptr) {
+        LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
+        failure.entryDn = printable(base);
+        throw failure;
+    }
+    results.addEntry(*entry, true);
+    return results;
+}
+
+// ---- Authentication ----
+
+int LDIF_File::setAuthentication(const char* dn, const char* password, int method)
+{
+    constexpr int none = 0;
+    constexpr int simple = 128;
+    constexpr std::int32_t refused = 0;
+    constexpr std::int32_t anonymous = 1;
+    constexpr std::int32_t administrator = 2;
+
+    const auto given = [](const char* text) { return text != nullptr && *text != '\0'; };
+    if (method == none || (method == simple && dn == nullptr && password == nullptr)) {
+        authLevel = anonymous;
+    } else if (method == simple && given(dn) && given(password)) {
+        authLevel = guarded(
+            Layer{VELTOR_HERE, "System error in LDIF_File::setAuthentication()"},
+            [&] { return verified(dn, password) ? administrator : refused; },
+            [&](LDIF_Exception& failure) {
+                if (failure.nested == nullptr) {
+                    failure.configFile = fileName;
+                } else if (failure.entryDn.empty()) {
+                    failure.entryDn = configurationName;
+                }
+            });
+    } else {
+        authLevel = refused;
+    }
+    return authLevel;
+}
+
+bool LDIF_File::verified(const char* dn, const char* password)
+{
+    constexpr char adminDn[] = "zor-slapdAdminDN";
+    constexpr char adminPw[] = "zor-slapdAdminPW";
+    LDIF_DN base;
+    base = cisString(configurationName);
+    const auto results =
+        search(base, LDIF_Search_Results::base, LDIF_Filter(), LDIF_AttrFilter{adminDn, adminPw}, false);
+    if (results.entries.empty()) {
+        return false;
+    }
+    // Only the first value of each counts.
+    const auto& attributes = results.entries.front().attributes;
+    const auto agrees = [&attributes](const char* name, const char* text) {
+        const auto found = attributes.find(name);
+        return found != attributes.end() && !found->values.empty() && found->values.begin()->compare(text) == 0;
+    };
+    return agrees(adminDn, dn) && agrees(adminPw, password);
+}
+
+int LDIF_File::getAuthentication()
+{
+    return authLevel;
+}

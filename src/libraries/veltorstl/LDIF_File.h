@@ -1,0 +1,76 @@
+// The store: one configuration file in memory.
+#ifndef VELTOR_LDIF_FILE_H
+#define VELTOR_LDIF_FILE_H
+
+#include "LDIF_Comment.h"
+#include "LDIF_Entry.h"
+#include "LDIF_Search.h"
+
+#include <cstdint>
+#include <string>
+
+#include <sys/stat.h>
+
+namespace veltor::detail {
+class Loader;
+}
+
+/// The in-memory image of one configuration file. One thread at a time.
+class LDIF_File
+{
+public:
+    std::string fileName;         ///< path of the configuration file
+    std::string backupFileName;   ///< where a write keeps the previous file; empty: nowhere
+    struct stat fileStatus;       ///< as last read or written; only its modification time, in seconds, is compared
+    LDIF_Comment trailingComment; ///< the comment lines behind the last entry
+    LDIF_Entry root;              ///< holds version and charset, and below it every entry
+    std::int32_t authLevel = 0;   ///< 0 not authenticated, 1 anonymous, 2 administrator
+
+    /// Stores the names and reads the file.
+    /// @throws LDIF_Exception 91/1001 for an empty name; else what refresh() raises
+    LDIF_File(const std::string& fileName, const std::string& backupFileName);
+
+    // The tree of a store has one owner: handles and results hold copies of what they need.
+    LDIF_File(const LDIF_File&) = delete;
+    LDIF_File& operator=(const LDIF_File&) = delete;
+    ~LDIF_File() = default;
+
+    /// Reads the file again if its modification time differs from the one last read or written, to the second.
+    /// Everything in memory is replaced. Lines that can't be used are kept as zor-slapdInvalidLine, and the file
+    /// is written back at once when there are any.
+    ///
+    /// @return false when the file did not change: nothing was read, changes in memory stay
+    /// @throws LDIF_Exception 91/1003 no status; 91/1004 can't be opened, or would have to be waited for; 80/1000
+    ///         can't be read; the code of the line that ended the load, with file, line and entry: the tree then
+    ///         holds everything read before that line, and the next call reads again
+    bool refresh();
+
+    /// Writes the whole file: keeps the old one under the backup name if there is one, then writes, and with a
+    /// backup name gives the file to the account "ldap" with mode 0640. The text is made before anything is
+    /// touched, so what can't be printed costs nothing on disk. A write that fails half-way is not reported: this
+    /// is the classic way, which callers know.
+    /// @throws LDIF_Exception 50/1004 can't be renamed, opened, given away or protected; 91/1003 no status; what
+    ///         rendering raises. Nothing is rolled back on disk; memory is never changed.
+    void flush();
+
+    /// Copies of the entries in scope that pass the filter, with the attributes asked for.
+    /// @throws LDIF_Exception 32/32 when there is no such base; what comparing with the filter's value raises
+    LDIF_Search_Results search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope, const LDIF_Filter& filter,
+                               const LDIF_AttrFilter& attributes, bool typesOnly);
+
+    /// Decides whether the caller is the administrator that the entry "cn=Configuration" names.
+    /// @param method  0 none, 128 simple
+    /// @return        the new authLevel; it keeps its old value when an exception leaves the call
+    /// @throws LDIF_Exception 32/32 without a "cn=Configuration" entry; a syntax error of the given DN or password
+    int setAuthentication(const char* dn, const char* password, int method);
+    int getAuthentication();
+
+private:
+    void load();
+    bool verified(const char* dn, const char* password);
+    std::string rendered() const;
+
+    bool inMemory_ = false; // the last load came to its end
+};
+
+#endif

@@ -1,0 +1,145 @@
+// Filters and search results.
+#include "LDIF_Search.h"
+
+#include "LDIF_Exception.h"
+
+#include <algorithm>
+#include <ostream>
+
+using veltor::detail::Layer;
+using veltor::detail::wrapping;
+
+namespace {
+
+/// The value of an equality filter: \xx stands for a byte. Copying stops at an escape that is not one.
+std::string unescaped(const std::string& text)
+{
+    std::string value;
+    if (veltor::detail::localeReadsAscii()) {
+        for (std::size_t position = 0; position < text.size(); ++position) {
+            if (text[position] != '\\') {
+                value += text[position];
+                continue;
+            }
+            if (text.size() - position < 3) {
+                break;
+            }
+            const int high = veltor::detail::hexValue(text[position + 1]);
+            const int low = veltor::detail::hexValue(text[position + 2]);
+            if (high < 0 || low < 0) {
+                break;
+            }
+            value += static_cast<char>(high * 16 + low);
+            position += 2;
+        }
+        return value;
+    }
+    // In other encodings a digit is what the locale reads as one.
+    for (std::string rest = text; !rest.empty();) {
+        if (rest.front() != '\\') {
+            value += rest.front();
+            rest.erase(0, 1);
+            continue;
+        }
+        char byte = 0;
+        if (rest.size() < 3 || !hex2byte(rest.erase(0, 1), byte)) {
+            break;
+        }
+        value += byte;
+    }
+    return value;
+}
+
+} // namespace
+
+LDIF_Filter& LDIF_Filter::operator=(const std::string& text)
+{
+    presence = true;
+    attribute = "objectclass";
+    value.clear();
+
+    std::string rest = text;
+    stripLeading(rest);
+    const auto equals = rest.find('=');
+    if (equals == std::string::npos) {
+        stripTrailing(rest);
+        if (!rest.empty()) {
+            attribute = rest;
+        }
+        return *this;
+    }
+    if (equals == 0) {
+        return *this;
+    }
+    std::string name = rest.substr(0, equals);
+    attribute = stripTrailing(name);
+    rest.erase(0, equals + 1);
+    stripTrailing(stripLeading(rest));
+    if (!rest.empty() && rest.front() != '*') {
+        presence = false;
+        value = unescaped(rest);
+    }
+    return *this;
+}
+
+bool LDIF_Filter::match(const LDIF_Entry& entry) const
+{
+    const auto found = entry.attributes.find(attribute);
+    if (found == entry.attributes.end()) {
+        return false;
+    }
+    return presence || found->values.find(value) != found->values.end();
+}
+
+LDIF_Search_Results::LDIF_Search_Results(Scope wantedScope, const LDIF_Filter& wantedFilter,
+                                         const LDIF_AttrFilter& wantedAttributes, bool namesOnly)
+    : scope(wantedScope), filter(wantedFilter), attrFilter(wantedAttributes), typesOnly(namesOnly)
+{
+}
+
+void LDIF_Search_Results::visit(const LDIF_Entry& entry, bool wanted)
+{
+    if (!filter.match(entry) || !wanted) {
+        return;
+    }
+    LDIF_Entry copy(entry.dn);
+    copy.dnLabel = entry.dnLabel;
+    for (const auto& attribute : entry.attributes) {
+        if (attrFilter.empty() || attrFilter.count(attribute.name) != 0) {
+            copy += attribute;
+        }
+    }
+    entries.push_back(std::move(copy));
+}
+
+void LDIF_Search_Results::addEntry(const LDIF_Entry& entry, const bool& isBase)
+{
+    const bool whole = scope == subtree;
+    const bool level = scope == oneLevel && isBase;
+    wrapping(Layer{VELTOR_HERE, ""}, [&] {
+        veltor::detail::TreeWalk walk(entry);
+        // The base of a one-level search is tested all the same: a filter that can't be compared fails there too.
+        visit(entry, !level);
+        for (walk.next(whole || level); walk.current() != nullptr; walk.next(whole)) {
+            visit(*walk.current(), true);
+        }
+    });
+}
+
+std::ostream& operator<<(std::ostream& stream, const LDIF_Search_Results& results)
+{
+    stream << results.entries.size() << " entr" << (results.entries.size() == 1 ? "y" : "ies") << " found.\n";
+    for (const auto& entry : results.entries) {
+        stream << '\n' << entry.dnLabel << ": " << entry.dn << '\n';
+        for (const auto& attribute : entry.attributes) {
+            if (results.typesOnly) {
+                stream << attribute.name << '\n';
+                continue;
+            }
+            for (const auto& value : attribute.values) {
+                stream << attribute.name << ": " << value << '\n';
+            }
+        }
+    }
+    return stream;
+}

@@ -1,0 +1,74 @@
+// Filters and search results.
+#ifndef VELTOR_LDIF_SEARCH_H
+#define VELTOR_LDIF_SEARCH_H
+
+#include "LDIF_Entry.h"
+#include "LDIF_Util.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <set>
+#include <string>
+#include <vector>
+
+/// A filter of one term: an attribute, and the value that it must have, if any. No parentheses, no boolean
+/// operators, no substrings.
+class LDIF_Filter
+{
+public:
+    cisString attribute = "objectclass"; ///< the attribute to test
+    std::string value;                   ///< the value to look for, escapes resolved
+    bool presence = true;                ///< the attribute need only be there
+
+    /// "objectclass" present.
+    LDIF_Filter() = default;
+    LDIF_Filter(const LDIF_Filter&) = default;
+    LDIF_Filter(LDIF_Filter&&) noexcept = default;
+    LDIF_Filter& operator=(const LDIF_Filter&) = default;
+    LDIF_Filter& operator=(LDIF_Filter&&) noexcept = default;
+    ~LDIF_Filter() = default;
+
+    /// Parses "attribute", "attribute=*" or "attribute=value" with \xx for a byte. Whatever stands behind a
+    /// leading "*" is ignored, on purpose; an escape that is cut short or not hexadecimal ends the value.
+    /// @throws LDIF_Exception 162/162 for text that the process locale can't read
+    LDIF_Filter& operator=(const std::string& text);
+
+    /// @throws LDIF_Exception when the value does not suit the attribute's type and there is a value to compare
+    virtual bool match(const LDIF_Entry& entry) const;
+};
+
+/// The attributes that a search returns, letter case ignored; none means all.
+using LDIF_AttrFilter = std::set<cisString>;
+
+/// What a search found: copies of the entries in the order of the walk, and what was asked.
+class LDIF_Search_Results
+{
+public:
+    /// The LDAP scope numbers.
+    enum Scope : std::int32_t {
+        base = 0,     ///< the base entry alone
+        oneLevel = 1, ///< the entries directly below the base
+        subtree = 2   ///< the base and everything below it
+    };
+
+    std::vector<LDIF_Entry> entries;
+    Scope scope = base;
+    LDIF_Filter filter;
+    LDIF_AttrFilter attrFilter;
+    bool typesOnly = false; ///< print attribute names without values
+
+    LDIF_Search_Results() = default;
+    LDIF_Search_Results(Scope scope, const LDIF_Filter& filter, const LDIF_AttrFilter& attrFilter, bool typesOnly);
+
+    /// Visits an entry and, by scope, what is below it: depth first, parents before children.
+    /// @param isBase  the entry is the search base, which a one-level search tests but never returns
+    void addEntry(const LDIF_Entry& entry, const bool& isBase);
+
+private:
+    void visit(const LDIF_Entry& entry, bool wanted);
+};
+
+/// The results as text: their number, then each entry's DN line and attributes.
+std::ostream& operator<<(std::ostream& stream, const LDIF_Search_Results& results);
+
+#endif

@@ -1,0 +1,122 @@
+// Whole files in and out of memory, by plain system calls.
+#include "disk.h"
+
+#include "LDIF_Exception.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace veltor::detail {
+
+namespace {
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor()
+    {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+
+    int get() const { return number_; }
+    bool valid() const { return number_ >= 0; }
+
+private:
+    int number_;
+};
+
+int opened(const std::string& fileName, int flags, mode_t mode)
+{
+    int number = -1;
+    do {
+        // A fifo in the file's place must not hold the caller.
+        number = open(fileName.c_str(), flags | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, mode);
+    } while (number < 0 && errno == EINTR);
+    return number;
+}
+
+[[noreturn]] void refuseOpen(int line, const std::string& fileName)
+{
+    LDIF_Exception failure(__FILE_NAME__, line, result::connectError, 1004, "ifstream()");
+    failure.configFile = fileName;
+    throw failure;
+}
+
+/// Reads up to `size` bytes; fewer only at the end of the file.
+std::size_t readUpTo(const Descriptor& file, char* bytes, std::size_t size)
+{
+    std::size_t filled = 0;
+    while (filled < size) {
+        const ssize_t got = read(file.get(), bytes + filled, size - filled);
+        if (got == 0) {
+            break;
+        }
+        if (got > 0) {
+            filled += static_cast<std::size_t>(got);
+        } else if (errno != EINTR) {
+            throw std::system_error(errno, std::generic_category());
+        }
+    }
+    return filled;
+}
+
+} // namespace
+
+FileText readWholeFile(const std::string& fileName)
+{
+    const Descriptor file(opened(fileName, O_RDONLY, 0));
+    struct stat status = {};
+    if (!file.valid() || fstat(file.get(), &status) != 0) {
+        refuseOpen(__LINE__, fileName);
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        // A device that is at its end at once is an empty file; every other has to be waited for or never ends.
+        char byte = 0;
+        if (!S_ISCHR(status.st_mode) || read(file.get(), &byte, 1) != 0) {
+            refuseOpen(__LINE__, fileName);
+        }
+    }
+    // One byte more than the file has, so that a single read finds its end; files that tell no size grow.
+    std::size_t capacity = static_cast<std::size_t>(status.st_size) + 1;
+    auto bytes = std::make_unique_for_overwrite<char[]>(capacity);
+    std::size_t size = readUpTo(file, bytes.get(), capacity);
+    while (size == capacity) {
+        capacity = std::max<std::size_t>(2 * capacity, 65536);
+        auto larger = std::make_unique_for_overwrite<char[]>(capacity);
+        std::memcpy(larger.get(), bytes.get(), size);
+        bytes = std::move(larger);
+        size += readUpTo(file, bytes.get() + size, capacity - size);
+    }
+    return {std::move(bytes), size};
+}
+
+bool writeWholeFile(const std::string& fileName, std::string_view text)
+{
+    constexpr mode_t everybodyUnlessMasked = 0666;
+    const Descriptor file(opened(fileName, O_WRONLY | O_CREAT | O_TRUNC, everybodyUnlessMasked));
+    if (!file.valid()) {
+        return false;
+    }
+    while (!text.empty()) {
+        const ssize_t written = write(file.get(), text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            break;
+        }
+    }
+    return true;
+}
+
+} // namespace veltor::detail

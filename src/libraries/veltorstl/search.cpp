@@ -1,0 +1,186 @@
+// cfg_search_s: a search of the store, copied out into nodes that the caller owns.
+#include "LDIF_AttrType.h"
+#include "LDIF_Search.h"
+#include "LDIF_Util.h"
+#include "handle.h"
+
+#include "veltor/cfg.h"
+#include "veltor/platform.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+using namespace veltor::detail;
+namespace result = veltor::result;
+
+namespace {
+
+/// Thrown when a node or a text can't be allocated; the search answers 90 to it.
+constexpr const char* outOfMemory = "OUT OF MEMORY!";
+
+char* copyOf(const char* text)
+{
+    char* const copy = strdup(text);
+    if (copy == nullptr) {
+        throw outOfMemory;
+    }
+    return copy;
+}
+
+/// Appends nodes to a chain of one level. What is appended is reachable from the result at once, so that a
+/// failure half-way can free everything.
+class Chain
+{
+public:
+    explicit Chain(cfg_message*& first) : end_(&first) {}
+
+    cfg_message& append(int kind)
+    {
+        auto* const node = static_cast<cfg_message*>(std::calloc(1, sizeof(cfg_message)));
+        if (node == nullptr) {
+            throw outOfMemory;
+        }
+        node->kind = kind;
+        *end_ = node;
+        end_ = &node->next;
+        return *node;
+    }
+
+private:
+    cfg_message** end_;
+};
+
+enum NodeKind { entryNode = 0, attributeNode = 1, valueNode = 2 };
+
+LDIF_Search_Results::Scope scopeOf(int scope)
+{
+    switch (scope) {
+    case LDIF_Search_Results::oneLevel:
+        return LDIF_Search_Results::oneLevel;
+    case LDIF_Search_Results::subtree:
+        return LDIF_Search_Results::subtree;
+    default:
+        return LDIF_Search_Results::base;
+    }
+}
+
+/// Takes off white space and one pair of parentheses that encloses the whole: the first that opens closes last.
+std::string bareFilter(const char* filter)
+{
+    constexpr std::string_view space = " \t\n\v\f\r";
+    std::string_view text = filter == nullptr ? "" : filter;
+    const auto trim = [&] {
+        text.remove_prefix(std::min(text.find_first_not_of(space), text.size()));
+        text.remove_suffix(text.size() - (text.find_last_not_of(space) + 1));
+    };
+    trim();
+    if (text.size() < 2 || text.front() != '(' || text.back() != ')') {
+        return std::string(text);
+    }
+    std::size_t depth = 0;
+    for (std::size_t position = 0; position + 1 < text.size(); ++position) {
+        depth += text[position] == '(' ? 1 : 0;
+        depth -= text[position] == ')' ? 1 : 0;
+        if (depth == 0) {
+            return std::string(text);
+        }
+    }
+    text = text.substr(1, text.size() - 2);
+    trim();
+    return std::string(text);
+}
+
+/// The clear text of a stored password, as the decoder allocated it.
+char* decodedText(const LDIF_Value& value, const std::string& entryDn, const LDIF_Attribute& attribute)
+{
+    constexpr std::size_t usualSize = 256;
+    std::array<char, usualSize> usual;
+    std::vector<char> large;
+    const std::string stored = value.str();
+    char* encoded = usual.data();
+    if (stored.size() >= usualSize) {
+        large.resize(stored.size() + 1);
+        encoded = large.data();
+    }
+    std::memcpy(encoded, stored.c_str(), stored.size() + 1);
+    char* clear = nullptr;
+    if (const int code = _slapd_utils_decode_buffer(encoded, &clear); code != 0) {
+        LDIF_Exception failure(VELTOR_HERE, code, code, "_slapd_utils_decode_buffer();");
+        failure.value = stored;
+        failure.attrType = value.attrType;
+        failure.entryDn = entryDn;
+        failure.attribute = attribute.name;
+        throw failure;
+    }
+    return clear;
+}
+
+void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*& first)
+{
+    if (results.entries.empty()) {
+        return;
+    }
+    const auto passwordMatch = getAttrType("zor-slapdAdminPW")->match;
+    Chain entries(first);
+    for (const auto& entry : results.entries) {
+        cfg_message& entryOut = entries.append(entryNode);
+        const std::string dn = entry.dn.str();
+        entryOut.text = copyOf(dn.c_str());
+        Chain attributes(entryOut.children);
+        for (const auto& attribute : entry.attributes) {
+            cfg_message& attributeOut = attributes.append(attributeNode);
+            attributeOut.text = copyOf(attribute.name.c_str());
+            const bool decode = !attribute.values.empty() && store.getAuthentication() != 0 &&
+                                attribute.values.type->match == passwordMatch;
+            Chain values(attributeOut.children);
+            for (const auto& value : attribute.values) {
+                cfg_message& valueOut = values.append(valueNode);
+                valueOut.text = decode ? decodedText(value, dn, attribute) : copyOf(value.str().c_str());
+            }
+        }
+    }
+}
+
+} // namespace
+
+int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int attrsonly,
+                 cfg_message** res)
+{
+    if (cfg_reset(handle) != 0) {
+        return result::paramError;
+    }
+    cfg_handle& target = *handleOf(handle);
+    if (res != nullptr) {
+        *res = nullptr;
+    }
+    if (!isBound(target) || res == nullptr) {
+        return target.lastResult = result::paramError;
+    }
+    return runKept(target, {VELTOR_HERE, "System error in cfg_search_s()"}, [&] {
+        try {
+            target.store->refresh();
+            LDIF_DN dn;
+            dn = cisString(base == nullptr ? "" : base);
+            LDIF_Filter parsedFilter;
+            parsedFilter = bareFilter(filter);
+            LDIF_AttrFilter attributes;
+            for (char** name = attrs; name != nullptr && *name != nullptr; ++name) {
+                attributes.insert(*name);
+            }
+            copyOut(target.store->search(dn, scopeOf(scope), parsedFilter, attributes, attrsonly != 0), *target.store,
+                    *res);
+            return 0;
+        } catch (const char*) {
+            cfg_msgfree(*res);
+            *res = nullptr;
+            return result::noMemory;
+        } catch (...) {
+            cfg_msgfree(*res);
+            *res = nullptr;
+            throw;
+        }
+    });
+}
