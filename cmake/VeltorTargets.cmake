@@ -6,6 +6,9 @@ target_compile_options(veltor_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshad
 target_compile_options(
     veltor_warnings INTERFACE
                     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
+# Classes with virtual functions and without a virtual destructor are part of the ABI; containers hold them by value.
+target_compile_options(
+    veltor_warnings INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-delete-non-abstract-non-virtual-dtor>)
 
 add_library(veltor_options INTERFACE)
 target_compile_features(veltor_options INTERFACE cxx_std_20 c_std_99)

@@ -1,8 +1,9 @@
 // The default trace service: records go to the file that the environment names, one line each, or nowhere.
-// Tracing must not disturb what it watches: no call waits for somebody to read, none raises a signal, and none
-// changes the errno of its caller. Debug texts go to the standard error.
+// Debug texts go to the standard error. Tracing must not disturb what it watches: a record neither waits for
+// somebody to read it nor ends the process with SIGPIPE, and no call changes the errno of its caller.
 #include "veltor/platform.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -23,6 +24,7 @@ constexpr mode_t traceFileMode = 0600;
 constexpr uint32_t maxDataBytes = uint32_t{1} << 20;
 // Two words, an address, a length and what stands between them.
 constexpr std::size_t maxHeadBytes = 64;
+constexpr std::size_t maxEscapeBytes = 4;
 // Lines and debug texts up to this size need no memory of their own.
 constexpr std::size_t stackBytes = 2048;
 
@@ -56,7 +58,7 @@ int turnTo(const char* path)
     }
     struct stat status = {};
     if (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)) {
-        // Only a regular file takes every line whole, and none answers with a signal.
+        // Of all kinds of files only a regular one takes lines of any length whole.
         close(opened);
         return EINVAL;
     }
@@ -74,16 +76,6 @@ bool isPlain(unsigned char byte)
 {
     // Fixed, whatever the locale: a trace is read elsewhere. The backslash is escaped to keep lines reversible.
     return byte >= 0x20 && byte <= 0x7E && byte != '\\';
-}
-
-// How many bytes the data takes on its line.
-std::size_t escapedSize(const unsigned char* data, uint32_t length)
-{
-    std::size_t size = 0;
-    for (uint32_t i = 0; i < length; ++i) {
-        size += isPlain(data[i]) ? 1 : 4;
-    }
-    return size;
 }
 
 char* appendEscaped(char* out, const unsigned char* data, uint32_t length)
@@ -121,7 +113,8 @@ int writeWhole(const char* line, std::size_t size)
 // Puts the line together and writes it. Gives 0 or an errno value.
 int writeRecord(uint32_t record, uint32_t cls, const void* object, uint32_t length, const unsigned char* data)
 {
-    const std::size_t roomNeeded = maxHeadBytes + escapedSize(data, length) + 1;
+    // Room for every byte escaped: data that another thread changes meanwhile still fits.
+    const std::size_t roomNeeded = maxHeadBytes + maxEscapeBytes * length + 1;
     char onStack[stackBytes];
     char* line = roomNeeded <= sizeof onStack ? onStack : static_cast<char*>(std::malloc(roomNeeded));
     if (line == nullptr) {
@@ -200,7 +193,8 @@ void PrintDebugVa(unsigned long /*type*/, const char* fmt, va_list ap)
         } else {
             text = larger;
             errno = callersErrno; // for "%m"
-            length = std::vsnprintf(text, wanted, fmt, again);
+            // An argument that another thread changes may have grown; what found no room is not there.
+            length = std::min(std::vsnprintf(text, wanted, fmt, again), length);
         }
     }
     va_end(again);

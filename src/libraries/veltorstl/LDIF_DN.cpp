@@ -83,12 +83,42 @@ class DnParser
 public:
     using View = std::basic_string_view<Character>;
 
+    /// Parses a text that stands as it is.
     explicit DnParser(View text) : rest_(text) {}
 
-    std::string rest() const { return narrow(rest_); }
+    /// Parses a text in the locale's encoding. It is converted where the grammar first looks beyond an attribute
+    /// type, so that a bad type is reported before a bad character further on.
+    explicit DnParser(const cisString& text) requires std::is_same_v<Character, wchar_t> : unread_(text),
+                                                                                           isUnread_(true)
+    {
+    }
+
+    std::string rest() const { return isUnread_ ? unread_ : narrow(rest_); }
 
     // attribute type: a letter and key characters, or a digit and oid characters
     LDIF_RDN_attribute attribute()
+    {
+        LDIF_RDN_attribute type;
+        if (isUnread_) {
+            const std::size_t length = DnParser<char>(std::string_view(unread_)).typeLength();
+            type.assign(unread_, 0, length);
+            unread_.erase(0, length);
+            convert();
+            stripRest();
+        } else {
+            const std::size_t length = typeLength();
+            if constexpr (std::is_same_v<Character, char>) {
+                type.assign(rest_.data(), length);
+            } else {
+                type.assign(narrow(rest_.substr(0, length)));
+            }
+            skip(length);
+        }
+        return type;
+    }
+
+    /// The length of the attribute type that the text begins with.
+    std::size_t typeLength() const
     {
         if (rest_.empty()) {
             refuse(__LINE__, missingAttribute, "Missing RDN attribute");
@@ -106,21 +136,13 @@ public:
         }
         const auto end =
             std::find_if(rest_.begin(), rest_.end(), [=](Character character) { return !isOf(character, allowed); });
-        const auto length = static_cast<std::size_t>(end - rest_.begin());
-        LDIF_RDN_attribute type;
-        if constexpr (std::is_same_v<Character, char>) {
-            type.assign(rest_.data(), length);
-        } else {
-            type.assign(narrow(rest_.substr(0, length)));
-        }
-        skip(length);
-        return type;
+        return static_cast<std::size_t>(end - rest_.begin());
     }
 
     // value: "#" hex pairs, or a quoted text, or a plain text
     LDIF_RDN_value value()
     {
-        const View input = rest_;
+        const Input input = here();
         std::string complaint;
         auto decoded =
             below({VELTOR_HERE, "System error parsing rdn value: "}, input, [&] { return decodedValue(complaint); });
@@ -133,8 +155,8 @@ public:
     // attribute type "=" value
     LDIF_RDN_pair pair()
     {
-        const View input = rest_;
-        if (rest_.empty()) {
+        const Input input = here();
+        if (atEnd()) {
             refuse(__LINE__, missingAttribute, "Missing RDN attribute");
         }
         const Layer layer{VELTOR_HERE, "System error parsing rdn: "};
@@ -156,13 +178,13 @@ public:
     // pair, or several joined by "+"
     LDIF_RDN rdn()
     {
-        const View input = rest_;
-        if (rest_.empty()) {
+        const Input input = here();
+        if (atEnd()) {
             refuse(__LINE__, missingAttribute, "Missing RDN attribute");
         }
         LDIF_RDN pairs;
         for (;;) {
-            pairs.push_back(below({VELTOR_HERE, "System error parsing rdn: "}, input, [this] { return pair(); }));
+            below({VELTOR_HERE, "System error parsing rdn: "}, input, [&] { pairs.push_back(pair()); });
             if (rest_.empty() || atSeparator()) {
                 break;
             }
@@ -196,9 +218,17 @@ public:
             }
         } const finish{into, std::ssize(into)};
         const auto nameText = [&wholeText](LDIF_Exception& failure) { failure.value = wholeText; };
-        for (;;) {
+        for (bool first = true;; first = false) {
             guarded(
-                {VELTOR_HERE, "System error parsing dn"}, [&] { into.push_back(rdn()); }, nameText);
+                {VELTOR_HERE, "System error parsing dn"},
+                [&] {
+                    if (!first && !rest_.empty() && atSeparator()) {
+                        // Nothing stands between two separators.
+                        refuse(__LINE__, missingAttribute, "Missing RDN attribute");
+                    }
+                    into.push_back(rdn());
+                },
+                nameText);
             if (rest_.empty()) {
                 return;
             }
@@ -212,12 +242,35 @@ public:
     }
 
 private:
-    template <class Work>
-    static auto below(const Layer& layer, View input, Work&& work)
+    /// What a level had in front of it, for its messages.
+    struct Input
     {
-        return guarded(layer, std::forward<Work>(work), [input](LDIF_Exception& failure) {
+        View text;
+        std::string unread;
+
+        std::string str() const { return unread.empty() ? narrow(text) : unread; }
+    };
+
+    Input here() const { return {rest_, unread_}; }
+
+    bool atEnd() const { return isUnread_ ? unread_.empty() : rest_.empty(); }
+
+    void convert()
+    {
+        if constexpr (std::is_same_v<Character, wchar_t>) {
+            converted_ = multibyte2wide(unread_);
+            rest_ = converted_;
+            isUnread_ = false;
+            unread_.clear();
+        }
+    }
+
+    template <class Work>
+    static auto below(const Layer& layer, const Input& input, Work&& work)
+    {
+        return guarded(layer, std::forward<Work>(work), [&input](LDIF_Exception& failure) {
             if (failure.nested == nullptr) {
-                failure.msg += narrow(input);
+                failure.msg += input.str();
             }
         });
     }
@@ -239,15 +292,25 @@ private:
     LDIF_RDN_value decodedValue(std::string& complaint)
     {
         LDIF_RDN_value decoded;
+        if (isUnread_) {
+            convert();
+        }
         if (rest_.empty()) {
             return decoded;
         }
-        if (rest_.front() == Character('#')) {
-            decodeBinary(decoded);
-        } else if (rest_.front() == Character('"')) {
-            complaint = decodeQuoted(decoded);
-        } else {
-            complaint = decodePlain(decoded);
+        const View whole = rest_;
+        try {
+            if (rest_.front() == Character('#')) {
+                decodeBinary(decoded);
+            } else if (rest_.front() == Character('"')) {
+                complaint = decodeQuoted(decoded);
+            } else {
+                complaint = decodePlain(decoded);
+            }
+        } catch (...) {
+            // Nothing of the value was understood, so the caller gets all of it back.
+            rest_ = whole;
+            throw;
         }
         if (complaint.empty()) {
             stripRest();
@@ -356,15 +419,17 @@ private:
     static constexpr Character quotedStops[] = {Character('"'), Character('\\'), Character(0)};
 
     View rest_;
+    std::string unread_; // not converted yet: the rest is this
+    bool isUnread_ = false;
+    std::wstring converted_;
 };
 
 namespace {
 
 /// Runs one parsing step on the front of a text and leaves the rest in it, also after a failure.
 template <class Character, class Step>
-auto parseFront(std::basic_string_view<Character> view, cisString& text, Step step)
+auto parseFront(DnParser<Character>&& parser, cisString& text, Step step)
 {
-    DnParser<Character> parser(view);
     try {
         auto parsed = step(parser);
         text.assign(parser.rest());
@@ -375,30 +440,14 @@ auto parseFront(std::basic_string_view<Character> view, cisString& text, Step st
     }
 }
 
-/// The wide form of a text that begins with an attribute type. The type is judged by its bytes and before
-/// anything is converted, so that a bad type is reported before a bad character further on.
-std::wstring widenedBehindType(const cisString& text)
-{
-    const auto end = std::find_if(text.begin(), text.end(),
-                                  [](char character) { return !isOf(character, unsigned{inKey} | unsigned{inOid}); });
-    std::wstring wide(text.begin(), end);
-    if (wide.empty()) {
-        // Raises the complaint about the type.
-        const cisString copy = text;
-        DnParser<char>(copy).attribute();
-    }
-    return wide + multibyte2wide(std::string(end, text.end()));
-}
-
 template <class Step>
-auto parseTyped(cisString& text, Step step)
+auto parseFront(cisString& text, Step step)
 {
     if (isPlainAscii(text)) {
         const std::string input = text;
-        return parseFront<char>(input, text, step);
+        return parseFront(DnParser<char>(std::string_view(input)), text, step);
     }
-    const std::wstring wide = widenedBehindType(text);
-    return parseFront<wchar_t>(wide, text, step);
+    return parseFront(DnParser<wchar_t>(text), text, step);
 }
 
 void appendValue(std::string& out, const LDIF_RDN_value& value);
@@ -513,20 +562,13 @@ std::string printable(const LDIF_DN& dn)
 using namespace veltor::detail;
 
 LDIF_RDN_attribute::LDIF_RDN_attribute(cisString& text)
-    : LDIF_RDN_attribute(parseTyped(text, [](auto& parser) { return parser.attribute(); }))
+    : LDIF_RDN_attribute(parseFront(text, [](auto& parser) { return parser.attribute(); }))
 {
 }
 
 LDIF_RDN_value::LDIF_RDN_value(cisString& text)
+    : LDIF_RDN_value(parseFront(text, [](auto& parser) { return parser.value(); }))
 {
-    const auto step = [](auto& parser) { return parser.value(); };
-    if (isPlainAscii(text)) {
-        const std::string input = text;
-        *this = parseFront<char>(input, text, step);
-    } else {
-        const std::wstring wide = multibyte2wide(text);
-        *this = parseFront<wchar_t>(wide, text, step);
-    }
 }
 
 std::string LDIF_RDN_value::str() const
@@ -542,7 +584,7 @@ LDIF_RDN_pair::LDIF_RDN_pair(LDIF_RDN_attribute&& attribute, LDIF_RDN_value&& va
 }
 
 LDIF_RDN_pair::LDIF_RDN_pair(cisString& text)
-    : LDIF_RDN_pair(parseTyped(text, [](auto& parser) { return parser.pair(); }))
+    : LDIF_RDN_pair(parseFront(text, [](auto& parser) { return parser.pair(); }))
 {
 }
 
@@ -559,7 +601,7 @@ std::string LDIF_RDN_pair::str() const
     return text;
 }
 
-LDIF_RDN::LDIF_RDN(cisString& text) : LDIF_RDN(parseTyped(text, [](auto& parser) { return parser.rdn(); })) {}
+LDIF_RDN::LDIF_RDN(cisString& text) : LDIF_RDN(parseFront(text, [](auto& parser) { return parser.rdn(); })) {}
 
 LDIF_RDN& LDIF_RDN::operator+=(const LDIF_RDN_pair& pair)
 {
@@ -596,8 +638,7 @@ LDIF_DN& LDIF_DN::operator=(const cisString& text)
     cisString stripped = text;
     stripLeading(stripped);
     if (!stripped.empty()) {
-        const std::wstring wide = widenedBehindType(stripped);
-        DnParser<wchar_t>(wide).dn(*this, text);
+        DnParser<wchar_t>(stripped).dn(*this, text);
     }
     return *this;
 }

@@ -108,7 +108,7 @@ void LDIF_Entry::mergeFrom(LDIF_Entry& entry)
     }
 }
 
-LDIF_Entry& LDIF_Entry::insert(std::unique_ptr<LDIF_Entry> entry)
+LDIF_Entry& LDIF_Entry::insert(std::unique_ptr<LDIF_Entry>&& entry)
 {
     needsToBelong(*entry, *this);
     const std::size_t level = relDn.size();
@@ -116,7 +116,7 @@ LDIF_Entry& LDIF_Entry::insert(std::unique_ptr<LDIF_Entry> entry)
 }
 
 /// Inserts an entry whose relDn belongs to this one from a level on.
-LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry> entry, std::size_t level)
+LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level)
 {
     LDIF_Entry* parent = this;
     while (level < entry->relDn.size()) {

@@ -66,15 +66,16 @@ public:
     /// The entry with that DN, which is relative to this entry's parent, or null.
     virtual LDIF_Entry* find(const LDIF_DN& d);
 
-    /// What += does, for an entry that is given up. Returns the entry of the tree that holds it now.
-    LDIF_Entry& insert(std::unique_ptr<LDIF_Entry> entry);
+    /// What += does, for an entry that is given up. When it fails, an entry that was being merged stays with the
+    /// caller. Returns the entry of the tree that holds it now.
+    LDIF_Entry& insert(std::unique_ptr<LDIF_Entry>&& entry);
 
     /// Appends the texts of the entry and of everything below it, each entry before its children.
     void appendTreeTo(std::string& text) const;
 
 private:
     void mergeFrom(LDIF_Entry& entry);
-    LDIF_Entry& insertBelow(std::unique_ptr<LDIF_Entry> entry, std::size_t level);
+    LDIF_Entry& insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level);
     void appendTo(std::string& text) const;
 };
 

@@ -477,7 +477,10 @@ LDIF_EntryList::const_iterator LDIF_EntryList::end() const
 
 LDIF_Entry& LDIF_EntryList::at(size_type position)
 {
-    return const_cast<LDIF_Entry&>(std::as_const(*this).at(position));
+    if (position >= size()) {
+        throw std::out_of_range("LDIF_EntryList::at");
+    }
+    return (*this)[position];
 }
 
 const LDIF_Entry& LDIF_EntryList::at(size_type position) const

@@ -23,7 +23,9 @@ class LDIF_Entry;
 ///
 /// The index maps the relative DN of every child, and every proper ancestor of it below this level, to slots. It
 /// exists from a handful of children on. Whoever gets mutable access through the vector's interface may change
-/// what it is built from, so that makes it be built anew; answers are checked against the child in any case.
+/// what it is built from, so that makes it be built anew, and every hit is checked against the child. What it
+/// can't see is a relDn that is changed through a reference from before the last question: such a child is not
+/// found under its new name until the list is touched again.
 ///
 /// Not thread-safe, not even for reading: closing holes and building the index happen on demand.
 class LDIF_EntryList

@@ -50,7 +50,7 @@ LDIF_Exception::LDIF_Exception(const char* sourceFile, int sourceLine, const LDI
     : srcFile(sourceFile == nullptr ? "" : sourceFile), srcLine(sourceLine), msg(inner.msg), ldapErr(inner.ldapErr),
       extErr(inner.extErr), sysErrno(inner.sysErrno), errnoHidden(inner.errnoHidden), configFile(inner.configFile),
       configLine(inner.configLine), entryDn(inner.entryDn), attribute(inner.attribute), value(inner.value),
-      attrType(inner.attrType), nested(new LDIF_Exception(inner))
+      attrType(inner.attrType), nested(new LDIF_Exception(inner)), systemFailure_(inner.systemFailure_)
 {
 }
 

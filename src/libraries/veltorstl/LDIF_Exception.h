@@ -51,7 +51,8 @@ public:
     public:
         Nested() noexcept = default;
         Nested(std::nullptr_t) noexcept {}
-        explicit Nested(LDIF_Exception* owned) noexcept;
+        /// Takes over an exception from new.
+        Nested(LDIF_Exception* owned) noexcept;
         Nested(const Nested& other);
         Nested(Nested&& other) noexcept;
         Nested& operator=(const Nested& other);
@@ -103,6 +104,16 @@ public:
     virtual std::string fileStr() const; ///< source file name without its folder, ":" and the line
     virtual std::string errStr() const;  ///< errno in decimal
     virtual std::string msgStr() const;  ///< the message
+
+    /// True where the system failed (memory, say) and what was asked for may have been right. Whoever takes a
+    /// failure for a judgement on the input looks here first.
+    bool isSystemFailure() const noexcept { return systemFailure_ || ldapErr == noMemory; }
+    void markSystemFailure() noexcept { systemFailure_ = true; }
+
+private:
+    static constexpr int noMemory = 90;
+
+    bool systemFailure_ = false;
 };
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Exception& exception);
@@ -150,6 +161,7 @@ decltype(auto) translating(const Layer& layer, Work&& work, Complete&& complete 
         throw;
     } catch (...) {
         LDIF_Exception failure(layer.file, layer.line, result::other, 1000, layer.systemMessage);
+        failure.markSystemFailure();
         complete(failure);
         throw failure;
     }

@@ -88,6 +88,9 @@ public:
     /// After a failure: the entry that was being read belongs to what was read.
     void keepCurrentEntry() noexcept
     {
+        if (closing_) {
+            return;
+        }
         try {
             closeEntry();
         } catch (...) {
@@ -138,7 +141,10 @@ private:
     void closeEntry()
     {
         if (current_ != nullptr) {
+            closing_ = true;
             root_.insert(std::move(current_));
+            current_.reset();
+            closing_ = false;
         }
     }
 
@@ -170,13 +176,14 @@ private:
         root_.attributes += std::move(attribute);
     }
 
-    /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root.
+    /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root. When
+    /// the system fails nothing is known about the line: the load ends, and no good line is renamed on disk.
     void addAttributeOrKeepLine()
     {
         try {
             addAttribute();
         } catch (const LDIF_Exception& failure) {
-            if (failure.ldapErr == result::objectClassViolation) {
+            if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
                 throw;
             }
             line_.changeToInvalidAttr();
@@ -228,6 +235,7 @@ private:
     LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
     LDIF_Line line_;
     std::unique_ptr<LDIF_Entry> current_;
+    bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;
     bool charsetSeen_ = false;
     bool reprocess_ = false;
@@ -320,6 +328,8 @@ void LDIF_File::flush()
                            fileName);
             }
             fileStatus = statusOf(fileName);
+            // What is on disk now is what is in memory, also after a load that failed.
+            inMemory_ = true;
             if (keepsBackup) {
                 // An account that does not exist leaves owner and group unchanged.
                 if (chown(fileName.c_str(), ldap_get_uid("ldap"), ldap_get_gid("ldap")) != 0) {

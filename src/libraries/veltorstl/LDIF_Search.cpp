@@ -4,12 +4,29 @@
 #include "LDIF_Exception.h"
 
 #include <algorithm>
+#include <iterator>
 #include <ostream>
+#include <type_traits>
 
 using veltor::detail::Layer;
 using veltor::detail::wrapping;
 
 namespace {
+
+/// A text without the white space at its ends. Parentheses stay: the parser gives them no meaning, so one that is
+/// there belongs to the name or to the value.
+std::string trimmed(const std::string& text)
+{
+    const auto cut = [](const auto& whole, auto isSpace) {
+        const auto first = std::find_if_not(whole.begin(), whole.end(), isSpace);
+        const auto last = std::find_if_not(whole.rbegin(), std::make_reverse_iterator(first), isSpace).base();
+        return std::decay_t<decltype(whole)>(first, last);
+    };
+    if (veltor::detail::isPlainAscii(text)) {
+        return cut(text, veltor::detail::isAsciiSpace);
+    }
+    return wide2multibyte(cut(multibyte2wide(text), w_my_isspace));
+}
 
 /// The value of an equality filter: \xx stands for a byte. Copying stops at an escape that is not one.
 std::string unescaped(const std::string& text)
@@ -58,23 +75,13 @@ LDIF_Filter& LDIF_Filter::operator=(const std::string& text)
     attribute = "objectclass";
     value.clear();
 
-    std::string rest = text;
-    stripLeading(rest);
-    const auto equals = rest.find('=');
-    if (equals == std::string::npos) {
-        stripTrailing(rest);
-        if (!rest.empty()) {
-            attribute = rest;
-        }
+    const std::string term = trimmed(text);
+    const auto equals = term.find('=');
+    if (equals == 0 || term.empty()) {
         return *this;
     }
-    if (equals == 0) {
-        return *this;
-    }
-    std::string name = rest.substr(0, equals);
-    attribute = stripTrailing(name);
-    rest.erase(0, equals + 1);
-    stripTrailing(stripLeading(rest));
+    attribute = trimmed(term.substr(0, equals));
+    const std::string rest = equals == std::string::npos ? "" : trimmed(term.substr(equals + 1));
     if (!rest.empty() && rest.front() != '*') {
         presence = false;
         value = unescaped(rest);

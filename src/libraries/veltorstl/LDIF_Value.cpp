@@ -209,6 +209,12 @@ bool LDIF_Values::contains(const LDIF_Value& candidate) const
                        [&](const LDIF_Value& value) { return value.compare(candidate) == 0; });
 }
 
+/// An operation that fails half-way leaves the list as it was.
+void LDIF_Values::dropFrom(std::size_t count)
+{
+    values.erase(values.begin() + static_cast<std::ptrdiff_t>(count), values.end());
+}
+
 LDIF_Values& LDIF_Values::operator+=(const std::string& text)
 {
     // The candidate for the comparisons is the value that is kept in the end.
@@ -236,6 +242,7 @@ LDIF_Values& LDIF_Values::operator+=(const LDIF_Value& value)
 
 LDIF_Values& LDIF_Values::operator+=(const LDIF_Values& other)
 {
+    const std::size_t present = values.size();
     std::string text;
     return guarded(
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator +="},
@@ -249,6 +256,7 @@ LDIF_Values& LDIF_Values::operator+=(const LDIF_Values& other)
             return *this;
         },
         [&](LDIF_Exception& failure) {
+            dropFrom(present);
             failure.attrType = type;
             failure.value = text;
         });
@@ -260,6 +268,7 @@ void LDIF_Values::absorb(LDIF_Values&& other)
         *this += other;
         return;
     }
+    const std::size_t present = values.size();
     auto current = other.values.begin();
     guarded(
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator +="},
@@ -271,6 +280,7 @@ void LDIF_Values::absorb(LDIF_Values&& other)
             }
         },
         [&](LDIF_Exception& failure) {
+            dropFrom(present);
             failure.attrType = type;
             failure.value = current->text();
         });

@@ -123,6 +123,7 @@ public:
 
 private:
     bool contains(const LDIF_Value& candidate) const;
+    void dropFrom(std::size_t count);
 };
 
 #endif

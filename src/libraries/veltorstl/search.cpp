@@ -149,13 +149,13 @@ void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*&
 int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int attrsonly,
                  cfg_message** res)
 {
+    if (res != nullptr) {
+        *res = nullptr;
+    }
     if (cfg_reset(handle) != 0) {
         return result::paramError;
     }
     cfg_handle& target = *handleOf(handle);
-    if (res != nullptr) {
-        *res = nullptr;
-    }
     if (!isBound(target) || res == nullptr) {
         return target.lastResult = result::paramError;
     }
