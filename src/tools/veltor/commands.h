@@ -1,0 +1,26 @@
+// The commands of the tool, one source each. A new command is its source, one declaration here and one line in
+// the list of main.cpp.
+#ifndef VELTOR_TOOL_COMMANDS_H
+#define VELTOR_TOOL_COMMANDS_H
+
+#include "exit_codes.h"
+#include "target.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace veltor::tool {
+
+struct Command
+{
+    CLI::App* commandLine;         ///< owned by the application's command line
+    std::function<ExitCode()> run; ///< called after the parse if this command was given; throws Failure
+};
+
+/// Each adds its command to the application's command line.
+/// @param target  the common options, filled when run is called; must outlive the command
+Command searchCommand(CLI::App& application, const TargetOptions& target);
+
+} // namespace veltor::tool
+
+#endif

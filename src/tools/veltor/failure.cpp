@@ -1,0 +1,280 @@
+// Builds the texts of failures. Every message says where, what, what is allowed, whether anything was written
+// and what to do next; the order of these is fixed here.
+#include "failure.h"
+
+#include "escape.h"
+#include "secrets.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <veltor/cfg.h>
+
+namespace veltor::tool {
+
+namespace {
+
+// The password codec's code, for which LDAP client libraries have another number.
+constexpr int decodingError = 84;
+
+/// The error accessors, read once.
+struct Report
+{
+    int ldap, code, line;
+    long minimum, maximum, bits;
+    std::string file, dn, attribute;
+    std::string value; ///< as an error may quote it, "" for none
+    std::size_t valueBytes;
+    std::vector<std::string> allowed;
+};
+
+std::string orEmpty(const char* text)
+{
+    return text == nullptr ? std::string() : std::string(text);
+}
+
+Report readReport(void* handle, int ldap)
+{
+    const std::string attribute = orEmpty(cfg_get_attribute(handle));
+    const char* value = cfg_get_value(handle);
+    const std::string_view raw = value == nullptr ? std::string_view() : std::string_view(value);
+    Report report{ldap,
+                  cfg_get_exterror(handle),
+                  cfg_get_file_line(handle),
+                  cfg_get_minimum(handle),
+                  cfg_get_maximum(handle),
+                  cfg_get_bitmask(handle),
+                  orEmpty(cfg_get_file_name(handle)),
+                  orEmpty(cfg_get_entry(handle)),
+                  attribute,
+                  // A refused password is not copied: nothing would wipe the copy.
+                  raw.empty() ? std::string() : quotedUnlessSecret(attribute, raw),
+                  raw.size(),
+                  {}};
+    const char* const* allowed = cfg_get_enum(handle);
+    for (; allowed != nullptr && *allowed != nullptr; ++allowed) {
+        report.allowed.emplace_back(*allowed);
+    }
+    return report;
+}
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string out;
+    for (const std::string& word : words) {
+        out += (out.empty() ? "" : ", ") + word;
+    }
+    return out;
+}
+
+std::string hex(long number)
+{
+    char text[2 * sizeof number + 3];
+    std::snprintf(text, sizeof text, "0x%lX", static_cast<unsigned long>(number));
+    return text;
+}
+
+std::string rangeOf(const Report& report)
+{
+    return std::to_string(report.minimum) + " to " + std::to_string(report.maximum);
+}
+
+bool hasRange(const Report& report)
+{
+    return report.minimum != 0 || report.maximum != 0;
+}
+
+// The library keeps no reason of the system's, so the file is asked again. Nothing is read from it, and a fifo
+// is not waited for.
+int openingError(const std::string& file)
+{
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (descriptor < 0) {
+        return errno;
+    }
+    ::close(descriptor);
+    return 0;
+}
+
+std::string whyUnreadable(const std::string& file)
+{
+    const int error = openingError(file);
+    return error == 0 ? "not a file that can be read" : std::strerror(error);
+}
+
+// What was found wrong with a value, with what its attribute allows.
+std::string findingOf(const Report& report, const Circumstances& circumstances)
+{
+    if (report.ldap == LDAP_INSUFFICIENT_ACCESS) {
+        // A load that meets lines it can't use writes the file back, so reading fails for who may only read.
+        return circumstances.stage == Stage::bind ? "holds a line that can't be used, and can't be rewritten to mark it"
+                                                  : "can't be written";
+    }
+    const std::string value = report.value.empty() ? "the text" : report.value;
+    switch (report.code) {
+    case CFG_ERR_INT_RANGE:
+        return value + " is not within " + (hasRange(report) ? rangeOf(report) : "the range of 32-bit integers");
+    case CFG_ERR_INT_INVALID:
+        return value + " is not an integer" + (hasRange(report) ? " (" + rangeOf(report) + ")" : "");
+    case CFG_ERR_ENUM_INVALID:
+        return value + " is not one of: " + joined(report.allowed);
+    case CFG_ERR_LENGTH_RANGE:
+        return "a text of " + std::to_string(report.valueBytes) + " bytes; " + rangeOf(report) + " are allowed";
+    case CFG_ERR_BITMASK:
+        return value + " has bits outside " + hex(report.bits);
+    case CFG_ERR_NOT_IN_OBJECTCLASS:
+        // The one rule of this kind that there is. A second version or charset line ends up here as well.
+        return "only one version and one charset may stand above the first entry";
+    case CFG_ERR_DN_MISSING_ATTR:
+    case CFG_ERR_DN_ATTR_INVALID:
+    case CFG_ERR_DN_MISSING_VALUE:
+    case CFG_ERR_DN_VALUE_INVALID:
+        return value + " is not a DN";
+    case CFG_ERR_FILE_NOT_FOUND:
+    case CFG_ERR_FILE_OPEN:
+        return whyUnreadable(report.file);
+    default:
+        break;
+    }
+    switch (report.ldap) {
+    case LDAP_INVALID_CREDENTIALS:
+        return "wrong DN or password";
+    case LDAP_NO_SUCH_OBJECT:
+        return "there is no such entry";
+    case LDAP_INVALID_DN_SYNTAX:
+        return '"' + circumstances.dn + "\" is not a DN";
+    case LDAP_OTHER:
+        return circumstances.stage == Stage::bind ? "can't be read as a configuration" : "unexpected failure";
+    case CFG_LDAP_NO_MEMORY:
+        return "out of memory";
+    case decodingError:
+        return "the stored password can't be decoded";
+    // The library's own codes for text that the character set of the locale does not have.
+    case 162:
+    case 163:
+        return value + " is not text in the character set of the locale";
+    default:
+        return cfg_err2string(report.code);
+    }
+}
+
+// A DN is its own mark, unless there is nothing of it.
+std::string named(const std::string& dn)
+{
+    return dn.empty() ? "\"\"" : dn;
+}
+
+std::string headlineOf(const Report& report, const Circumstances& circumstances)
+{
+    // Behind the load a bind compares credentials. A refusal there says nothing that would help an attacker.
+    if (circumstances.stage == Stage::bind && report.line == 0) {
+        if (report.ldap == LDAP_NO_SUCH_OBJECT) {
+            return named(circumstances.dn) + ": there is no cn=Configuration entry that could name an administrator";
+        }
+        if (exitCodeFor(Stage::bind, report.ldap, 0) == ExitCode::authentication) {
+            return named(circumstances.dn) + ": wrong DN or password";
+        }
+        if (report.ldap == LDAP_INVALID_DN_SYNTAX) {
+            return "-D: \"" + circumstances.dn + "\" is not a DN";
+        }
+    }
+    std::string headline = report.file;
+    if (report.line > 0) {
+        headline += ':' + std::to_string(report.line);
+    }
+    // An entry that is not there is known from the call alone.
+    const bool missing = report.ldap == LDAP_NO_SUCH_OBJECT && report.dn.empty();
+    for (const std::string& part : {missing ? circumstances.dn : report.dn, report.attribute}) {
+        headline += part.empty() ? "" : ": " + part;
+    }
+    return headline + ": " + findingOf(report, circumstances);
+}
+
+std::string codesOf(int ldap, int code)
+{
+    std::string codes = "result " + std::to_string(ldap) + " (" + cfg_err2string(ldap) + ")";
+    if (code != ldap && code != 0) {
+        codes += ", code " + std::to_string(code) + " (" + cfg_err2string(code) + ")";
+    }
+    return codes;
+}
+
+constexpr const char* fileAdvice = "nothing was read; name the file with -F FILE or in VELTOR_FILE";
+constexpr const char* bindAdvice = "nothing was printed; without -D the bind is anonymous";
+
+// The state of things and one next step.
+std::string adviceFor(const Report& report, const Circumstances& circumstances)
+{
+    if (report.line > 0) {
+        return "the file was not changed; nothing can read it, nor start from it, until this line is corrected";
+    }
+    if (report.ldap == LDAP_INSUFFICIENT_ACCESS) {
+        return "nothing was printed; the owner of the file can search it";
+    }
+    if (report.ldap == decodingError) {
+        return circumstances.stage == Stage::bind ? "nothing was printed; nobody can bind until it is set anew"
+                                                  : "nothing was printed; name the attributes to print to leave it out";
+    }
+    if (circumstances.stage == Stage::bind) {
+        return exitCodeFor(Stage::bind, report.ldap, 0) == ExitCode::file ? fileAdvice : bindAdvice;
+    }
+    if (report.ldap == LDAP_NO_SUCH_OBJECT) {
+        return "nothing was printed; list the DNs with: veltor search -LLL 1.1";
+    }
+    return "nothing was printed";
+}
+
+} // namespace
+
+Failure::Failure(ExitCode exit, std::string headline, std::vector<std::string> details)
+    : exit_(exit), headline_(std::move(headline)), details_(std::move(details))
+{
+}
+
+std::string Failure::message() const
+{
+    std::string message = "veltor: error: " + escaped(headline_) + '\n';
+    for (const std::string& detail : details_) {
+        message += "  " + escaped(detail) + '\n';
+    }
+    return message;
+}
+
+Failure libraryFailure(void* handle, int code, const Circumstances& circumstances)
+{
+    const Report report = readReport(handle, code);
+    return {exitCodeFor(circumstances.stage, report.ldap, report.line),
+            headlineOf(report, circumstances),
+            {codesOf(report.ldap, report.code), adviceFor(report, circumstances)}};
+}
+
+std::optional<Failure> unreadableFile(const std::string& file)
+{
+    struct stat status = {};
+    const bool missing = ::stat(file.c_str(), &status) != 0;
+    const int error = missing ? errno : openingError(file);
+    if (error == 0) {
+        return std::nullopt;
+    }
+    const int code = missing ? CFG_ERR_FILE_NOT_FOUND : CFG_ERR_FILE_OPEN;
+    return Failure(ExitCode::file, file + ": " + std::strerror(error),
+                   {codesOf(CFG_LDAP_CONNECT_ERROR, code), fileAdvice});
+}
+
+Failure wrongCredentials(const std::string& dn, std::string_view reason)
+{
+    return {ExitCode::authentication,
+            named(dn) + ": wrong DN or password",
+            {codesOf(LDAP_INVALID_CREDENTIALS, 0), std::string(reason)}};
+}
+
+void warn(std::string_view text)
+{
+    std::fputs(("veltor: warning: " + escaped(text) + '\n').c_str(), stderr);
+}
+
+} // namespace veltor::tool

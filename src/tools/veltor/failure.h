@@ -1,0 +1,59 @@
+// How the tool fails: one exception that carries the exit status and the finished message, and the one place
+// that turns a failed library call into it.
+#ifndef VELTOR_TOOL_FAILURE_H
+#define VELTOR_TOOL_FAILURE_H
+
+#include "exit_codes.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltor::tool {
+
+/// A message for standard error and the exit status that goes with it. The texts are raw: they are escaped
+/// when they are printed.
+class Failure : public std::exception
+{
+public:
+    /// @param headline  what was found, and where
+    /// @param details   further lines: codes, the state of the user's file, one next step
+    Failure(ExitCode exit, std::string headline, std::vector<std::string> details = {});
+
+    ExitCode exit() const noexcept { return exit_; }
+    const char* what() const noexcept override { return headline_.c_str(); }
+
+    /// The message as it is printed: "veltor: error: " and the headline, each detail indented on a line of its own.
+    std::string message() const;
+
+private:
+    ExitCode exit_;
+    std::string headline_;
+    std::vector<std::string> details_;
+};
+
+/// What the caller knows about a failed call beyond what the library keeps.
+struct Circumstances
+{
+    Stage stage;
+    std::string dn; ///< the DN that was asked for: the base of a search, the bind DN
+};
+
+/// The failure for a library call that returned a code other than 0. Reads the handle's error accessors, so it
+/// must be called before the next call on the handle.
+Failure libraryFailure(void* handle, int code, const Circumstances& circumstances);
+
+/// The failure that a bind to this file would end in, if the file is missing or can't be opened now.
+std::optional<Failure> unreadableFile(const std::string& file);
+
+/// The failure for a DN or a password that is wrong beyond doubt, without asking the library.
+Failure wrongCredentials(const std::string& dn, std::string_view reason);
+
+/// Prints "veltor: warning: " and the escaped text to standard error.
+void warn(std::string_view text);
+
+} // namespace veltor::tool
+
+#endif

@@ -1,0 +1,174 @@
+// Works on the result nodes themselves: a copy of a value that the walking functions hand out would be one
+// more place where a password stays behind.
+#include "ldif_output.h"
+
+#include "escape.h"
+#include "failure.h"
+#include "secrets.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string.h>
+#include <string>
+#include <unistd.h>
+
+namespace veltor::tool {
+
+namespace {
+
+std::string_view textOf(const cfg_message& node)
+{
+    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
+}
+
+bool isBlank(char character)
+{
+    return character == ' ' || character == '\t';
+}
+
+bool isPrintableOrTab(char character)
+{
+    return character == '\t' || (character >= 0x20 && character < 0x7F);
+}
+
+bool isLetterOrDigit(char character)
+{
+    return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
+           (character >= '0' && character <= '9');
+}
+
+// AttributeDescription of RFC 2849, with the underscore that older files have.
+bool isAttributeName(std::string_view name)
+{
+    const auto allowed = [](char character) {
+        return isLetterOrDigit(character) || character == '-' || character == '.' || character == ';' ||
+               character == '_';
+    };
+    return !name.empty() && isLetterOrDigit(name.front()) && std::all_of(name.begin(), name.end(), allowed);
+}
+
+void appendBase64(WipedText& out, std::string_view bytes)
+{
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::string_view group = bytes.substr(at, 3);
+        unsigned long bits = 0;
+        for (std::size_t index = 0; index < 3; ++index) {
+            bits = (bits << 8U) | (index < group.size() ? static_cast<unsigned char>(group[index]) : 0U);
+        }
+        for (std::size_t index = 0; index < 4; ++index) {
+            // One byte fills two digits, two fill three; the rest of the four is padding.
+            out.push_back(index <= group.size() ? alphabet[(bits >> (18U - 6U * index)) & 0x3FU] : '=');
+        }
+    }
+}
+
+// Files may hold any text before a colon as a name; an LDIF reader would stumble over most of it.
+void appendNameAndValue(WipedText& out, std::string_view name, std::string_view value)
+{
+    if (isAttributeName(name)) {
+        appendLdifLine(out, name, value);
+        return;
+    }
+    append(out, "# not an attribute name: ");
+    append(out, escaped(name));
+    append(out, value.empty() ? "" : ": ");
+    append(out, escaped(value));
+    out.push_back('\n');
+}
+
+void appendAttribute(WipedText& out, const cfg_message& attribute, const EntryForm& form)
+{
+    const std::string_view name = textOf(attribute);
+    if (form.namesOnly) {
+        appendNameAndValue(out, name, "");
+        return;
+    }
+    if (attribute.children == nullptr) {
+        appendLdifComment(out, std::string(name) + ": no value");
+        return;
+    }
+    bool hidden = false;
+    for (const cfg_message* value = attribute.children; value != nullptr; value = value->next) {
+        if (form.showSecrets || !isSecret(name, textOf(*value))) {
+            appendNameAndValue(out, name, textOf(*value));
+        } else if (!hidden) {
+            // One line for all of them: how many passwords there are is nobody's business either.
+            appendLdifComment(out, std::string(name) + ": hidden");
+            hidden = true;
+        }
+    }
+}
+
+} // namespace
+
+bool standsPlain(std::string_view text)
+{
+    if (text.empty()) {
+        return true;
+    }
+    const bool begins = !isBlank(text.front()) && text.front() != ':' && text.front() != '<';
+    return begins && !isBlank(text.back()) && std::all_of(text.begin(), text.end(), isPrintableOrTab);
+}
+
+void appendLdifLine(WipedText& out, std::string_view name, std::string_view text)
+{
+    append(out, name);
+    if (text.empty()) {
+        append(out, ":");
+    } else if (standsPlain(text)) {
+        append(out, ": ");
+        append(out, text);
+    } else {
+        append(out, ":: ");
+        appendBase64(out, text);
+    }
+    out.push_back('\n');
+}
+
+void appendLdifComment(WipedText& out, std::string_view text)
+{
+    append(out, text.empty() ? "#" : "# ");
+    append(out, escaped(text));
+    out.push_back('\n');
+}
+
+void appendEntry(WipedText& out, const cfg_message& entry, const EntryForm& form)
+{
+    appendLdifLine(out, "dn", textOf(entry));
+    for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
+        appendAttribute(out, *attribute, form);
+    }
+    out.push_back('\n');
+}
+
+void wipeSecrets(cfg_message* result)
+{
+    for (const cfg_message* entry = result; entry != nullptr; entry = entry->next) {
+        for (const cfg_message* attribute = entry->children; attribute != nullptr; attribute = attribute->next) {
+            for (const cfg_message* value = attribute->children; value != nullptr; value = value->next) {
+                if (value->text != nullptr && isSecret(textOf(*attribute), textOf(*value))) {
+                    ::explicit_bzero(value->text, std::strlen(value->text));
+                }
+            }
+        }
+    }
+}
+
+void writeOut(int descriptor, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            throw Failure(ExitCode::writeFailed, std::string("the output can't be written: ") + std::strerror(errno),
+                          {"the configuration file is not concerned"});
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace veltor::tool

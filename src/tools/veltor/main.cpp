@@ -1,0 +1,83 @@
+// veltor, the administration tool: takes the command line apart, runs the command, turns failures into messages
+// and exit codes.
+#include "commands.h"
+#include "escape.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace veltor::tool;
+
+constexpr const char* footer =
+    R"(Exit status: 0 done, 1 no, 2 usage, 3 refused, 4 file, 5 wrong DN or password, 6 busy,
+7 write failed, 8 entry or value missing or in the way, 70 internal error.
+See veltor(1).)";
+
+int exitStatus(ExitCode code)
+{
+    return static_cast<int>(code);
+}
+
+// The parser asks for the command before it looks at words that are none.
+std::string findingOf(const CLI::App& application, const CLI::ParseError& error)
+{
+    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
+        return error.what();
+    }
+    const std::vector<std::string> unknown = application.remaining();
+    return unknown.empty() ? "there is no command" : '"' + unknown.front() + "\" is neither a command nor an option";
+}
+
+int refuseCommandLine(const CLI::App& application, const CLI::ParseError& error)
+{
+    const Failure failure(ExitCode::usage, findingOf(application, error), {"nothing was read; see: veltor --help"});
+    std::fputs(failure.message().c_str(), stderr);
+    return exitStatus(failure.exit());
+}
+
+int run(int argc, char** argv)
+{
+    CLI::App application{"Reads the configuration of the directory server.", "veltor"};
+    application.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    application.get_formatter()->column_width(24);
+    application.footer(footer);
+    application.fallthrough();
+    application.require_subcommand(1);
+    TargetOptions target;
+    addTargetOptions(application, target);
+    application.set_help_flag("-h,--help", "Print this help");
+    application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
+    const std::vector<Command> commands{
+        searchCommand(application, target),
+    };
+    try {
+        application.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return application.exit(success);
+    } catch (const CLI::ParseError& error) {
+        return refuseCommandLine(application, error);
+    }
+    const auto given = std::find_if(commands.begin(), commands.end(),
+                                    [](const Command& command) { return command.commandLine->parsed(); });
+    return exitStatus(given->run());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const Failure& failure) {
+        std::fputs(failure.message().c_str(), stderr);
+        return exitStatus(failure.exit());
+    } catch (const std::exception& error) {
+        std::fputs(("veltor: internal error: " + escaped(error.what()) + '\n').c_str(), stderr);
+        return exitStatus(ExitCode::internal);
+    }
+}
