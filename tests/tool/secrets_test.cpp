@@ -1,0 +1,62 @@
+// Which values stay hidden.
+#include "secrets.h"
+
+#include <gtest/gtest.h>
+
+using veltor::tool::isSecret;
+using veltor::tool::quotedUnlessSecret;
+
+namespace {
+
+struct Row
+{
+    const char *attribute, *value;
+    bool secret;
+};
+
+} // namespace
+
+TEST(Secrets, AreKnownByNameAndByLook)
+{
+    const Row rows[] = {
+        {"zor-slapdAdminPW", "x", true},
+        {"ZOR-SLAPDADMINPW", "x", true},
+        {"zor-slapdDbUserPW", "x", true},
+        {"zor-slapdLdapCrlPassword", "x", true},
+        {"zor-slapdMasterPW", "x", true},
+        {"zor-slapdPeerPW", "x", true},
+        {"zor-slapdSslKeyDatabasePW", "x", true},
+        {"zor-slapdSetenv", "PATH=/bin", true},
+        {"zor-slapdPort", "389", false},
+        {"zor-slapdAdminDN", "cn=root", false},
+        // Settings about passwords are no passwords.
+        {"zor-slapdPwEncryption", "sha", false},
+        {"zor-slapdUseProcessIdPw", "true", false},
+        // Names that the catalogue does not know are judged by their look.
+        {"zor-slapdAdmimPW", "x", true},
+        {"userPassword", "x", true},
+        {"USERPWD", "x", true},
+        {"description", "the pw is in the safe", false},
+        // A rejected line is a whole line of the file.
+        {"zor-slapdInvalidLine", "zor-slapdAdminPW: far-too-long", true},
+        {"zor-slapdInvalidLine", "zor-slapdAdminPW secret: ", true},
+        {"zor-slapdInvalidLine", "password: x", true},
+        {"zor-slapdInvalidLine", "zor-slapdPort: abc", false},
+        {"zor-slapdInvalidLine", "a: pw", false},
+        // A line of the file that an error quotes without a name.
+        {"", "zor-slapdAdminPW: \xFF", true},
+        {"", "cn: \xFF", false},
+        {"", "pw", false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.attribute) + ": " + row.value);
+        EXPECT_EQ(isSecret(row.attribute, row.value), row.secret);
+    }
+}
+
+TEST(Secrets, AreNotQuotedInErrors)
+{
+    EXPECT_EQ(quotedUnlessSecret("zor-slapdPort", "abc"), "\"abc\"");
+    EXPECT_EQ(quotedUnlessSecret("zor-slapdPort", ""), "\"\"");
+    EXPECT_EQ(quotedUnlessSecret("zor-slapdMasterPW", "abc"), "***");
+}
