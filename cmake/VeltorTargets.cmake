@@ -31,7 +31,9 @@ function(veltor_own_target target)
                    CXX_VISIBILITY_PRESET hidden
                    C_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON
-                   POSITION_INDEPENDENT_CODE ON)
+                   POSITION_INDEPENDENT_CODE ON
+                   # An installed tree works wherever it was put.
+                   INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endfunction()
 
 # Limits what a shared library exports to its version script, and refuses undefined symbols.

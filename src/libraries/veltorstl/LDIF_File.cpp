@@ -332,7 +332,9 @@ void LDIF_File::flush()
             inMemory_ = true;
             if (keepsBackup) {
                 // An account that does not exist leaves owner and group unchanged.
-                if (chown(fileName.c_str(), ldap_get_uid("ldap"), ldap_get_gid("ldap")) != 0) {
+                const uid_t user = ldap_get_uid("ldap");
+                const gid_t group = ldap_get_gid("ldap");
+                if (chown(fileName.c_str(), user, group) != 0) {
                     refuseFile(__LINE__, result::insufficientAccess, fileOpen, "Unable to chown: \"" + fileName + "\" ",
                                fileName);
                 }
