@@ -75,6 +75,25 @@ Names walked(const LDIF_EntryList& list)
     return names;
 }
 
+/// What lies below a DN, taken out of a list.
+std::vector<std::unique_ptr<LDIF_Entry>> takenFrom(LDIF_EntryList&& list, const LDIF_DN& dn, std::size_t from)
+{
+    std::vector<std::unique_ptr<LDIF_Entry>> taken;
+    list.giveAway(dn, from, [&](std::unique_ptr<LDIF_Entry>&& entry) { taken.push_back(std::move(entry)); });
+    return taken;
+}
+
+std::vector<std::unique_ptr<LDIF_Entry>> takenFrom(LDIF_EntryList& list, const LDIF_DN& dn, std::size_t from)
+{
+    return takenFrom(std::move(list), dn, from);
+}
+
+LDIF_Entry& appendTo(LDIF_EntryList& list, std::unique_ptr<LDIF_Entry> entry)
+{
+    list.makeRoom();
+    return list.append(std::move(entry));
+}
+
 bool byName(const LDIF_Entry& left, const LDIF_Entry& right)
 {
     return left.dn.str() < right.dn.str();
@@ -542,7 +561,7 @@ TEST(LdifEntryList, TakesTheDescendantsOutInOrder)
             list.push_back(entryOf(dn));
         }
         const LDIF_Entry* const last = &list.back();
-        auto taken = list.takeDescendants(dnOf("O=X"), 0);
+        auto taken = takenFrom(list, dnOf("O=X"), 0);
         ASSERT_EQ(taken.size(), 3U);
         EXPECT_EQ(taken[0]->dn.str(), "cn=b, o=x");
         EXPECT_EQ(taken[1]->dn.str(), "cn=c, ou=d, o=x");
@@ -554,12 +573,38 @@ TEST(LdifEntryList, TakesTheDescendantsOutInOrder)
         EXPECT_EQ(walked(list), expected) << "holes are skipped";
         EXPECT_EQ(list.equalOrAncestor(dnOf("cn=a,o=x"), 0), nullptr);
         EXPECT_EQ(list.equalOrAncestor(dnOf("cn=a,o=z"), 0), last);
-        EXPECT_TRUE(list.takeDescendants(dnOf("o=x"), 0).empty()) << "nothing is left to take";
-        EXPECT_TRUE(list.takeDescendants(dnOf("cn=a,o=z"), 0).empty()) << "equal is not below";
+        EXPECT_TRUE(takenFrom(list, dnOf("o=x"), 0).empty()) << "nothing is left to take";
+        EXPECT_TRUE(takenFrom(list, dnOf("cn=a,o=z"), 0).empty()) << "equal is not below";
         EXPECT_EQ(namesOf(list), expected) << "holes are closed";
-        EXPECT_EQ(list.takeDescendants(dnOf("o=z,o=above"), 1).size(), 1U);
+        EXPECT_EQ(takenFrom(list, dnOf("o=z,o=above"), 1).size(), 1U);
     }
-    EXPECT_TRUE(LDIF_EntryList().takeDescendants(dnOf("o=x"), 0).empty());
+    EXPECT_TRUE(takenFrom(LDIF_EntryList(), dnOf("o=x"), 0).empty());
+}
+
+TEST(LdifEntryList, WhatCannotBeTakenStaysWhereItIs)
+{
+    for (const std::size_t width : {0U, 50U}) {
+        SCOPED_TRACE(width);
+        LDIF_EntryList list = listOf(numbered(width));
+        for (const char* const dn : {"cn=a,o=x", "cn=b,o=x", "cn=c,o=x"}) {
+            list.push_back(entryOf(dn));
+        }
+        std::vector<std::unique_ptr<LDIF_Entry>> taken;
+        EXPECT_THROW(list.giveAway(dnOf("o=x"), 0,
+                                   [&](std::unique_ptr<LDIF_Entry>&& entry) {
+                                       if (entry->dn.str() == "cn=b, o=x") {
+                                           throw std::runtime_error("full");
+                                       }
+                                       taken.push_back(std::move(entry));
+                                   }),
+                     std::runtime_error);
+        Names expected = numbered(width);
+        expected.push_back("cn=b, o=x");
+        EXPECT_EQ(walked(list), expected);
+        EXPECT_EQ(list.size(), width + 1);
+        EXPECT_EQ(taken.size(), 2U);
+        EXPECT_EQ(takenFrom(list, dnOf("o=x"), 0).size(), 1U) << "it can be taken later";
+    }
 }
 
 TEST(LdifEntryList, HolesShowInNoPositionCopyOrSize)
@@ -574,7 +619,7 @@ TEST(LdifEntryList, HolesShowInNoPositionCopyOrSize)
     }
     const auto holed = [&] {
         LDIF_EntryList copy = list;
-        copy.takeDescendants(dnOf("o=x"), 0);
+        takenFrom(copy, dnOf("o=x"), 0);
         return copy;
     };
     const std::string first = expected.front();
@@ -587,7 +632,7 @@ TEST(LdifEntryList, HolesShowInNoPositionCopyOrSize)
     } rows[] = {
         {"nothing", [](LDIF_EntryList&) {}, [](Names&) {}},
         {"push_back", [](LDIF_EntryList& l) { l.push_back(entryOf("o=n")); }, [](Names& n) { n.push_back("o=n"); }},
-        {"append", [](LDIF_EntryList& l) { l.append(std::make_unique<LDIF_Entry>(dnOf("o=n"))); },
+        {"append", [](LDIF_EntryList& l) { appendTo(l, std::make_unique<LDIF_Entry>(dnOf("o=n"))); },
          [](Names& n) { n.push_back("o=n"); }},
         {"pop_back", [](LDIF_EntryList& l) { l.pop_back(); }, [](Names& n) { n.pop_back(); }},
         {"insert", [](LDIF_EntryList& l) { l.insert(l.begin() + 3, entryOf("o=n")); },
@@ -641,7 +686,7 @@ TEST(LdifEntryList, AListOfHolesAloneIsEmpty)
         for (int number = 0; number < width; ++number) {
             list.push_back(entryOf("cn=" + std::to_string(number) + ",o=x"));
         }
-        EXPECT_EQ(list.takeDescendants(dnOf("o=x"), 0).size(), static_cast<std::size_t>(width));
+        EXPECT_EQ(takenFrom(list, dnOf("o=x"), 0).size(), static_cast<std::size_t>(width));
         EXPECT_TRUE(list.empty());
         EXPECT_EQ(walked(list), Names());
         EXPECT_TRUE(list.begin() == list.end());
@@ -656,7 +701,7 @@ TEST(LdifEntryList, AppendGivesTheEntryThatItTookOver)
     LDIF_EntryList list;
     auto entry = std::make_unique<LDIF_Entry>(dnOf("o=a"));
     const LDIF_Entry* const address = entry.get();
-    EXPECT_EQ(&list.append(std::move(entry)), address);
+    EXPECT_EQ(&appendTo(list, std::move(entry)), address);
     EXPECT_EQ(&list.front(), address);
 }
 
@@ -728,7 +773,7 @@ TEST(LdifEntryList, AnySequenceOfCallsAgreesWithAVector)
                 break;
             case 3:
             case 4:
-                list.append(std::make_unique<LDIF_Entry>(dnOf(name)));
+                appendTo(list, std::make_unique<LDIF_Entry>(dnOf(name)));
                 plain.push_back(name);
                 break;
             case 5:
@@ -749,7 +794,7 @@ TEST(LdifEntryList, AnySequenceOfCallsAgreesWithAVector)
                 break;
             case 8: {
                 Names taken;
-                for (const auto& entry : list.takeDescendants(dnOf("o=x"), 0)) {
+                for (const auto& entry : takenFrom(list, dnOf("o=x"), 0)) {
                     taken.push_back(entry->dn.str());
                 }
                 Names wanted;

@@ -747,6 +747,34 @@ TEST(LdifEntry, AnswersStayRightAfterAChildsRelativeDnWasChanged)
     }
 }
 
+TEST(LdifEntry, AnAdoptionThatFailsHalfWayLosesNoEntry)
+{
+    // A merge of two passwords that can't be decoded fails; it once took the descendants behind it along.
+    const auto withPassword = [](const char* dn, const char* encoded) {
+        LDIF_Entry entry = entryOf(dn);
+        entry += LDIF_Attribute("zor-slapdAdminPW", encoded);
+        return entry;
+    };
+    for (const int siblings : {0, 30}) {
+        SCOPED_TRACE(siblings);
+        LDIF_Entry root;
+        for (int number = 0; number < siblings; ++number) {
+            add(root, "ou=" + std::to_string(number));
+        }
+        for (const char* const dn : {"cn=a,o=x", "cn=b,o=x", "cn=c,o=x"}) {
+            LDIF_Entry orphan = withPassword(dn, ">first<");
+            root += orphan;
+        }
+        auto parent = std::make_unique<LDIF_Entry>(entryOf("o=x"));
+        LDIF_Entry known = withPassword("cn=b,o=x", ">second<");
+        *parent += known;
+        EXPECT_THROW(root.insert(std::move(parent)), LDIF_Exception);
+        for (const char* const dn : {"cn=a,o=x", "cn=b,o=x", "cn=c,o=x", "o=x"}) {
+            EXPECT_NE(found(root, dn), "none") << dn;
+        }
+    }
+}
+
 TEST(LdifEntry, AnswersStayRightAfterTheListWasReplaced)
 {
     LDIF_Entry root = wideTree(30);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -151,6 +152,43 @@ TEST(LdifFileLoad, AnEmptyNameIsRefusedBeforeAnythingIsRead)
     EXPECT_EQ(failure.configFile, "<NULL>");
     EXPECT_EQ(failure.configLine, 0);
     EXPECT_EQ(failure.sysErrno, 0);
+}
+
+TEST(LdifFileLoad, AnEntryOfManyAttributesHasThemInOrderWhateverTheFileSays)
+{
+    // Many attributes are put in order once in the end, few as they come: both roads, and merges in both.
+    for (const int count : {10, 31, 32, 33, 40, 400}) {
+        for (const int step : {1, -1, 7}) {
+            SCOPED_TRACE(std::to_string(count) + " in steps of " + std::to_string(step));
+            std::map<std::string, std::string> expected;
+            std::string text = "dn: o=x\n";
+            for (int position = 0; position < count; ++position) {
+                const int number = step < 0 ? count - position : position * step % count;
+                const std::string name = "a" + std::to_string(1000 + number);
+                text += "# " + std::to_string(position) + "\n" + name + ": one\n";
+                expected[name] += "# " + std::to_string(position) + "\n";
+            }
+            for (int number = 0; number < count; number += 5) {
+                const std::string name = "A" + std::to_string(1000 + number);
+                text += "# again\n" + name + ": two\n";
+                auto& known = expected["a" + name.substr(1)];
+                known += known.empty() ? "" : "# again\n";
+            }
+            const TemporaryFolder folder;
+            const LDIF_File file(folder.write("zorslapd.conf", text), "");
+            const auto& attributes = file.root.children.front().attributes;
+            auto next = expected.begin();
+            for (const auto& attribute : attributes) {
+                ASSERT_NE(next, expected.end());
+                EXPECT_EQ(static_cast<const std::string&>(attribute.name).substr(1), next->first.substr(1));
+                if (!next->second.empty()) {
+                    EXPECT_EQ(attribute.comment.str(), next->second);
+                }
+                ++next;
+            }
+            EXPECT_EQ(next, expected.end());
+        }
+    }
 }
 
 // ---- What a file means ----

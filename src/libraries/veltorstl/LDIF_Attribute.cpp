@@ -56,6 +56,12 @@ void LDIF_Attribute::appendTo(std::string& text) const
     values.appendTo(text);
 }
 
+void LDIF_Attribute::merge(LDIF_Attribute&& other)
+{
+    comment.absorb(std::move(other.comment));
+    values.absorb(std::move(other.values));
+}
+
 LDIF_Attributes& LDIF_Attributes::operator+=(const LDIF_Attribute& attribute)
 {
     return *this += LDIF_Attribute(attribute);
@@ -63,21 +69,12 @@ LDIF_Attributes& LDIF_Attributes::operator+=(const LDIF_Attribute& attribute)
 
 LDIF_Attributes& LDIF_Attributes::operator+=(LDIF_Attribute&& attribute)
 {
-    auto position = end();
-    while (position != begin()) {
-        const auto element = std::prev(position);
-        const int order = element->name.compare(attribute.name);
-        if (order == 0) {
-            element->comment.absorb(std::move(attribute.comment));
-            element->values.absorb(std::move(attribute.values));
-            return *this;
-        }
-        if (order < 0) {
-            break;
-        }
-        position = element;
+    const auto position = std::as_const(*this).placeOf(attribute.name);
+    if (position != cend() && position->name.compare(attribute.name) == 0) {
+        (*this)[static_cast<size_type>(position - cbegin())].merge(std::move(attribute));
+    } else {
+        insert(position, std::move(attribute));
     }
-    insert(position, std::move(attribute));
     return *this;
 }
 
@@ -86,19 +83,42 @@ LDIF_Attributes& LDIF_Attributes::operator+=(const LDIF_Attributes& other)
     if (this == &other) {
         return *this += LDIF_Attributes(other);
     }
-    auto incoming = other.begin();
-    for (auto element = begin(); element != end() && incoming != other.end(); ++element) {
-        while (incoming != other.end() && incoming->name.compare(element->name) < 0) {
-            element = std::next(insert(element, *incoming));
-            ++incoming;
+    constexpr size_type manyTimes = 8;
+    if (other.size() < size() / manyTimes) {
+        // Few into many: a walk over the many is what would cost.
+        for (const auto& incoming : other) {
+            *this += incoming;
         }
-        while (incoming != other.end() && incoming->name.compare(element->name) == 0) {
-            element->comment += incoming->comment;
-            element->values += incoming->values;
-            ++incoming;
-        }
+        return *this;
     }
-    insert(end(), incoming, other.end());
+    LDIF_Attributes merged;
+    merged.reserve(size() + other.size());
+    auto own = begin();
+    auto incoming = other.begin();
+    const auto takeOwn = [&] { merged.push_back(std::move(*own++)); };
+    try {
+        while (incoming != other.end()) {
+            const int order = own == end() ? 1 : own->name.compare(incoming->name);
+            if (order < 0) {
+                takeOwn();
+            } else if (order > 0) {
+                merged.push_back(*incoming++);
+            } else {
+                own->comment += incoming->comment;
+                own->values += incoming->values;
+                ++incoming;
+            }
+        }
+    } catch (...) {
+        // What was merged before the failure stays, and so does all that was there.
+        std::for_each(own, end(), [&merged](LDIF_Attribute& left) { merged.push_back(std::move(left)); });
+        swap(merged);
+        throw;
+    }
+    while (own != end()) {
+        takeOwn();
+    }
+    swap(merged);
     return *this;
 }
 
@@ -117,14 +137,20 @@ LDIF_Attributes::iterator LDIF_Attributes::find(const cisString& name)
 
 LDIF_Attributes::const_iterator LDIF_Attributes::find(const cisString& name) const
 {
-    // The last one first: most questions come while attributes arrive in order.
+    const auto position = placeOf(name);
+    return position != end() && position->name.compare(name) == 0 ? position : end();
+}
+
+/// The first attribute whose name does not sort before the name.
+LDIF_Attributes::const_iterator LDIF_Attributes::placeOf(const cisString& name) const
+{
+    // The end first: attributes mostly arrive in order.
     if (empty() || back().name.compare(name) < 0) {
         return end();
     }
-    const auto position = std::lower_bound(begin(), end(), name, [](const auto& element, const cisString& wanted) {
+    return std::lower_bound(begin(), end(), name, [](const auto& element, const cisString& wanted) {
         return element.name.compare(wanted) < 0;
     });
-    return position->name.compare(name) == 0 ? position : end();
 }
 
 std::string LDIF_Attributes::str() const

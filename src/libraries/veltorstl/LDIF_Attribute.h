@@ -37,6 +37,9 @@ public:
 
     /// Appends str() to a text.
     void appendTo(std::string& text) const;
+
+    /// Adds the comment lines, then the values, of an attribute of this name that is given up.
+    void merge(LDIF_Attribute&& other);
 };
 
 /// The attributes of an entry.
@@ -47,7 +50,7 @@ class LDIF_Attributes : public std::vector<LDIF_Attribute>
 {
 public:
     /// Inserts an attribute at its place, or merges it into the one of its name: first the comment lines are
-    /// appended, then the values added. The scan runs from the back, since attributes mostly arrive in order.
+    /// appended, then the values added. The end is looked at first, since attributes mostly arrive in order.
     /// @throws LDIF_Exception for a value that can't be added; the comment lines are in by then
     LDIF_Attributes& operator+=(const LDIF_Attribute& attribute);
     LDIF_Attributes& operator+=(LDIF_Attribute&& attribute);
@@ -67,6 +70,9 @@ public:
 
     /// Appends str() to a text.
     void appendTo(std::string& text) const;
+
+private:
+    const_iterator placeOf(const cisString& name) const;
 };
 
 namespace veltor::detail {

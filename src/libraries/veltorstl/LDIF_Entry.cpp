@@ -66,30 +66,48 @@ void needsToBelong(const LDIF_Entry& entry, const LDIF_Entry& top)
 LDIF_Entry& LDIF_Entry::operator+=(LDIF_Entry& entry)
 {
     needsToBelong(entry, *this);
-    // The descent happens on the caller's entry, as far as the caller can see it: its relDn, and the descendants
-    // that it adopts.
-    LDIF_Entry* parent = this;
-    std::size_t level = relDn.size();
-    while (level < entry.relDn.size()) {
-        LDIF_Entry* const child = parent->children.equalOrAncestor(entry.relDn, level);
-        if (child == nullptr) {
-            dropLevels(entry.relDn, level);
-            for (auto& descendant : parent->children.takeDescendants(entry.relDn, 0)) {
-                entry.insert(std::move(descendant));
-            }
-            parent->children.append(std::make_unique<LDIF_Entry>(entry));
-            return *this;
-        }
-        if (level + child->relDn.size() == entry.relDn.size()) {
-            dropLevels(entry.relDn, level);
-            child->mergeFrom(entry);
-            return *this;
-        }
-        level += child->relDn.size();
-        parent = child;
+    const Place place = placeOf(entry.relDn, relDn.size());
+    dropLevels(entry.relDn, place.level);
+    if (place.existing != nullptr) {
+        place.existing->mergeFrom(entry);
+        return *this;
     }
-    mergeFrom(entry);
+    // What the caller can see happens on the caller's entry: its relDn, and the descendants that it adopts.
+    LDIF_EntryList& siblings = place.parent->children;
+    siblings.makeRoom();
+    try {
+        entry.adoptFrom(siblings);
+    } catch (...) {
+        // The tree gets what was adopted in spite of the failure.
+        siblings.append(std::make_unique<LDIF_Entry>(entry));
+        throw;
+    }
+    siblings.append(std::make_unique<LDIF_Entry>(entry));
     return *this;
+}
+
+/// Where an entry belongs below this one, its relDn counted from a level on.
+LDIF_Entry::Place LDIF_Entry::placeOf(const LDIF_DN& wanted, std::size_t level)
+{
+    LDIF_Entry* parent = this;
+    LDIF_Entry* entry = this;
+    std::size_t above = 0;
+    while (level < wanted.size()) {
+        parent = entry;
+        above = level;
+        entry = parent->children.equalOrAncestor(wanted, level);
+        if (entry == nullptr) {
+            break;
+        }
+        level += entry->relDn.size();
+    }
+    return {parent, entry, above};
+}
+
+/// Takes over the siblings that belong below this entry. One that can't be merged stays where it is.
+void LDIF_Entry::adoptFrom(LDIF_EntryList& siblings)
+{
+    siblings.giveAway(relDn, 0, [this](std::unique_ptr<LDIF_Entry>&& descendant) { insert(std::move(descendant)); });
 }
 
 void LDIF_Entry::mergeFrom(LDIF_Entry& entry)
@@ -111,41 +129,33 @@ void LDIF_Entry::mergeFrom(LDIF_Entry& entry)
 LDIF_Entry& LDIF_Entry::insert(std::unique_ptr<LDIF_Entry>&& entry)
 {
     needsToBelong(*entry, *this);
-    const std::size_t level = relDn.size();
-    return insertBelow(std::move(entry), level);
+    return insertBelow(std::move(entry), relDn.size());
 }
 
 /// Inserts an entry whose relDn belongs to this one from a level on.
 LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level)
 {
-    LDIF_Entry* parent = this;
-    while (level < entry->relDn.size()) {
-        LDIF_Entry* const child = parent->children.equalOrAncestor(entry->relDn, level);
-        if (child == nullptr) {
-            dropLevels(entry->relDn, level);
-            for (auto& descendant : parent->children.takeDescendants(entry->relDn, 0)) {
-                entry->insert(std::move(descendant));
-            }
-            return parent->children.append(std::move(entry));
-        }
-        level += child->relDn.size();
-        parent = child;
+    const Place place = placeOf(entry->relDn, level);
+    if (place.existing != nullptr) {
+        place.existing->mergeFrom(*entry);
+        return *place.existing;
     }
-    parent->mergeFrom(*entry);
-    return *parent;
+    LDIF_EntryList& siblings = place.parent->children;
+    siblings.makeRoom();
+    dropLevels(entry->relDn, place.level);
+    try {
+        entry->adoptFrom(siblings);
+    } catch (...) {
+        // With what it adopted in spite of the failure: nothing that was in the tree may get lost.
+        siblings.append(std::move(entry));
+        throw;
+    }
+    return siblings.append(std::move(entry));
 }
 
 LDIF_Entry* LDIF_Entry::find(const LDIF_DN& d)
 {
-    if (commonLevels(relDn, d) != relDn.size()) {
-        return nullptr;
-    }
-    LDIF_Entry* entry = this;
-    for (std::size_t level = relDn.size(); entry != nullptr && level < d.size();) {
-        entry = entry->children.equalOrAncestor(d, level);
-        level += entry != nullptr ? entry->relDn.size() : 0;
-    }
-    return entry;
+    return commonLevels(relDn, d) == relDn.size() ? placeOf(d, relDn.size()).existing : nullptr;
 }
 
 LDIF_Entry& LDIF_Entry::clear()

@@ -74,6 +74,15 @@ public:
     void appendTreeTo(std::string& text) const;
 
 private:
+    struct Place
+    {
+        LDIF_Entry* parent;   // the nearest existing ancestor
+        LDIF_Entry* existing; // the entry itself, or null
+        std::size_t level;    // how much of the DN that was asked for lies at and above the parent
+    };
+
+    Place placeOf(const LDIF_DN& wanted, std::size_t level);
+    void adoptFrom(LDIF_EntryList& siblings);
     void mergeFrom(LDIF_Entry& entry);
     LDIF_Entry& insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level);
     void appendTo(std::string& text) const;

@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <stdexcept>
 #include <sys/auxv.h>
 #include <unordered_map>
@@ -124,7 +125,10 @@ struct LDIF_EntryList::Index
     std::size_t longest = 0; // RDNs of the longest relative DN
     std::vector<Cell> cells;
     std::size_t used = 0;
-    std::unordered_map<std::uint64_t, std::vector<std::uint32_t>> below; // slots, ascending
+    // For each number of RDNs that was asked for: slots of the children that lie deeper, ascending, by those RDNs.
+    // Made on demand, so that moving children down a deep tree does not cost the square of its depth.
+    using Below = std::unordered_map<std::uint64_t, std::vector<std::uint32_t>>;
+    std::map<std::size_t, Below> belowByLevels;
 
     explicit Index(const Slots& slots)
     {
@@ -149,10 +153,12 @@ struct LDIF_EntryList::Index
     {
         const auto number = static_cast<std::uint32_t>(slot);
         std::uint64_t hash = hashSeed();
+        auto below = belowByLevels.begin();
         for (std::size_t level = 0; level < relDn.size(); ++level) {
             hash = hashRdn(hash, relDn[level], fold);
-            if (level + 1 < relDn.size()) {
-                below[hash].push_back(number);
+            if (below != belowByLevels.end() && below->first == level + 1 && level + 1 < relDn.size()) {
+                below->second[hash].push_back(number);
+                ++below;
             }
         }
         longest = std::max(longest, relDn.size());
@@ -205,13 +211,34 @@ struct LDIF_EntryList::Index
         return nullptr;
     }
 
-    std::uint64_t keyOf(const LDIF_DN& dn, std::size_t from) const
+    /// The key of `count` RDNs from a level on.
+    std::uint64_t keyOf(const LDIF_DN& dn, std::size_t from, std::size_t count) const
     {
         std::uint64_t hash = hashSeed();
-        for (std::size_t level = from; level < dn.size(); ++level) {
+        for (std::size_t level = from; level < from + count; ++level) {
             hash = hashRdn(hash, dn[level], fold);
         }
         return hash;
+    }
+
+    /// The slots that may hold children below what the DN says from a level on; null if there are none.
+    const std::vector<std::uint32_t>* slotsBelow(const Slots& slots, const LDIF_DN& dn, std::size_t from)
+    {
+        const std::size_t levels = dn.size() - from;
+        if (longest <= levels) {
+            return nullptr;
+        }
+        const auto [place, isNew] = belowByLevels.try_emplace(levels);
+        Below& below = place->second;
+        if (isNew) {
+            for (std::size_t slot = 0; slot < slots.size(); ++slot) {
+                if (slots[slot] != nullptr && slots[slot]->relDn.size() > levels) {
+                    below[keyOf(slots[slot]->relDn, 0, levels)].push_back(static_cast<std::uint32_t>(slot));
+                }
+            }
+        }
+        const auto group = below.find(keyOf(dn, from, levels));
+        return group == below.end() ? nullptr : &group->second;
     }
 };
 
@@ -233,7 +260,10 @@ std::unique_ptr<LDIF_Entry>* LDIF_EntryList::find(const LDIF_DN& dn, std::size_t
         return nullptr;
     }
     if (body_->slots.size() >= indexedFrom) {
-        return usableIndex()->find(body_->slots, dn, from);
+        auto* const hit = usableIndex()->find(body_->slots, dn, from);
+        if (hit != nullptr || !body_->exposed) {
+            return hit;
+        }
     }
     const auto slot = std::find_if(body_->slots.begin(), body_->slots.end(), [&](const auto& child) {
         return child != nullptr && leads(child->relDn, dn, from);
@@ -247,62 +277,56 @@ LDIF_Entry* LDIF_EntryList::equalOrAncestor(const LDIF_DN& dn, std::size_t from)
     return slot == nullptr ? nullptr : slot->get();
 }
 
-std::vector<std::unique_ptr<LDIF_Entry>> LDIF_EntryList::takeDescendants(const LDIF_DN& dn, std::size_t from)
+/// The slots of the children that lie below a DN, ascending.
+std::vector<std::size_t> LDIF_EntryList::below(const LDIF_DN& dn, std::size_t from) const
 {
-    std::vector<std::unique_ptr<LDIF_Entry>> taken;
+    std::vector<std::size_t> found;
     if (body_ == nullptr) {
-        return taken;
+        return found;
     }
-    auto& slots = body_->slots;
-    if (slots.size() < indexedFrom) {
-        taken.reserve(slots.size());
-        for (auto& slot : slots) {
-            if (slot != nullptr && liesBelow(slot->relDn, dn, from)) {
-                taken.push_back(std::move(slot));
-            }
+    const auto& slots = body_->slots;
+    const auto look = [&](std::size_t slot) {
+        if (slots[slot] != nullptr && liesBelow(slots[slot]->relDn, dn, from)) {
+            found.push_back(slot);
         }
-    } else {
-        Index& index = *usableIndex();
-        if (index.longest <= dn.size() - from || index.below.empty()) {
-            return taken;
+    };
+    if (slots.size() < indexedFrom || body_->exposed) {
+        for (std::size_t slot = 0; slot < slots.size(); ++slot) {
+            look(slot);
         }
-        const auto group = index.below.find(index.keyOf(dn, from));
-        if (group == index.below.end()) {
-            return taken;
-        }
-        taken.reserve(group->second.size());
-        for (const std::uint32_t number : group->second) {
-            if (auto& slot = slots[number]; slot != nullptr && liesBelow(slot->relDn, dn, from)) {
-                taken.push_back(std::move(slot));
-            }
-        }
-        // Another DN of the same key would find its children by the walk that follows a rebuilt index.
-        const bool allTaken = std::all_of(group->second.begin(), group->second.end(),
-                                          [&](std::uint32_t number) { return slots[number] == nullptr; });
-        if (allTaken) {
-            index.below.erase(group);
-        }
+    } else if (const auto* const group = usableIndex()->slotsBelow(slots, dn, from); group != nullptr) {
+        std::for_each(group->begin(), group->end(), look);
     }
-    body_->holes += taken.size();
-    closePrevailingHoles();
-    return taken;
+    return found;
 }
 
-LDIF_Entry& LDIF_EntryList::append(std::unique_ptr<LDIF_Entry> entry)
+void LDIF_EntryList::makeRoom()
 {
-    Body& list = body();
-    list.slots.push_back(std::move(entry));
-    LDIF_Entry& appended = *list.slots.back();
-    if (list.index != nullptr) {
-        if (list.index->fold == foldTable()) {
-            try {
-                list.index->add(appended.relDn, list.slots.size() - 1);
-            } catch (...) {
-                list.index.reset();
+    body().slots.push_back(nullptr);
+    ++body_->holes;
+}
+
+LDIF_Entry& LDIF_EntryList::append(std::unique_ptr<LDIF_Entry> entry) noexcept
+{
+    auto& slots = body_->slots;
+    if (slots.empty() || slots.back() != nullptr) {
+        // Holes were closed in the meantime: the room is in the capacity.
+        slots.push_back(std::move(entry));
+    } else {
+        slots.back() = std::move(entry);
+        --body_->holes;
+    }
+    LDIF_Entry& appended = *slots.back();
+    if (body_->index != nullptr) {
+        try {
+            if (body_->index->fold == foldTable()) {
+                body_->index->add(appended.relDn, slots.size() - 1);
+                return appended;
             }
-        } else {
-            list.index.reset();
+        } catch (...) {
+            // Without memory for it there is no index until the next question.
         }
+        body_->index.reset();
     }
     return appended;
 }
@@ -330,7 +354,7 @@ LDIF_EntryList::Body& LDIF_EntryList::body()
     return *body_;
 }
 
-void LDIF_EntryList::closeHoles() const
+void LDIF_EntryList::closeHoles() const noexcept
 {
     if (body_ != nullptr && body_->holes != 0) {
         std::erase(body_->slots, nullptr);
@@ -339,18 +363,26 @@ void LDIF_EntryList::closeHoles() const
     }
 }
 
-void LDIF_EntryList::closePrevailingHoles()
+void LDIF_EntryList::closePrevailingHoles() noexcept
 {
-    if (body_->holes > body_->slots.size() / 2) {
+    if (body_ != nullptr && body_->holes > body_->slots.size() / 2) {
         closeHoles();
     }
 }
 
-LDIF_EntryList::Slots& LDIF_EntryList::mutableSlots()
+/// For callers who get at the entries: from now on they may rename children.
+LDIF_EntryList::Slots& LDIF_EntryList::exposedSlots()
 {
     closeHoles();
-    // Whoever gets at the entries may change what the index is built from.
-    body().index.reset();
+    body().exposed = true;
+    return body_->slots;
+}
+
+/// For changes that give children other slots.
+LDIF_EntryList::Slots& LDIF_EntryList::changedSlots()
+{
+    exposedSlots();
+    body_->index.reset();
     return body_->slots;
 }
 
@@ -377,7 +409,7 @@ LDIF_EntryList::LDIF_EntryList(const LDIF_EntryList& other)
 {
     std::size_t slot = 0;
     while (const LDIF_Entry* const entry = other.nextFrom(slot)) {
-        append(std::make_unique<LDIF_Entry>(*entry));
+        push_back(*entry);
     }
 }
 
@@ -450,7 +482,7 @@ std::size_t LDIF_EntryList::positionOf(const_iterator position) const
 LDIF_EntryList::iterator LDIF_EntryList::begin()
 {
     if (body_ != nullptr) {
-        mutableSlots();
+        exposedSlots();
     }
     return iteratorAt(0);
 }
@@ -458,7 +490,7 @@ LDIF_EntryList::iterator LDIF_EntryList::begin()
 LDIF_EntryList::iterator LDIF_EntryList::end()
 {
     if (body_ != nullptr) {
-        mutableSlots();
+        exposedSlots();
     }
     return iteratorAt(size());
 }
@@ -493,23 +525,27 @@ const LDIF_Entry& LDIF_EntryList::at(size_type position) const
 
 void LDIF_EntryList::push_back(const LDIF_Entry& entry)
 {
-    append(std::make_unique<LDIF_Entry>(entry));
+    auto owned = std::make_unique<LDIF_Entry>(entry);
+    makeRoom();
+    append(std::move(owned));
 }
 
 void LDIF_EntryList::push_back(LDIF_Entry&& entry)
 {
-    append(std::make_unique<LDIF_Entry>(std::move(entry)));
+    auto owned = std::make_unique<LDIF_Entry>(std::move(entry));
+    makeRoom();
+    append(std::move(owned));
 }
 
 void LDIF_EntryList::pop_back()
 {
-    mutableSlots().pop_back();
+    changedSlots().pop_back();
 }
 
 LDIF_EntryList::iterator LDIF_EntryList::insertOwned(const_iterator position, std::unique_ptr<LDIF_Entry> entry)
 {
     const std::size_t place = positionOf(position);
-    auto& slots = mutableSlots();
+    auto& slots = changedSlots();
     slots.insert(slots.begin() + static_cast<std::ptrdiff_t>(place), std::move(entry));
     return iteratorAt(place);
 }
@@ -547,7 +583,7 @@ LDIF_EntryList::iterator LDIF_EntryList::erase(const_iterator first, const_itera
 {
     const std::size_t place = positionOf(first);
     const std::size_t behind = positionOf(last);
-    auto& slots = mutableSlots();
+    auto& slots = changedSlots();
     slots.erase(slots.begin() + static_cast<std::ptrdiff_t>(place),
                 slots.begin() + static_cast<std::ptrdiff_t>(behind));
     return iteratorAt(place);
@@ -566,7 +602,7 @@ void LDIF_EntryList::resize(size_type count)
 
 void LDIF_EntryList::resize(size_type count, const LDIF_Entry& entry)
 {
-    auto& slots = mutableSlots();
+    auto& slots = changedSlots();
     if (slots.size() > count) {
         slots.resize(count);
     }

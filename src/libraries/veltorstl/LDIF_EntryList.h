@@ -5,6 +5,7 @@
 
 #include <compare>
 #include <cstddef>
+#include <exception>
 #include <initializer_list>
 #include <iterator>
 #include <limits>
@@ -21,11 +22,10 @@ class LDIF_Entry;
 /// Inside, an entry has a slot. Taking an entry out leaves a hole, so that moving a few entries out of a wide
 /// level costs what is moved; holes are closed when a caller asks for positions, or when they prevail.
 ///
-/// The index maps the relative DN of every child, and every proper ancestor of it below this level, to slots. It
-/// exists from a handful of children on. Whoever gets mutable access through the vector's interface may change
-/// what it is built from, so that makes it be built anew, and every hit is checked against the child. What it
-/// can't see is a relDn that is changed through a reference from before the last question: such a child is not
-/// found under its new name until the list is touched again.
+/// The index maps the relative DN of every child to its slot, and on demand proper ancestors of them below this
+/// level. It exists from a handful of children on. A hit is checked against the child it names. Whoever gets
+/// mutable access through the vector's interface may change what the index is built from, then or later: from there
+/// on a miss falls back to the walk.
 ///
 /// Not thread-safe, not even for reading: closing holes and building the index happen on demand.
 class LDIF_EntryList
@@ -161,11 +161,33 @@ public:
     /// one is. Null if there is none.
     LDIF_Entry* equalOrAncestor(const LDIF_DN& dn, std::size_t from) const;
 
-    /// Takes out the children that lie below that DN, in order.
-    std::vector<std::unique_ptr<LDIF_Entry>> takeDescendants(const LDIF_DN& dn, std::size_t from);
+    /// Gives the children that lie below that DN away, in order. One that can't be taken stays; the others are
+    /// given away all the same, and the first failure is raised in the end.
+    /// @param take  takes over what the reference to a std::unique_ptr holds; what it leaves in there is dropped
+    template <class Take>
+    void giveAway(const LDIF_DN& dn, std::size_t from, Take&& take)
+    {
+        std::exception_ptr failure;
+        for (const std::size_t slot : below(dn, from)) {
+            try {
+                take(std::move(body_->slots[slot]));
+                body_->slots[slot].reset();
+                ++body_->holes;
+            } catch (...) {
+                failure = failure == nullptr ? std::current_exception() : failure;
+            }
+        }
+        closePrevailingHoles();
+        if (failure != nullptr) {
+            std::rethrow_exception(failure);
+        }
+    }
 
-    /// Appends an entry.
-    LDIF_Entry& append(std::unique_ptr<LDIF_Entry> entry);
+    /// Makes room for one more child behind the others, so that adding it can't fail.
+    void makeRoom();
+
+    /// Adds a child in the room that was made.
+    LDIF_Entry& append(std::unique_ptr<LDIF_Entry> entry) noexcept;
 
     /// Removes a child of this list with all that is below it.
     void remove(const LDIF_Entry& child);
@@ -188,6 +210,7 @@ private:
     {
         Slots slots;
         std::size_t holes = 0;
+        bool exposed = false; // somebody may hold a reference with which a child can be renamed
         std::unique_ptr<Index> index;
         std::unique_ptr<Body> next; // chains the lists that wait for their release
 
@@ -196,14 +219,16 @@ private:
     };
 
     Body& body();
-    void closeHoles() const;
-    void closePrevailingHoles();
-    Slots& mutableSlots();
+    void closeHoles() const noexcept;
+    void closePrevailingHoles() noexcept;
+    Slots& exposedSlots();
+    Slots& changedSlots();
     iterator iteratorAt(std::size_t position);
     std::size_t positionOf(const_iterator position) const;
     iterator insertOwned(const_iterator position, std::unique_ptr<LDIF_Entry> entry);
     Index* usableIndex() const;
     std::unique_ptr<LDIF_Entry>* find(const LDIF_DN& dn, std::size_t from) const;
+    std::vector<std::size_t> below(const LDIF_DN& dn, std::size_t from) const;
 
     // Null for a list without children: leaves are what most entries are.
     std::unique_ptr<Body> body_;

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -57,6 +59,70 @@ struct stat statusOf(const std::string& fileName)
 // ---- Load ----
 
 namespace veltor::detail {
+
+/// Adds attributes to an entry that is being read. Few go to their places one by one; of many, an index keeps the
+/// order, and they are sorted once in the end: a file may tell any number of attributes in any order.
+class AttributeCollector
+{
+public:
+    void add(LDIF_Attributes& attributes, LDIF_Attribute&& attribute)
+    {
+        constexpr std::size_t few = 32;
+        if (!order_ && attributes.size() < few) {
+            attributes += std::move(attribute);
+            return;
+        }
+        if (!order_) {
+            Order order(ByName{&attributes});
+            for (std::size_t index = 0; index < attributes.size(); ++index) {
+                order.insert(index);
+            }
+            order_ = std::move(order);
+        }
+        if (const auto present = order_->find(attribute.name); present != order_->end()) {
+            attributes[*present].merge(std::move(attribute));
+            return;
+        }
+        attributes.push_back(std::move(attribute));
+        try {
+            order_->insert(attributes.size() - 1);
+        } catch (...) {
+            attributes.pop_back();
+            throw;
+        }
+    }
+
+    /// Puts the attributes in order.
+    void finish(LDIF_Attributes& attributes)
+    {
+        if (!order_) {
+            return;
+        }
+        LDIF_Attributes sorted;
+        sorted.reserve(attributes.size());
+        for (const std::size_t index : *order_) {
+            sorted.push_back(std::move(attributes[index]));
+        }
+        attributes.swap(sorted);
+        order_.reset();
+    }
+
+private:
+    struct ByName
+    {
+        using is_transparent = void;
+
+        bool operator()(std::size_t left, std::size_t right) const { return nameOf(left) < nameOf(right); }
+        bool operator()(std::size_t left, const cisString& right) const { return nameOf(left) < right; }
+        bool operator()(const cisString& left, std::size_t right) const { return left < nameOf(right); }
+        const cisString& nameOf(std::size_t index) const { return (*attributes)[index].name; }
+
+        const LDIF_Attributes* attributes;
+    };
+    using Order = std::set<std::size_t, ByName>;
+
+    std::optional<Order> order_;
+};
 
 /// One load of the file into an empty tree.
 class Loader
@@ -142,6 +208,7 @@ private:
     {
         if (current_ != nullptr) {
             closing_ = true;
+            collector_.finish(current_->attributes);
             root_.insert(std::move(current_));
             current_.reset();
             closing_ = false;
@@ -198,7 +265,7 @@ private:
         attribute.comment.absorb(std::move(pending_));
         reprocess_ = false;
         if (current_ != nullptr) {
-            current_->attributes += std::move(attribute);
+            collector_.add(current_->attributes, std::move(attribute));
             return;
         }
         if (attribute.name == "VERSION") {
@@ -235,6 +302,7 @@ private:
     LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
     LDIF_Line line_;
     std::unique_ptr<LDIF_Entry> current_;
+    AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;
     bool charsetSeen_ = false;

@@ -122,11 +122,11 @@ void LDIF_Search_Results::visit(const LDIF_Entry& entry, bool wanted)
 void LDIF_Search_Results::addEntry(const LDIF_Entry& entry, const bool& isBase)
 {
     const bool whole = scope == subtree;
-    const bool level = scope == oneLevel && isBase;
+    const bool level = scope != base && !whole && isBase;
     wrapping(Layer{VELTOR_HERE, ""}, [&] {
         veltor::detail::TreeWalk walk(entry);
         // The base of a one-level search is tested all the same: a filter that can't be compared fails there too.
-        visit(entry, !level);
+        visit(entry, !(scope == oneLevel && isBase));
         for (walk.next(whole || level); walk.current() != nullptr; walk.next(whole)) {
             visit(*walk.current(), true);
         }
