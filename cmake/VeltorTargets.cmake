@@ -26,7 +26,8 @@ function(veltor_own_target target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:veltor_warnings> $<BUILD_INTERFACE:veltor_options>)
     set_target_properties(
         ${target}
-        PROPERTIES CXX_EXTENSIONS OFF
+        PROPERTIES C_STANDARD 99
+                   CXX_EXTENSIONS OFF
                    C_EXTENSIONS OFF
                    CXX_VISIBILITY_PRESET hidden
                    C_VISIBILITY_PRESET hidden

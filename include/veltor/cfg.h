@@ -217,6 +217,55 @@ void cfg_ber_free(cfg_cursor *cursor);
 /* Frees a text that this API handed out; nothing for null. */
 void cfg_memfree(void *pointer);
 
+/* ---- Updates ---- */
+
+/*
+ * Every update re-reads a file that changed on disk, changes the configuration in memory and writes the whole
+ * file, in one call; nothing is pending between calls. A call that fails does not write. What it applied before
+ * it failed stays in memory, and is written by the next update unless the file changes on disk meanwhile.
+ *
+ * The way the file is written is the classic one: with a backup name (option 1006) the old file is renamed to
+ * it first, and the new one is given to the account "ldap" with mode 0640; a full disk is not reported.
+ *
+ * Modification lists are null-terminated. Values are texts, or with LDAP_MOD_BVALUES the data of berval records
+ * read up to the first NUL (bv_len is not looked at). Values are checked and normalised by the attribute's type;
+ * passwords are given in clear text and stored encoded. A second value of a single-valued attribute is accepted.
+ *
+ * All return 0 or a code: 89 for a null handle, an unbound handle, a null dn, a record without a type or a
+ * berval without data (nothing was changed); 34 for a bad DN; 21 for a value that its type refuses; 50 or 91
+ * for a file that can't be put in place (with a backup name the old text is under that name then); the load's
+ * code when the file changed and can't be read.
+ */
+
+/*
+ * Adds an entry with the values of a list; its operations are not looked at, records without values are
+ * skipped, and a null list makes an entry without attributes. An entry that exists gets the values added. An
+ * entry whose parent is missing hangs under its nearest existing ancestor.
+ */
+int cfg_add_s(void *handle, const char *dn, LDAPMod **attributes);
+
+/*
+ * Applies modifications to an entry, in order and without rollback. Deleting the last value removes the
+ * attribute; deleting a value that is not there changes nothing; replacing with no values removes.
+ * 32 no such entry; 16 delete of a missing attribute; 89 with library code 1010 for an unknown operation. A
+ * null or empty list succeeds, also for an entry that does not exist.
+ */
+int cfg_modify_s(void *handle, const char *dn, LDAPMod **modifications);
+
+/* Deletes an entry: 32 no such entry; 66 it has children and option 1004 is off. */
+int cfg_delete_s(void *handle, const char *dn);
+
+/* Writes the file as it is in memory, after re-reading one that changed on disk. */
+int cfg_flush_s(void *handle);
+
+/*
+ * The tree as text, a line for each entry; entries below missing ancestors are marked, and these are listed.
+ * Lent; null for a null or unbound handle, and for a failure, which is kept in place of an earlier one. Does not
+ * reset the handle otherwise: a text that was made since the last reset is lent again, whatever oem says now.
+ * oem   0: ASCII; other: with the line-drawing bytes of code page 437
+ */
+const char *cfg_tree_view(void *handle, int oem);
+
 /* ---- Errors ---- */
 
 /*

@@ -198,6 +198,34 @@ static int errors(void* handle, const char* file)
     return 1;
 }
 
+static int updates(void* handle)
+{
+    char type[] = "zor-slapdTimeLimit";
+    char value[] = "60";
+    char objectclass[] = "objectclass";
+    char top[] = "top";
+    char* values[] = {value, NULL};
+    char* classes[] = {top, NULL};
+    LDAPMod change = {LDAP_MOD_REPLACE, type, {values}};
+    LDAPMod classChange = {LDAP_MOD_ADD, objectclass, {classes}};
+    LDAPMod* changes[] = {&change, NULL};
+    LDAPMod* entry[] = {&classChange, &change, NULL};
+    const char* tree;
+    cfg_message* result = NULL;
+
+    EXPECT(cfg_add_s(handle, "cn=added,cn=Configuration", entry) == 0);
+    EXPECT(cfg_modify_s(handle, "cn=Configuration", changes) == 0);
+    EXPECT(cfg_search_s(handle, "", 2, "zor-slapdTimeLimit=60", NULL, 0, &result) == 0);
+    EXPECT(cfg_count_entries(handle, result) == 2);
+    EXPECT(cfg_msgfree(result) == 0);
+    tree = cfg_tree_view(handle, 0);
+    EXPECT(tree != NULL && strstr(tree, "+- cn=added, cn=Configuration\n") != NULL);
+    EXPECT(cfg_delete_s(handle, "cn=added,cn=Configuration") == 0);
+    EXPECT(cfg_delete_s(handle, "cn=added,cn=Configuration") == 32);
+    EXPECT(cfg_flush_s(handle) == 0);
+    return 1;
+}
+
 static int everything(const char* file)
 {
     void* handle = cfg_init();
@@ -206,6 +234,7 @@ static int everything(const char* file)
     EXPECT(options(handle, file));
     EXPECT(binds(handle));
     EXPECT(searches(handle));
+    EXPECT(updates(handle));
     EXPECT(errors(handle, file));
     EXPECT(cfg_unbind(handle) == 0);
     return 1;

@@ -7,13 +7,20 @@
 #include "LDIF_Search.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 
+#include <ldap.h>
 #include <sys/stat.h>
 
 namespace veltor::detail {
+
 class Loader;
-}
+
+/// True when every record of a modification list has a type, and every berval in it has data.
+bool isSound(LDAPMod** mods);
+
+} // namespace veltor::detail
 
 /// The in-memory image of one configuration file. One thread at a time.
 class LDIF_File
@@ -57,6 +64,34 @@ public:
     /// @throws LDIF_Exception 32/32 when there is no such base; what comparing with the filter's value raises
     LDIF_Search_Results search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope, const LDIF_Filter& filter,
                                const LDIF_AttrFilter& attributes, bool typesOnly);
+
+    // Updates change the tree in memory; flush() writes it. Modification lists are null-terminated; values are
+    // texts, or with LDAP_MOD_BVALUES the data of berval records, read up to the first NUL on purpose: their
+    // length is not consulted. A list needs a type in every record and data in every berval (else 89/89).
+
+    /// Applies modifications to one entry, in order and without rollback: those before a failure stay.
+    /// @throws LDIF_Exception 32/32 no such entry, unless the list is empty; 16/16 delete of a missing attribute;
+    ///         89/1010 unknown operation; what the values' types refuse
+    void modify(const LDIF_DN& dn, LDAPMod** mods);
+
+    /// Inserts an entry with the values of a list, whatever its operations. An entry that exists already gets
+    /// them added.
+    void add(const LDIF_DN& dn, LDAPMod** mods);
+
+    /// Removes an entry, with everything below it if that is allowed.
+    /// @throws LDIF_Exception 32/32 no such entry; 66/66 it has children and that is not allowed
+    void erase(const LDIF_DN& dn, bool deleteNonLeaves);
+
+    /// Draws the tree, a line for each entry, with the missing ancestors listed behind it.
+    /// @param oem  with the line-drawing bytes of code page 437 instead of ASCII
+    /// @throws LDIF_Exception 34/1013 for a DN that can't be printed
+    std::string treeView(bool oem);
+
+    /// Draw an entry and what is below it behind a prefix of five characters for each level above; an empty one
+    /// is the top. Ancestors that are missing are added to `undefined`.
+    std::string IA5_TreeView(const LDIF_Entry& entry, std::set<LDIF_DN>& undefined, const std::string& prefix);
+    std::string OEM_TreeView(const LDIF_Entry& entry, bool isLast, std::set<LDIF_DN>& undefined,
+                             const std::string& prefix);
 
     /// Decides whether the caller is the administrator that the entry "cn=Configuration" names.
     /// @param method  0 none, 128 simple

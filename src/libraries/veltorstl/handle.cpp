@@ -1,6 +1,7 @@
 // What the calls of the C API share.
 #include "handle.h"
 
+#include <cstdlib>
 #include <cstring>
 
 namespace veltor::detail {
@@ -13,6 +14,11 @@ bool isBound(const cfg_handle& handle)
 int keepFailure(cfg_handle& handle, const Layer& layer) noexcept
 {
     int code = result::other;
+    // The tree view keeps a failure without a reset before it: what tells of an earlier one goes.
+    delete handle.lastException;
+    handle.lastException = nullptr;
+    std::free(handle.dumpText);
+    handle.dumpText = nullptr;
     try {
         try {
             throw;
