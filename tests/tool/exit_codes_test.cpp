@@ -51,6 +51,7 @@ TEST(ExitCodes, EveryCodeOfTheLibraryHasItsExitCode)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.ldap);
         EXPECT_EQ(exitCodeFor(Stage::search, row.ldap, 0), row.searching);
+        EXPECT_EQ(exitCodeFor(Stage::update, row.ldap, 0), row.searching);
         EXPECT_EQ(exitCodeFor(Stage::bind, row.ldap, 0), row.binding);
     }
 }

@@ -5,6 +5,8 @@
 #
 # A case is a folder named after the behaviour:
 #     in.conf     the configuration; the command finds a copy of it under this name where it runs
+#     any other file that is not named below
+#                 found there as well, under its name
 #     cmd         run by sh, with the program in the PATH, no terminal, an empty standard input and LC_ALL=C
 #     out.txt, err.txt, exit
 #                 what must come out, exactly
@@ -33,11 +35,14 @@ fingerprint() {
 
 # Prints what differs; silent when the case holds.
 run_case() {
-    local folder=$1 place=$2 code=0 before
+    local folder=$1 place=$2 code=0 before file
     mkdir "$place"
-    if [ -e "$folder/in.conf" ]; then
-        cp "$folder/in.conf" "$place/in.conf"
-    fi
+    for file in "$folder"/*; do
+        case ${file##*/} in
+        cmd | out.txt | err.txt | exit | after.conf) ;;
+        *) cp "$file" "$place/" ;;
+        esac
+    done
     before=$(fingerprint "$place/in.conf")
     (
         cd "$place"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the examples of a manual page on the example configuration: in each literal block, a line that begins with
-# "$ " is a command and what follows is its output, standard error included.
+# "$ " is a command and what follows is its output, standard error included. What "$ cat FILE" shows is the
+# content of a file for the commands behind it.
 #
 #     run_man_examples.sh VELTOR_BINARY MAN_PAGE EXAMPLES_DIR
 set -euo pipefail
@@ -28,6 +29,9 @@ count=0
 check() {
     local command=$1 expected actual
     expected=$(printf '%s' "$2")
+    if [[ $command == 'cat '* && ! -e ${command#cat } ]]; then
+        printf '%s\n' "$expected" >"${command#cat }"
+    fi
     count=$((count + 1))
     actual=$(env -i PATH="$work/bin:/usr/bin:/bin" LC_ALL=C sh -c "$command" 2>&1 </dev/null || true)
     if [ "$actual" != "$expected" ]; then
@@ -57,6 +61,7 @@ while IFS= read -r line; do
     yes,'$ '*)
         finish
         command=${line#'$ '}
+        command=${command//'\e'/\\}
         ;;
     # A line of output that begins with a dot has "\&" before it on the page.
     yes,*) expected+=${line#'\&'}$'\n' ;;

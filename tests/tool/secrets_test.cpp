@@ -60,3 +60,16 @@ TEST(Secrets, AreNotQuotedInErrors)
     EXPECT_EQ(quotedUnlessSecret("zor-slapdPort", ""), "\"\"");
     EXPECT_EQ(quotedUnlessSecret("zor-slapdMasterPW", "abc"), "***");
 }
+
+TEST(Secrets, PasswordsAreTheAttributesThatAreStoredEncoded)
+{
+    for (const char* name : {"zor-slapdAdminPW", "ZOR-SLAPDADMINPW", "zor-slapdLdapCrlPassword"}) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(veltor::tool::isPassword(name));
+    }
+    // Hidden all the same, but stored as they are; or no secret at all.
+    for (const char* name : {"zor-slapdSetenv", "userPassword", "zor-slapdPwEncryption", "cn", ""}) {
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(veltor::tool::isPassword(name));
+    }
+}

@@ -20,6 +20,10 @@ struct Command
 /// Each adds its command to the application's command line.
 /// @param target  the common options, filled when run is called; must outlive the command
 Command searchCommand(CLI::App& application, const TargetOptions& target);
+Command treeCommand(CLI::App& application, const TargetOptions& target);
+Command addCommand(CLI::App& application, const TargetOptions& target);
+Command modifyCommand(CLI::App& application, const TargetOptions& target);
+Command deleteCommand(CLI::App& application, const TargetOptions& target);
 
 } // namespace veltor::tool
 

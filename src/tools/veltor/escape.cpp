@@ -1,26 +1,35 @@
 // Decides character by character what may reach a terminal as it is.
 #include "escape.h"
 
-#include <cstdint>
-
 namespace veltor::tool {
 
 namespace {
-
-struct Decoded
-{
-    std::uint32_t codePoint;
-    std::size_t length; ///< bytes read; 0 when the bytes are not UTF-8
-};
 
 bool isContinuation(unsigned char byte)
 {
     return (byte & 0xC0U) == 0x80U;
 }
 
-// Overlong forms, surrogates and numbers above U+10FFFF are refused: a terminal may read them as the
-// control character that they hide.
-Decoded decodeUtf8(std::string_view text)
+bool isHarmless(std::uint32_t codePoint)
+{
+    const bool lineBreak = codePoint == 0x2028 || codePoint == 0x2029;
+    const bool direction = codePoint == 0x061C || codePoint == 0x200E || codePoint == 0x200F ||
+                           (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
+    return !isControl(codePoint) && !lineBreak && !direction;
+}
+
+void appendHex(std::string& out, unsigned char byte)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    out += "\\x";
+    out += digits[byte >> 4U];
+    out += digits[byte & 0x0FU];
+}
+
+} // namespace
+
+// What is not UTF-8 here a terminal may read as the control character that it hides.
+Character firstCharacter(std::string_view text)
 {
     const auto byteAt = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
     const unsigned char first = byteAt(0);
@@ -46,37 +55,23 @@ Decoded decodeUtf8(std::string_view text)
             codePoint = (codePoint << 6U) | (byteAt(index) & 0x3FU);
         }
         const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-        return codePoint < form.smallest || codePoint > 0x10FFFF || surrogate ? Decoded{0, 0}
-                                                                              : Decoded{codePoint, form.length};
+        return codePoint < form.smallest || codePoint > 0x10FFFF || surrogate ? Character{0, 0}
+                                                                              : Character{codePoint, form.length};
     }
     return {0, 0};
 }
 
-bool isHarmless(std::uint32_t codePoint)
+bool isControl(std::uint32_t codePoint)
 {
-    const bool control = codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F);
-    const bool lineBreak = codePoint == 0x2028 || codePoint == 0x2029;
-    const bool direction = codePoint == 0x061C || codePoint == 0x200E || codePoint == 0x200F ||
-                           (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
-    return !control && !lineBreak && !direction;
+    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F);
 }
-
-void appendHex(std::string& out, unsigned char byte)
-{
-    static constexpr char digits[] = "0123456789abcdef";
-    out += "\\x";
-    out += digits[byte >> 4U];
-    out += digits[byte & 0x0FU];
-}
-
-} // namespace
 
 std::string escaped(std::string_view text)
 {
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
-        const Decoded character = decodeUtf8(text);
+        const Character character = firstCharacter(text);
         const std::size_t taken = character.length == 0 ? 1 : character.length;
         if (character.length != 0 && isHarmless(character.codePoint)) {
             out += text.substr(0, taken);

@@ -4,10 +4,23 @@
 #define VELTOR_TOOL_ESCAPE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace veltor::tool {
+
+struct Character
+{
+    std::uint32_t codePoint;
+    std::size_t length; ///< bytes; 0 when they are not UTF-8
+};
+
+/// The character that a text begins with. Overlong forms, surrogates and numbers above U+10FFFF are not UTF-8.
+Character firstCharacter(std::string_view text);
+
+/// True for C0, DEL and C1. A tab is one of them.
+bool isControl(std::uint32_t codePoint);
 
 /// The text with each byte of a control character, of a character that turns the writing direction or breaks
 /// the line, and of anything that is not UTF-8 shown as \xHH (two lower-case digits). A backslash stays as it

@@ -20,7 +20,7 @@ enum class ExitCode {
 
 /// What the tool was doing when the library returned a code. A bind reads the file and compares credentials, so
 /// the same code means something else there.
-enum class Stage { bind, search };
+enum class Stage { bind, search, update };
 
 /// @param ldap  the result code that the call returned
 /// @param line  line of the configuration file that the failure names, 0 for none: with a line, it is the load

@@ -141,6 +141,10 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
         break;
     }
     switch (report.ldap) {
+    case LDAP_NO_SUCH_ATTRIBUTE:
+        return "there is no such attribute";
+    case LDAP_NOT_ALLOWED_ON_NONLEAF:
+        return "there are entries below it; use veltor delete -r";
     case LDAP_INVALID_CREDENTIALS:
         return "wrong DN or password";
     case LDAP_NO_SUCH_OBJECT:
@@ -182,7 +186,10 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
             return "-D: \"" + circumstances.dn + "\" is not a DN";
         }
     }
-    std::string headline = report.file;
+    // A change is refused where it stands, unless it is the file that is in the way.
+    const bool fileInTheWay = report.line > 0 || report.ldap == LDAP_INSUFFICIENT_ACCESS ||
+                              report.ldap == CFG_LDAP_CONNECT_ERROR || circumstances.place.empty();
+    std::string headline = fileInTheWay ? report.file : circumstances.place;
     if (report.line > 0) {
         headline += ':' + std::to_string(report.line);
     }
@@ -192,15 +199,6 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
         headline += part.empty() ? "" : ": " + part;
     }
     return headline + ": " + findingOf(report, circumstances);
-}
-
-std::string codesOf(int ldap, int code)
-{
-    std::string codes = "result " + std::to_string(ldap) + " (" + cfg_err2string(ldap) + ")";
-    if (code != ldap && code != 0) {
-        codes += ", code " + std::to_string(code) + " (" + cfg_err2string(code) + ")";
-    }
-    return codes;
 }
 
 constexpr const char* fileAdvice = "nothing was read; name the file with -F FILE or in VELTOR_FILE";
@@ -220,7 +218,10 @@ std::string adviceFor(const Report& report, const Circumstances& circumstances)
                                                   : "nothing was printed; name the attributes to print to leave it out";
     }
     if (circumstances.stage == Stage::bind) {
-        return exitCodeFor(Stage::bind, report.ldap, 0) == ExitCode::file ? fileAdvice : bindAdvice;
+        if (exitCodeFor(Stage::bind, report.ldap, 0) == ExitCode::file) {
+            return fileAdvice;
+        }
+        return circumstances.state.empty() ? bindAdvice : circumstances.state;
     }
     if (report.ldap == LDAP_NO_SUCH_OBJECT) {
         return "nothing was printed; list the DNs with: veltor search -LLL 1.1";
@@ -244,12 +245,27 @@ std::string Failure::message() const
     return message;
 }
 
+std::string codesOf(int ldap, int code)
+{
+    std::string codes = "result " + std::to_string(ldap) + " (" + cfg_err2string(ldap) + ")";
+    if (code != ldap && code != 0) {
+        codes += ", code " + std::to_string(code) + " (" + cfg_err2string(code) + ")";
+    }
+    return codes;
+}
+
 Failure libraryFailure(void* handle, int code, const Circumstances& circumstances)
 {
     const Report report = readReport(handle, code);
-    return {exitCodeFor(circumstances.stage, report.ldap, report.line),
-            headlineOf(report, circumstances),
-            {codesOf(report.ldap, report.code), adviceFor(report, circumstances)}};
+    std::vector<std::string> details{codesOf(report.ldap, report.code)};
+    if (circumstances.stage != Stage::update || report.line > 0) {
+        details.push_back(adviceFor(report, circumstances));
+    }
+    if (circumstances.stage == Stage::update) {
+        details.push_back(circumstances.state);
+    }
+    return {exitCodeFor(circumstances.stage, report.ldap, report.line), headlineOf(report, circumstances),
+            std::move(details)};
 }
 
 std::optional<Failure> unreadableFile(const std::string& file)

@@ -38,12 +38,17 @@ private:
 struct Circumstances
 {
     Stage stage;
-    std::string dn; ///< the DN that was asked for: the base of a search, the bind DN
+    std::string dn;         ///< the DN that was asked for: the base of a search, the bind DN, the entry to change
+    std::string place = {}; ///< update: where the change stands, as placeName has it
+    std::string state = {}; ///< update: what of the changes is in the file; bind: the advice for a refused caller
 };
 
 /// The failure for a library call that returned a code other than 0. Reads the handle's error accessors, so it
 /// must be called before the next call on the handle.
 Failure libraryFailure(void* handle, int code, const Circumstances& circumstances);
+
+/// The codes as a message names them: "result 32 (No such object)", with the library code if it says more.
+std::string codesOf(int ldap, int code);
 
 /// The failure that a bind to this file would end in, if the file is missing or can't be opened now.
 std::optional<Failure> unreadableFile(const std::string& file);

@@ -26,7 +26,8 @@ int exitStatus(ExitCode code)
 // The parser asks for the command before it looks at words that are none.
 std::string findingOf(const CLI::App& application, const CLI::ParseError& error)
 {
-    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
+    const bool commandIsGiven = !application.get_subcommands().empty();
+    if (commandIsGiven || dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
         return error.what();
     }
     const std::vector<std::string> unknown = application.remaining();
@@ -42,7 +43,7 @@ int refuseCommandLine(const CLI::App& application, const CLI::ParseError& error)
 
 int run(int argc, char** argv)
 {
-    CLI::App application{"Reads the configuration of the directory server.", "veltor"};
+    CLI::App application{"Reads and changes the configuration of the directory server.", "veltor"};
     application.get_formatter()->label("SUBCOMMAND", "COMMAND");
     application.get_formatter()->column_width(24);
     application.footer(footer);
@@ -53,7 +54,8 @@ int run(int argc, char** argv)
     application.set_help_flag("-h,--help", "Print this help");
     application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
     const std::vector<Command> commands{
-        searchCommand(application, target),
+        searchCommand(application, target), treeCommand(application, target),   addCommand(application, target),
+        modifyCommand(application, target), deleteCommand(application, target),
     };
     try {
         application.parse(argc, argv);

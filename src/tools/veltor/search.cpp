@@ -3,6 +3,7 @@
 #include "credentials.h"
 #include "filter.h"
 #include "ldif_output.h"
+#include "results.h"
 
 #include <memory>
 #include <optional>
@@ -89,24 +90,6 @@ Question questionOf(const SearchOptions& options)
     }
     return question;
 }
-
-class Results
-{
-public:
-    Results() = default;
-    Results(const Results&) = delete;
-    Results& operator=(const Results&) = delete;
-    ~Results()
-    {
-        wipeSecrets(first_);
-        cfg_msgfree(first_);
-    }
-    cfg_message** receiver() { return &first_; }
-    const cfg_message* first() const { return first_; }
-
-private:
-    cfg_message* first_ = nullptr;
-};
 
 void runSearch(const Session& session, const SearchOptions& options, int scope, const Question& question,
                Results& results)

@@ -52,7 +52,7 @@ bool looksLikePassword(std::string_view name)
 
 bool isSecret(std::string_view attribute, std::string_view value)
 {
-    if (isOneOf(attribute, passwords) || sameName(attribute, environment)) {
+    if (isPassword(attribute) || sameName(attribute, environment)) {
         return true;
     }
     if (isOneOf(attribute, settings)) {
@@ -64,6 +64,11 @@ bool isSecret(std::string_view attribute, std::string_view value)
         return colon != std::string_view::npos && looksLikePassword(value.substr(0, colon));
     }
     return looksLikePassword(attribute);
+}
+
+bool isPassword(std::string_view attribute)
+{
+    return isOneOf(attribute, passwords);
 }
 
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value)

@@ -11,6 +11,9 @@ namespace veltor::tool {
 /// looks like a password under a name that the catalogue does not know or in a line that the load rejected.
 bool isSecret(std::string_view attribute, std::string_view value);
 
+/// True for the attributes whose values are stored encoded.
+bool isPassword(std::string_view attribute);
+
 /// The value as an error may quote it: in double quotes, or *** for a secret.
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value);
 

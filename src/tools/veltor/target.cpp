@@ -19,6 +19,8 @@ namespace {
 
 constexpr const char* fileVariable = "VELTOR_FILE";
 
+constexpr const char* writeAdvice = "nothing was written; without -D root and the owner of the file can write";
+
 // Options that mean a network or a change set for the LDAP tools whose habits this command line follows.
 void addRefusedOptions(CLI::App& app)
 {
@@ -65,25 +67,40 @@ WipedText passwordOf(const TargetOptions& options)
     return askPassword("Password for " + *options.bindDn + ": ");
 }
 
+/// The character set of the environment's locale, "" for a locale that is not installed.
+std::string environmentCharset()
+{
+    const locale_t fromEnvironment = ::newlocale(LC_ALL_MASK, "", nullptr);
+    if (fromEnvironment == nullptr) {
+        return {};
+    }
+    std::string charset = ::nl_langinfo_l(CODESET, fromEnvironment);
+    ::freelocale(fromEnvironment);
+    return charset;
+}
+
 // The library reads files in the character set of the locale, and in the C locale that is ASCII alone.
 // A locale that is not installed behaves like C.
 void leaveTheCLocale()
 {
-    const locale_t fromEnvironment = ::newlocale(LC_ALL_MASK, "", nullptr);
-    const bool asciiOnly =
-        fromEnvironment == nullptr || std::strcmp(::nl_langinfo_l(CODESET, fromEnvironment), "ANSI_X3.4-1968") == 0;
-    if (fromEnvironment != nullptr) {
-        ::freelocale(fromEnvironment);
-    }
-    if (asciiOnly) {
+    const std::string charset = environmentCharset();
+    if (charset.empty() || charset == "ANSI_X3.4-1968") {
         ::setenv("LC_ALL", "C.UTF-8", 1);
     }
 }
 
-bool sameFile(const struct stat& left, const struct stat& right)
+// Root and the owner can edit the file, so no password would hold them back.
+void requireRootOrOwner(const std::string& file)
 {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_size == right.st_size &&
-           left.st_mtim.tv_sec == right.st_mtim.tv_sec && left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
+    struct stat status = {};
+    if (::stat(file.c_str(), &status) != 0) {
+        // The bind tells what is wrong with it.
+        return;
+    }
+    if (::geteuid() != 0 && ::geteuid() != status.st_uid) {
+        throw Failure(ExitCode::authentication, file + ": only root and the owner of the file change it without a bind",
+                      {"nothing was written; bind as the administrator with -D DN and -W, -y FILE or -w PASSWORD"});
+    }
 }
 
 void bindAnonymously(void* handle)
@@ -94,18 +111,30 @@ void bindAnonymously(void* handle)
     }
 }
 
-void bindAs(void* handle, const std::string& dn, const WipedText& password)
+void bindAs(void* handle, const std::string& dn, const WipedText& password, Purpose purpose)
 {
     if (looksEncoded(password)) {
         throw wrongCredentials(dn, "a text of the form >...< is an encoded password; give the clear one");
     }
     const int code = cfg_bind_s(handle, dn.c_str(), password.data(), LDAP_AUTH_SIMPLE);
     if (code != LDAP_SUCCESS) {
-        throw libraryFailure(handle, code, {Stage::bind, dn});
+        const char* advice = purpose == Purpose::write ? writeAdvice : "";
+        throw libraryFailure(handle, code, {Stage::bind, dn, "", advice});
     }
 }
 
 } // namespace
+
+bool sameFile(const struct stat& left, const struct stat& right)
+{
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_size == right.st_size &&
+           left.st_mtim.tv_sec == right.st_mtim.tv_sec && left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
+}
+
+bool environmentHasUtf8()
+{
+    return environmentCharset() == "UTF-8";
+}
 
 void addTargetOptions(CLI::App& app, TargetOptions& options)
 {
@@ -141,18 +170,25 @@ void Session::Unbind::operator()(void* handle) const
 
 RewriteWatch::RewriteWatch(std::string file) : file_(std::move(file))
 {
-    existed_ = ::stat(file_.c_str(), &before_) == 0;
+    watching_ = ::stat(file_.c_str(), &before_) == 0;
 }
 
 RewriteWatch::~RewriteWatch()
 {
-    struct stat after = {};
-    if (existed_ && ::stat(file_.c_str(), &after) == 0 && !sameFile(before_, after)) {
-        warn(file_ + " changed while it was read: a file with lines that can't be used is rewritten at load");
-    }
+    finish();
 }
 
-Session::Session(const TargetOptions& options) : file_(fileOf(options)), watch_(file_)
+void RewriteWatch::finish()
+{
+    struct stat after = {};
+    if (watching_ && ::stat(file_.c_str(), &after) == 0 && !sameFile(before_, after)) {
+        warn(file_ + " changed while it was read: a file with lines that can't be used is rewritten at load");
+    }
+    watching_ = false;
+}
+
+Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup)
+    : file_(fileOf(options)), watch_(file_)
 {
     checkBindOptions(options);
     disableCoreDumps();
@@ -164,14 +200,31 @@ Session::Session(const TargetOptions& options) : file_(fileOf(options)), watch_(
     if (cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file_.c_str()) != LDAP_SUCCESS) {
         throw Failure(ExitCode::usage, "-F: a file name has 1 to 4096 bytes", {"nothing was read"});
     }
+    if (!backup.empty() && cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
+        throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes", {"nothing was read"});
+    }
     if (!options.bindDn) {
+        if (purpose == Purpose::write) {
+            requireRootOrOwner(file_);
+        }
         bindAnonymously(handle_.get());
-        return;
+    } else {
+        if (const std::optional<Failure> failure = unreadableFile(file_)) {
+            throw *failure;
+        }
+        bindAs(handle_.get(), *options.bindDn, passwordOf(options), purpose);
     }
-    if (const std::optional<Failure> failure = unreadableFile(file_)) {
-        throw *failure;
+    if (purpose == Purpose::write) {
+        // From here on it is us who change the file.
+        watch_.finish();
     }
-    bindAs(handle_.get(), *options.bindDn, passwordOf(options));
+}
+
+int Session::endBackup()
+{
+    cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, nullptr);
+    // The name is taken over by a bind, and who asks has been established by the first one.
+    return cfg_bind_s(handle_.get(), nullptr, nullptr, LDAP_AUTH_SIMPLE);
 }
 
 } // namespace veltor::tool

@@ -30,6 +30,12 @@ void addTargetOptions(CLI::App& app, TargetOptions& options);
 /// The file that the options mean: -F, else a non-empty VELTOR_FILE, else the library's default.
 std::string fileOf(const TargetOptions& options);
 
+/// True when nothing was written to the file between two looks, nor another put in its place.
+bool sameFile(const struct stat& left, const struct stat& right);
+
+/// True when the locale of the environment writes UTF-8. Ask before a session is opened: it leaves the C locale.
+bool environmentHasUtf8();
+
 /// Warns at the end of its scope if the file on disk is not the one that was there at the beginning: the library
 /// rewrites a file at load when it holds lines that it can't use, and no reader should learn of that by chance.
 class RewriteWatch
@@ -40,21 +46,34 @@ public:
     RewriteWatch& operator=(const RewriteWatch&) = delete;
     ~RewriteWatch();
 
+    /// Looks now and not again.
+    void finish();
+
 private:
     std::string file_;
     struct stat before_ = {};
-    bool existed_;
+    bool watching_;
 };
+
+enum class Purpose { read, write };
 
 /// A configuration that was read and whose credentials were accepted.
 class Session
 {
 public:
-    /// Reads the file and binds, as the administrator if a DN was given and anonymously otherwise.
-    /// @throws Failure  for whatever is wrong with the options, the file or the credentials
-    explicit Session(const TargetOptions& options);
+    /// Reads the file and binds, as the administrator if a DN was given and anonymously otherwise. Who wants to
+    /// write anonymously must be root or the owner of the file: they can change it anyway.
+    ///
+    /// @param backup   the name under which the next write keeps the file, "" for none
+    /// @throws Failure for whatever is wrong with the options, the file or the credentials
+    explicit Session(const TargetOptions& options, Purpose purpose = Purpose::read, const std::string& backup = {});
 
     void* handle() const { return handle_.get(); }
+    const std::string& file() const { return file_; }
+
+    /// Lets further writes leave the backup as it is. Reads the file anew.
+    /// @return the code of the library
+    int endBackup();
 
 private:
     struct Unbind

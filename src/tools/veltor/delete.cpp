@@ -1,0 +1,47 @@
+// veltor delete: entries by their DNs.
+#include "commands.h"
+#include "update.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr const char* footer =
+    R"(An entry that does not exist is an error (exit status 8), and so is one with entries below
+it unless -r is given.
+
+)";
+
+struct DeleteOptions
+{
+    std::vector<std::string> dns;
+    UpdateOptions update;
+};
+
+ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target)
+{
+    ChangeSet changes{"", {}, {"DN", "DNs", "deleted"}};
+    for (const std::string& dn : options.dns) {
+        changes.records.push_back({ChangeRecord::Kind::remove, dn, {}, {}});
+    }
+    return carryOut(std::move(changes), target, options.update);
+}
+
+} // namespace
+
+Command deleteCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto options = std::make_shared<DeleteOptions>();
+    CLI::App* command = application.add_subcommand("delete", "Delete entries")->group("Commands");
+    command->add_flag("-r", options->update.withSubtree, "Delete the entries below as well");
+    addUpdateOptions(*command, options->update);
+    command->add_option("DN", options->dns, "The entries")->type_name("")->required();
+    command->footer(std::string(footer) + updateFooter);
+    return {command, [options, &target] { return deleteEntries(*options, target); }};
+}
+
+} // namespace veltor::tool

@@ -1,0 +1,81 @@
+// veltor modify and veltor add: change records from a file or from standard input.
+#include "change_records.h"
+#include "commands.h"
+#include "update.h"
+
+#include <memory>
+#include <string>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr const char* modifyFooter =
+    R"(Change records are those of RFC 2849: add, delete, modify. Renaming, controls, ":<" URLs
+and "include:" lines are refused, and no file but FILE is read. All records are looked at
+before the first is carried out; what is wrong with them is told with line and column.
+
+Adding a value that is there and deleting one that is not leave the entry as it is, which
+is told as "unchanged". Deleting an attribute that is not there is an error (exit status 8).
+An update that changes nothing writes the file all the same.
+
+)";
+
+constexpr const char* addFooter =
+    R"(An entry that exists is an error (exit status 8), and so is one whose parent is missing
+(exit status 3). URLs and "include:" lines are refused, and no file but FILE is read. All
+entries are looked at before the first is added.
+
+)";
+
+struct ModifyOptions
+{
+    std::string file = "-";
+    bool contentIsAdd = false;
+    UpdateOptions update;
+};
+
+ExitCode runChanges(const ModifyOptions& options, RecordForm form, const TargetOptions& target)
+{
+    if (options.file == "-" && target.passwordFile == "-") {
+        throw Failure(ExitCode::usage, "standard input can't give both the changes and the password",
+                      {"nothing was read; name a file with -f or with -y"});
+    }
+    const std::string source = options.file == "-" ? "standard input" : options.file;
+    // Ahead of the bind, so that nobody types a password for changes that are refused.
+    return carryOut({source, readChanges(source, readChangeFile(options.file), form)}, target, options.update);
+}
+
+void addFileOption(CLI::App& command, ModifyOptions& options)
+{
+    command.add_option("-f", options.file, "Read the records from FILE; without it, or with -, from standard input")
+        ->type_name("FILE");
+    command.add_flag("--orphan", options.update.orphan, "Add entries whose parent is missing");
+    addUpdateOptions(command, options.update);
+}
+
+} // namespace
+
+Command modifyCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto options = std::make_shared<ModifyOptions>();
+    CLI::App* command = application.add_subcommand("modify", "Carry out change records")->group("Commands");
+    command->add_flag("-a", options->contentIsAdd, "Take records without a changetype as new entries");
+    addFileOption(*command, *options);
+    command->footer(std::string(modifyFooter) + updateFooter);
+    return {command, [options, &target] {
+                return runChanges(*options, options->contentIsAdd ? RecordForm::changesAndContent : RecordForm::changes,
+                                  target);
+            }};
+}
+
+Command addCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto options = std::make_shared<ModifyOptions>();
+    CLI::App* command = application.add_subcommand("add", "Add entries from LDIF")->group("Commands");
+    addFileOption(*command, *options);
+    command->footer(std::string(addFooter) + updateFooter);
+    return {command, [options, &target] { return runChanges(*options, RecordForm::newEntries, target); }};
+}
+
+} // namespace veltor::tool
