@@ -122,7 +122,8 @@ int cfg_get_option(void *handle, int option, void *out);
  * method             LDAP_AUTH_SIMPLE (0x80); every other number is 86.
  * Returns 0 or a code: 49 (nothing kept) for wrong or incomplete credentials; 86; 89 for a null handle;
  *         91 for a file that is missing or can't be opened; 80 for one that can't be read; the code of
- *         the line that ended the load (34, 65, 162). When the credentials are compared: 32 without an
+ *         the line that ended the load (34, 65, 162; the codec's code where two passwords of one entry
+ *         can't be compared). When the credentials are compared: 32 without an
  *         entry "cn=Configuration", 34 for a DN and 21 for a password that can't be one, the codec's code
  *         for a stored password that can't be decoded. When lines were kept: 50 or 91 for a file that
  *         can't be written back.

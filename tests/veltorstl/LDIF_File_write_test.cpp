@@ -260,6 +260,21 @@ TEST(LdifFileWrite, TheStoreIsNotChanged)
     EXPECT_EQ(file.backupFileName, folder.path("backup"));
 }
 
+TEST(LdifFileWrite, ABackupNameThatIsTheFileItselfIsRefusedAndTheFileStays)
+{
+    // Removing the old backup once removed the configuration, and the rename had nothing left to rename.
+    const TemporaryFolder folder;
+    const std::string content = "version: 1\n\ndn: o=x\ncn: a\n\n";
+    const std::string name = folder.write("zorslapd.conf", content);
+    for (const std::string& backup : {name, folder.path("./zorslapd.conf"), folder.path(".//./zorslapd.conf")}) {
+        SCOPED_TRACE(backup);
+        LDIF_File file(name, backup);
+        expectFailure(failureOf([&] { file.flush(); }), 50, 1004,
+                      "Unable to rename: \"" + name + "\" to \"" + backup + "\" ");
+        EXPECT_EQ(folder.read("zorslapd.conf"), content);
+    }
+}
+
 TEST(LdifFileWrite, ARefreshRightAfterwardsReadsNothing)
 {
     for (const char* const backup : {"", "backup"}) {

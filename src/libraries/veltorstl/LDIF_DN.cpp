@@ -39,7 +39,7 @@ constexpr auto characterClasses = [] {
 template <class Character>
 bool isOf(Character character, unsigned mask)
 {
-    const auto code = static_cast<std::make_unsigned_t<Character>>(character);
+    const auto code = static_cast<std::uint32_t>(static_cast<std::make_unsigned_t<Character>>(character));
     return code < characterClasses.size() && (characterClasses[code] & mask) != 0;
 }
 

@@ -10,8 +10,9 @@
 #include <cstring>
 #include <map>
 #include <stdexcept>
-#include <sys/auxv.h>
 #include <unordered_map>
+
+#include <unistd.h>
 
 namespace {
 
@@ -33,10 +34,8 @@ std::uint64_t hashSeed()
 {
     static const std::uint64_t seed = [] {
         std::uint64_t value = 0x9E3779B97F4A7C15U;
-        // The system library gives the kernel's random bytes as an address in an integer.
-        if (const auto* const random = reinterpret_cast<const char*>(getauxval(AT_RANDOM)); random != nullptr) {
-            std::memcpy(&value, random, sizeof value);
-        }
+        // Without random bytes the seed is fixed, and everything works all the same.
+        static_cast<void>(getentropy(&value, sizeof value));
         return value;
     }();
     return seed;

@@ -21,7 +21,6 @@ using veltor::detail::guarded;
 using veltor::detail::Layer;
 using veltor::detail::printable;
 using veltor::detail::translating;
-using veltor::detail::wrapping;
 namespace result = veltor::result;
 
 namespace {
@@ -207,8 +206,8 @@ private:
     void closeEntry()
     {
         if (current_ != nullptr) {
-            closing_ = true;
             collector_.finish(current_->attributes);
+            closing_ = true;
             root_.insert(std::move(current_));
             current_.reset();
             closing_ = false;
@@ -357,6 +356,20 @@ bool LDIF_File::refresh()
 
 // ---- Write-back ----
 
+namespace {
+
+/// True when two names are spellings of one directory entry. A second hard link is an entry of its own.
+bool nameOneFile(const std::string& left, const std::string& right)
+{
+    struct stat leftStatus = {};
+    struct stat rightStatus = {};
+    return lstat(left.c_str(), &leftStatus) == 0 && lstat(right.c_str(), &rightStatus) == 0 &&
+           leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino &&
+           (leftStatus.st_nlink == 1 || left == right);
+}
+
+} // namespace
+
 std::string LDIF_File::rendered() const
 {
     std::string text;
@@ -368,6 +381,7 @@ std::string LDIF_File::rendered() const
 // The steps, in this order, and what each failure leaves behind:
 //
 //   render the text                     nothing touched
+//   backup and file are one name        nothing touched
 //   remove the old backup               a failure is ignored
 //   rename the file to the backup name  the file in place
 //   open the file anew, truncating      the old text under the backup name, or in place without one
@@ -379,16 +393,23 @@ void LDIF_File::flush()
     const bool keepsBackup = !backupFileName.empty();
     const Layer layer{VELTOR_HERE, "System error writing file"};
     const auto nameFile = [&](LDIF_Exception& failure) { failure.configFile = fileName; };
-    const std::string text = translating(
+    const auto refuseRename = [&] {
+        refuseFile(__LINE__, result::insufficientAccess, fileOpen,
+                   "Unable to rename: \"" + fileName + "\" to \"" + backupFileName + "\" ", fileName);
+    };
+    const std::string text = guarded(
         layer, [&] { return rendered(); }, nameFile);
     translating(
         layer,
         [&] {
             if (keepsBackup) {
+                // Two spellings of one name: removing the old backup would remove the configuration.
+                if (nameOneFile(fileName, backupFileName)) {
+                    refuseRename();
+                }
                 static_cast<void>(std::remove(backupFileName.c_str()));
                 if (std::rename(fileName.c_str(), backupFileName.c_str()) != 0) {
-                    refuseFile(__LINE__, result::insufficientAccess, fileOpen,
-                               "Unable to rename: \"" + fileName + "\" to \"" + backupFileName + "\" ", fileName);
+                    refuseRename();
                 }
             }
             if (!veltor::detail::writeWholeFile(fileName, text)) {

@@ -349,14 +349,17 @@ std::unique_ptr<LDIF_DN> parsedDn(const std::string& text, const _AttrType* type
 
 int dnCompare(const LDIF_Value& left, const LDIF_Value& right)
 {
-    const auto own = [](const LDIF_Value& value) {
-        return value.dn() != nullptr ? nullptr : parsedDn(*TextForm(value), value.attrType, nullptr);
+    // A value that was not built by this syntax has no DN: its text is parsed for the comparison.
+    std::unique_ptr<LDIF_DN> parsed[2];
+    const auto dnOf = [](const LDIF_Value& value, std::unique_ptr<LDIF_DN>& own) -> const LDIF_DN& {
+        if (value.dn() != nullptr) {
+            return *value.dn();
+        }
+        own = parsedDn(*TextForm(value), value.attrType, nullptr);
+        return *own;
     };
-    const auto leftOwn = own(left);
-    const auto rightOwn = own(right);
-    const LDIF_DN& leftDn = leftOwn != nullptr ? *leftOwn : *left.dn();
-    const LDIF_DN& rightDn = rightOwn != nullptr ? *rightOwn : *right.dn();
-    return leftDn.compare(rightDn);
+    const LDIF_DN& leftDn = dnOf(left, parsed[0]);
+    return leftDn.compare(dnOf(right, parsed[1]));
 }
 
 void dnFromStr(LDIF_Value& value, const std::string& text)

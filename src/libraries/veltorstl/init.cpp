@@ -78,7 +78,7 @@ void* cfg_init(void)
     std::setlocale(LC_ALL, "");
     pthread_mutex_unlock(&set_locale_mutex);
 
-    const auto* const on = reinterpret_cast<const void*>(std::uintptr_t{1});
+    const auto* const on = static_cast<const void*>(handle); // any pointer but null
     cfg_set_option(handle, CFG_OPT_HANDLE_FLAG1, on);
     cfg_set_option(handle, CFG_OPT_HANDLE_FLAG2, nullptr);
     cfg_set_option(handle, CFG_OPT_SHOW_SOURCE, nullptr);

@@ -22,7 +22,7 @@ int cfg_unbind(void* handle)
         store = earlier;
     }
     // Zeros in the released memory make a use after release fail early.
-    std::memset(handle, 0, sizeof(cfg_handle));
+    explicit_bzero(handle, sizeof(cfg_handle));
     std::free(handle);
     return 0;
 }
