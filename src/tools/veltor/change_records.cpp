@@ -242,7 +242,7 @@ ChangeOperation RecordReader::readOperation()
     }
     ChangeOperation operation{row->kind, std::string(view(head.value)), head.valuePlace, {}};
     if (!isAttributeDescription(operation.attribute)) {
-        refuse(operation.place, '"' + operation.attribute + "\" is not an attribute name");
+        refuse(operation.place, "this is not an attribute name");
     }
     if (isDnLabel(operation.attribute)) {
         refuse(operation.place, "\"dn\" can't be an attribute: it begins an entry in the file");

@@ -76,6 +76,20 @@ bool endsWithBlank(std::string_view text)
     return false;
 }
 
+// With blanks, parentheses are what the reader takes off the ends.
+bool isTakenOff(std::uint32_t codePoint)
+{
+    return isBlank(codePoint) || codePoint == '(' || codePoint == ')';
+}
+
+bool isTakenOffAsAWhole(std::string_view text)
+{
+    while (!text.empty() && isTakenOff(firstCharacter(text).codePoint)) {
+        text.remove_prefix(firstCharacter(text).length);
+    }
+    return text.empty();
+}
+
 std::size_t charactersIn(std::string_view text)
 {
     const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; };
@@ -312,7 +326,7 @@ void Scanner::readLine(const LogicalLine& line)
 void Scanner::readVersion(std::string_view value, Place place)
 {
     if (value != "1") {
-        refuse(place, "this LDIF has version " + std::string(value) + "; only version 1 is known");
+        refuse(place, "only version 1 of LDIF is known");
     }
     versionMayFollow_ = false;
     // The record, if it begins on the next line, begins behind this one.
@@ -340,7 +354,8 @@ std::string Scanner::nameOf(const LogicalLine& line) const
         refuse(line.placeOf(0), "\"include:\" lines are not taken: no other file is read");
     }
     if (!isAttributeDescription(name)) {
-        refuse(line.placeOf(0), '"' + name + "\" is not an attribute name");
+        // What stands here may be the rest of a password: it is not repeated.
+        refuse(line.placeOf(0), "this is not an attribute name");
     }
     return name;
 }
@@ -409,7 +424,7 @@ void Scanner::checkFirstLine(const ScannedLine& line) const
     if (!isDnLabel(line.name)) {
         refuse(line.namePlace, "a record begins with a \"dn:\" line");
     }
-    if (line.value.empty()) {
+    if (isTakenOffAsAWhole(view(line.value))) {
         refuse(line.valuePlace, "a DN is expected here; what stands above the entries can't be changed this way");
     }
 }
@@ -439,7 +454,16 @@ void Scanner::checkValue(const ScannedLine& line) const
         refuse(line.valuePlace, std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") +
                                     " with a blank, which the file would not give back");
     }
+    const auto isParenthesis = [](char character) { return character == '(' || character == ')'; };
+    if (!value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back())) && !isPassword(line.name)) {
+        refuse(line.valuePlace, "the value begins or ends with a parenthesis, which the file would not give back");
+    }
     if (value.find('\\') != std::string_view::npos && holdsDn(line.name)) {
+        const std::string unescaped = unescapedDn(value);
+        if (std::count_if(unescaped.begin(), unescaped.end(), isParenthesis) !=
+            std::count_if(value.begin(), value.end(), isParenthesis)) {
+            refuse(line.valuePlace, "the escapes of this DN stand for parentheses, which the file would not give back");
+        }
         if (const auto blemish = firstBlemish(unescapedDn(value))) {
             refuse(line.valuePlace,
                    std::string("the escapes of this DN stand for what the file can't hold: ") + blemish->finding);

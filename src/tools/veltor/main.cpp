@@ -4,6 +4,7 @@
 #include "escape.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -73,6 +74,8 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // A write beyond the limit of the file size is then an error like any other, and the file is looked at afterwards.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(argc, argv);
     } catch (const Failure& failure) {

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <langinfo.h>
 #include <locale.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <veltor/cfg.h>
@@ -192,6 +193,10 @@ Session::Session(const TargetOptions& options, Purpose purpose, const std::strin
 {
     checkBindOptions(options);
     disableCoreDumps();
+    if (purpose == Purpose::write) {
+        // With a backup the file is made anew: nobody may read its passwords before its mode is set.
+        ::umask(::umask(0) | S_IWGRP | S_IRWXO);
+    }
     leaveTheCLocale();
     handle_.reset(cfg_init());
     if (!handle_) {

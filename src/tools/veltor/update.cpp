@@ -512,6 +512,10 @@ ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOp
         throw Failure(ExitCode::usage, "--backup: " + *options.backup + " is the configuration file itself",
                       {"nothing was written"});
     }
+    struct stat backup = {};
+    if (options.backup && ::stat(options.backup->c_str(), &backup) == 0 && S_ISDIR(backup.st_mode)) {
+        throw Failure(ExitCode::usage, "--backup: " + *options.backup + " is a folder", {"nothing was written"});
+    }
     requireWholeLastLine(fileOf(target));
     Update(changes, target, options).run();
     return ExitCode::done;
