@@ -1522,6 +1522,19 @@ Dn of(const LDIF_DN& dn)
 
 namespace {
 
+/// True for a text with an escaped byte beyond ASCII: whether it can be read is the locale's business and not the
+/// grammar's. Tests of their own look at that.
+bool escapesBeyondAscii(const std::string& text)
+{
+    for (std::size_t place = 0; place + 2 < text.size(); ++place) {
+        if (text[place] == '\\' && std::string("89ABCDEFabcdef").find(text[place + 1]) != std::string::npos &&
+            hexChar.find(text[place + 2]) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// Texts that are nearly DNs: every token of the grammar in any order, with a bias to what parses.
 rc::Gen<std::string> nearlyDn()
 {
@@ -1529,14 +1542,15 @@ rc::Gen<std::string> nearlyDn()
         "cn=", "CN=", "o=", "2.5=", "cn=a", "o=b", "a",  "A",  "b",    "ab",   "z",   ",",    ";",     "+",
         "=",   "#",   "<",  ">",    "\"",   "\\",  " ",  "\t", "(",    ")",    "\\,", "\\\\", "\\\"",  "\\20",
         "41",  "4",   "0",  "-",    ".",    "_",   ", ", "cn", "\\00", "\\28", "\\2", "#41",  "\"x\"", " + sn=c"};
-    return rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::elementOf(tokens)),
-                        [](const std::vector<std::string>& parts) {
-                            std::string text;
-                            for (const auto& part : parts) {
-                                text += part;
-                            }
-                            return text;
-                        });
+    const auto joined = rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::elementOf(tokens)),
+                                     [](const std::vector<std::string>& parts) {
+                                         std::string text;
+                                         for (const auto& part : parts) {
+                                             text += part;
+                                         }
+                                         return text;
+                                     });
+    return rc::gen::suchThat(joined, [](const std::string& text) { return !escapesBeyondAscii(text); });
 }
 
 std::string describe(const std::optional<LDIF_Exception>& failure)
