@@ -450,8 +450,6 @@ auto parseFront(cisString& text, Step step)
     return parseFront(DnParser<wchar_t>(text), text, step);
 }
 
-void appendValue(std::string& out, const LDIF_RDN_value& value);
-
 // A plain value in either width: special characters and outer blanks are escaped.
 template <class View, class Narrow>
 void appendPlain(std::string& out, View text, Narrow narrowed)

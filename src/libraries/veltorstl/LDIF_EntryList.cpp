@@ -4,10 +4,8 @@
 #include "LDIF_Entry.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <stdexcept>
 #include <unordered_map>

@@ -7,6 +7,7 @@
 #include "veltor/cfg.h"
 #include "veltor/platform.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>

@@ -21,7 +21,7 @@ int cfg_unbind(void* handle)
         delete store;
         store = earlier;
     }
-    // Zeros in the released memory make a use after release fail early.
+    // Zeros make a use after release fail early rather than act on a store that is gone.
     explicit_bzero(handle, sizeof(cfg_handle));
     std::free(handle);
     return 0;
