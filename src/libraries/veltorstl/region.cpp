@@ -1,0 +1,112 @@
+// Chunks of memory from the system, and the region that fills them.
+#include "region.h"
+
+#include <sys/mman.h>
+
+namespace veltor::detail {
+
+constinit thread_local RegionCursor* regionInForce = nullptr;
+
+namespace {
+
+// Keeps the count of a chunk that is being filled above zero, whatever is given back meanwhile.
+constexpr std::size_t filling = std::size_t{1} << 40U;
+// Larger pieces would leave much of a chunk unused.
+constexpr std::size_t largestPiece = chunkBytes / 8;
+constexpr std::size_t headBytes = 64;
+
+#if defined(__SANITIZE_ADDRESS__)
+// Every piece by itself, so that the sanitizer sees where it ends and when it dies.
+constexpr bool piecewise = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool piecewise = true;
+#else
+constexpr bool piecewise = false;
+#endif
+#else
+constexpr bool piecewise = false;
+#endif
+
+/// A chunk at a multiple of its size; null when memory is short.
+void* mapChunk(bool largePages)
+{
+    constexpr std::size_t twice = 2 * chunkBytes;
+    void* const mapped =
+        mmap(nullptr, twice, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapped == MAP_FAILED) {
+        return nullptr;
+    }
+    auto* const begin = static_cast<char*>(mapped);
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) & (chunkBytes - 1);
+    if (before != 0) {
+        munmap(begin, before);
+    }
+    if (before != chunkBytes) {
+        munmap(begin + before + chunkBytes, chunkBytes - before);
+    }
+    if (largePages) {
+        // One page fault instead of 512. A system that has no large pages says so, and nothing is lost.
+        static_cast<void>(madvise(begin + before, chunkBytes, MADV_HUGEPAGE));
+    }
+    return begin + before;
+}
+
+} // namespace
+
+void releaseChunk(ChunkHead* chunk) noexcept
+{
+    munmap(chunk, chunkBytes);
+}
+
+LoadRegion::LoadRegion(std::size_t fileBytes) : outer_(regionInForce), largePages_(fileBytes >= chunkBytes / 2)
+{
+    regionInForce = piecewise ? nullptr : &cursor_;
+}
+
+LoadRegion::~LoadRegion()
+{
+    closeChunk();
+    regionInForce = outer_;
+}
+
+bool LoadRegion::nextChunk()
+{
+    void* const memory = mapChunk(largePages_);
+    if (memory == nullptr) {
+        return false;
+    }
+    closeChunk();
+    new (memory) ChunkHead{filling};
+    cursor_.next = static_cast<char*>(memory) + headBytes;
+    cursor_.end = static_cast<char*>(memory) + chunkBytes;
+    return true;
+}
+
+/// The pieces handed out are what counts from now on.
+void LoadRegion::closeChunk() noexcept
+{
+    if (cursor_.end == nullptr) {
+        return;
+    }
+    auto* const chunk = reinterpret_cast<ChunkHead*>(cursor_.end - chunkBytes);
+    const std::size_t excess = filling - cursor_.handedOut;
+    if (chunk->live.fetch_sub(excess, std::memory_order_acq_rel) == excess) {
+        releaseChunk(chunk);
+    }
+    cursor_ = {};
+}
+
+Piece obtainSlowly(std::size_t bytes, std::size_t alignment)
+{
+    auto* const region = reinterpret_cast<LoadRegion*>(regionInForce);
+    if (bytes > largestPiece) {
+        return {::operator new(bytes), false};
+    }
+    if (!region->nextChunk()) {
+        throw std::bad_alloc();
+    }
+    return obtain(bytes, alignment);
+}
+
+} // namespace veltor::detail

@@ -1,0 +1,104 @@
+// Memory for what a load builds.
+//
+// A load makes many small pieces that mostly live and die together. While a LoadRegion is in force they are laid
+// side by side in large chunks: no book-keeping for each piece, few page faults, and what is read together lies
+// together. A piece does not depend on the region or on the store: each chunk counts the pieces in it that still
+// live and goes back to the system with the last of them, so a piece may be moved anywhere, also to another thread.
+//
+// Outside of a load, pieces come from operator new: what a running server changes one by one comes and goes in
+// no order, and one long-lived piece would keep a chunk.
+#ifndef VELTOR_REGION_H
+#define VELTOR_REGION_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace veltor::detail {
+
+/// Where a piece of memory came from has to be remembered by its owner: giveBack wants to be told.
+struct Piece
+{
+    void* memory;
+    bool fromRegion;
+};
+
+/// Chunks are aligned to their size, so that a piece finds the head of its chunk.
+inline constexpr std::size_t chunkBytes = std::size_t{2} << 20U;
+
+struct ChunkHead
+{
+    std::atomic<std::size_t> live; // pieces in use; a large number more while the chunk is being filled
+};
+
+/// Where the next piece of the region in force on this thread goes.
+struct RegionCursor
+{
+    char* next = nullptr;
+    char* end = nullptr;
+    std::size_t handedOut = 0; // pieces of the current chunk
+};
+
+// Read on every allocation: the model spares the call that a shared library pays otherwise.
+extern __attribute__((tls_model("initial-exec"))) constinit thread_local RegionCursor* regionInForce;
+
+Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
+void releaseChunk(ChunkHead* chunk) noexcept;
+
+/// Memory for a piece. @throws std::bad_alloc
+/// @param alignment  a power of two, at most that of std::max_align_t
+inline Piece obtain(std::size_t bytes, std::size_t alignment)
+{
+    RegionCursor* const cursor = regionInForce;
+    if (cursor == nullptr) {
+        return {::operator new(bytes), false};
+    }
+    const auto misfit = reinterpret_cast<std::uintptr_t>(cursor->next) & (alignment - 1);
+    const std::size_t needed = bytes + (misfit == 0 ? 0 : alignment - misfit);
+    if (needed > static_cast<std::size_t>(cursor->end - cursor->next)) {
+        return obtainSlowly(bytes, alignment);
+    }
+    cursor->next += needed;
+    ++cursor->handedOut;
+    return {cursor->next - bytes, true};
+}
+
+/// Takes a piece back. Thread-safe.
+inline void giveBack(void* memory, bool fromRegion) noexcept
+{
+    if (!fromRegion) {
+        ::operator delete(memory);
+        return;
+    }
+    auto* const chunk =
+        reinterpret_cast<ChunkHead*>(reinterpret_cast<std::uintptr_t>(memory) & ~std::uintptr_t{chunkBytes - 1});
+    if (chunk->live.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        releaseChunk(chunk);
+    }
+}
+
+/// Puts a region in force on this thread for as long as it lives. They may be nested.
+class LoadRegion
+{
+public:
+    /// @param fileBytes  the size of the file that is about to be loaded: a small one is not worth large pages
+    explicit LoadRegion(std::size_t fileBytes);
+    LoadRegion(const LoadRegion&) = delete;
+    LoadRegion& operator=(const LoadRegion&) = delete;
+    ~LoadRegion();
+
+private:
+    friend Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
+
+    bool nextChunk();
+    void closeChunk() noexcept;
+
+    RegionCursor cursor_; // first: the cursor in force is the region
+    RegionCursor* outer_;
+    bool largePages_;
+};
+
+} // namespace veltor::detail
+
+#endif
