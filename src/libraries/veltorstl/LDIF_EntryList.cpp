@@ -2,75 +2,30 @@
 #include "LDIF_EntryList.h"
 
 #include "LDIF_Entry.h"
+#include "fold_hash.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <map>
 #include <stdexcept>
 #include <unordered_map>
 
-#include <unistd.h>
+using veltor::detail::FoldTable;
+using veltor::detail::foldTable;
+using veltor::detail::hashFolded;
+using veltor::detail::hashSeed;
+using veltor::detail::mixed;
 
 namespace {
 
 // Below this a walk over the children is cheaper than keeping an index.
 constexpr std::size_t indexedFrom = 12;
 
-// ---- Hashing RDNs as strcasecmp compares them: folded as the locale folds, up to the first NUL ----
-
-using FoldTable = const std::int32_t*;
-
-// The table by which the system library folds case. Its address tells locales apart.
-FoldTable foldTable()
-{
-    return *__ctype_tolower_loc();
-}
-
-// Chosen by the system for each process, so that no file can be made to collide.
-std::uint64_t hashSeed()
-{
-    static const std::uint64_t seed = [] {
-        std::uint64_t value = 0x9E3779B97F4A7C15U;
-        // Without random bytes the seed is fixed, and everything works all the same.
-        static_cast<void>(getentropy(&value, sizeof value));
-        return value;
-    }();
-    return seed;
-}
-
-std::uint64_t mixed(std::uint64_t left, std::uint64_t right)
-{
-    __extension__ using Wide = unsigned __int128;
-    const Wide product = static_cast<Wide>(left ^ 0xA0761D6478BD642FU) * (right ^ 0xE7037ED1A0B428DBU);
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64U);
-}
-
-std::uint64_t hashText(std::uint64_t hash, const std::string& text, FoldTable fold)
-{
-    const char* position = text.c_str();
-    std::uint64_t length = 0;
-    for (bool more = true; more;) {
-        std::uint64_t word = 0;
-        for (unsigned shift = 0; shift < 64; shift += 8) {
-            if (*position == '\0') {
-                more = false;
-                break;
-            }
-            word |= static_cast<std::uint64_t>(fold[static_cast<unsigned char>(*position)] & 0xFF) << shift;
-            ++position;
-            ++length;
-        }
-        hash = mixed(hash, word);
-    }
-    return mixed(hash, length);
-}
-
 std::uint64_t hashRdn(std::uint64_t hash, const LDIF_RDN& rdn, FoldTable fold)
 {
     for (const auto& pair : rdn) {
-        hash = hashText(hash, pair.first, fold);
-        hash = hashText(hash, pair.second, fold);
+        hash = hashFolded(hash, pair.first, fold);
+        hash = hashFolded(hash, pair.second, fold);
     }
     return mixed(hash, rdn.size());
 }

@@ -3,14 +3,14 @@
 #ifndef VELTOR_LDIF_ENTRYLIST_H
 #define VELTOR_LDIF_ENTRYLIST_H
 
-#include <compare>
+#include "indirect_iterator.h"
+
 #include <cstddef>
 #include <exception>
 #include <initializer_list>
 #include <iterator>
 #include <limits>
 #include <memory>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -32,58 +32,14 @@ class LDIF_EntryList
 {
     using Slots = std::vector<std::unique_ptr<LDIF_Entry>>;
 
-    template <bool constant>
-    class Iterator
-    {
-    public:
-        using iterator_category = std::random_access_iterator_tag;
-        using value_type = LDIF_Entry;
-        using difference_type = std::ptrdiff_t;
-        using reference = std::conditional_t<constant, const LDIF_Entry&, LDIF_Entry&>;
-        using pointer = std::conditional_t<constant, const LDIF_Entry*, LDIF_Entry*>;
-
-        Iterator() = default;
-        /// A mutable position serves where a constant one is asked for.
-        template <bool other>
-        requires(constant && !other) Iterator(const Iterator<other>& position) : slot_(position.slot_) {}
-
-        reference operator*() const { return **slot_; }
-        pointer operator->() const { return slot_->get(); }
-        reference operator[](difference_type offset) const { return *slot_[offset]; }
-        Iterator& operator++() { return *this += 1; }
-        Iterator& operator--() { return *this += -1; }
-        Iterator operator++(int) { return std::exchange(*this, *this + 1); }
-        Iterator operator--(int) { return std::exchange(*this, *this - 1); }
-        Iterator& operator+=(difference_type offset)
-        {
-            slot_ += offset;
-            return *this;
-        }
-        Iterator& operator-=(difference_type offset) { return *this += -offset; }
-        friend Iterator operator+(Iterator left, difference_type right) { return left += right; }
-        friend Iterator operator+(difference_type left, Iterator right) { return right += left; }
-        friend Iterator operator-(Iterator left, difference_type right) { return left -= right; }
-        friend difference_type operator-(Iterator left, Iterator right) { return left.slot_ - right.slot_; }
-        friend bool operator==(Iterator left, Iterator right) { return left.slot_ == right.slot_; }
-        friend auto operator<=>(Iterator left, Iterator right) { return left.slot_ <=> right.slot_; }
-
-    private:
-        friend class LDIF_EntryList;
-        template <bool>
-        friend class Iterator;
-        using Slot = const std::unique_ptr<LDIF_Entry>*;
-        explicit Iterator(Slot slot) : slot_(slot) {}
-        Slot slot_ = nullptr;
-    };
-
 public:
     using value_type = LDIF_Entry;
     using size_type = std::size_t;
     using difference_type = std::ptrdiff_t;
     using reference = LDIF_Entry&;
     using const_reference = const LDIF_Entry&;
-    using iterator = Iterator<false>;
-    using const_iterator = Iterator<true>;
+    using iterator = veltor::detail::IndirectIterator<const std::unique_ptr<LDIF_Entry>, LDIF_Entry>;
+    using const_iterator = veltor::detail::IndirectIterator<const std::unique_ptr<LDIF_Entry>, const LDIF_Entry>;
     using reverse_iterator = std::reverse_iterator<iterator>;
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
