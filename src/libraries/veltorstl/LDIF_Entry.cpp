@@ -6,6 +6,8 @@
 #include <ostream>
 #include <utility>
 
+using veltor::detail::commonLevels;
+
 LDIF_Entry::LDIF_Entry() = default;
 
 LDIF_Entry::LDIF_Entry(LDIF_DN d) : dnLabel("dn"), dn(std::move(d)), relDn(dn) {}
@@ -36,19 +38,9 @@ LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Attribute& attribute)
 
 namespace {
 
-/// How many RDNs two DNs have in common from the root on.
-std::size_t commonLevels(const LDIF_DN& left, const LDIF_DN& right)
-{
-    std::size_t level = 0;
-    while (level < left.size() && level < right.size() && left[level] == right[level]) {
-        ++level;
-    }
-    return level;
-}
-
 void dropLevels(LDIF_DN& dn, std::size_t count)
 {
-    dn.erase(dn.begin(), dn.begin() + static_cast<std::ptrdiff_t>(count));
+    dn.erase(dn.cbegin(), dn.cbegin() + static_cast<std::ptrdiff_t>(count));
 }
 
 /// Raises the complaint unless `entry` is at or below `top`, both relative to the same parent.
@@ -182,7 +174,7 @@ void LDIF_Entry::appendTo(std::string& text) const
     if (!dnLabel.empty()) {
         text += dnLabel;
         text += ": ";
-        text += dn.str();
+        veltor::detail::appendTo(text, dn);
         text += '\n';
     }
     attributes.appendTo(text);
