@@ -657,11 +657,13 @@ void RdnList::turnAbove(size_type position)
 
 constinit thread_local DnMemory* DnMemory::inForce_ = nullptr;
 
-DnMemory::DnMemory(std::size_t expected) : outer_(std::exchange(inForce_, this))
+DnMemory::DnMemory(std::size_t expected) : outer_(inForce_)
 {
     constexpr std::size_t fewest = 16;
     constexpr std::size_t most = 65536;
     slots_.resize(std::bit_ceil(std::clamp(expected, fewest, most)));
+    // In force only now: the destructor does not run when there is no memory for the slots.
+    inForce_ = this;
 }
 
 DnMemory::~DnMemory()
