@@ -2,9 +2,7 @@
 #include "LDIF_Entry.h"
 
 #include "LDIF_Exception.h"
-#include "region.h"
 
-#include <algorithm>
 #include <ostream>
 #include <utility>
 
@@ -24,31 +22,6 @@ LDIF_Entry::LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& precedingComme
     }
     dn = cisString(line.value);
     relDn = dn;
-}
-
-namespace {
-
-/// Stands in front of an entry's memory.
-struct EntryHead
-{
-    bool fromRegion;
-};
-
-constexpr std::size_t entryHeadBytes = std::max(sizeof(EntryHead), alignof(LDIF_Entry));
-
-} // namespace
-
-void* LDIF_Entry::operator new(std::size_t bytes)
-{
-    const auto piece = veltor::detail::obtain(entryHeadBytes + bytes, alignof(LDIF_Entry));
-    new (piece.memory) EntryHead{piece.fromRegion};
-    return static_cast<char*>(piece.memory) + entryHeadBytes;
-}
-
-void LDIF_Entry::operator delete(void* entry) noexcept
-{
-    auto* const memory = static_cast<char*>(entry) - entryHeadBytes;
-    veltor::detail::giveBack(memory, reinterpret_cast<EntryHead*>(memory)->fromRegion);
 }
 
 LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Comment& lines)

@@ -8,6 +8,7 @@
 #include "LDIF_EntryList.h"
 #include "LDIF_Line.h"
 #include "LDIF_Util.h"
+#include "region.h"
 
 #include <cstddef>
 #include <iosfwd>
@@ -45,9 +46,9 @@ public:
     LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& comment);
 
     /// Entries that a load makes lie with the rest of what it makes.
-    static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t bytes) { return veltor::detail::obtainMarked(bytes); }
     static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* entry) noexcept;
+    static void operator delete(void* entry) noexcept { veltor::detail::giveBackMarked(entry); }
 
     // Copies are deep. The destructor is not virtual, on purpose: entries are held by value. The order of the
     // virtual functions is ABI.
