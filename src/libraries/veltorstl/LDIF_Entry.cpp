@@ -132,9 +132,27 @@ LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::si
         place.existing->mergeFrom(*entry);
         return *place.existing;
     }
-    LDIF_EntryList& siblings = place.parent->children;
-    siblings.makeRoom();
+    // An entry that finds no room stays with the caller as it is.
+    place.parent->children.makeRoom();
     dropLevels(entry->relDn, place.level);
+    return appendAdopting(std::move(entry), place.parent->children);
+}
+
+LDIF_Entry::Landing LDIF_Entry::insertDescendant(std::unique_ptr<LDIF_Entry>&& entry)
+{
+    const Place place = placeOf(entry->dn, dn.size());
+    if (place.existing != nullptr) {
+        place.existing->mergeFrom(*entry);
+        return {place.existing, place.parent};
+    }
+    place.parent->children.makeRoom();
+    entry->relDn.assignFrom(entry->dn, place.level);
+    return {&appendAdopting(std::move(entry), place.parent->children), place.parent};
+}
+
+/// Puts an entry into the room behind its siblings, of which it adopts those that belong below it.
+LDIF_Entry& LDIF_Entry::appendAdopting(std::unique_ptr<LDIF_Entry>&& entry, LDIF_EntryList& siblings)
+{
     try {
         entry->adoptFrom(siblings);
     } catch (...) {
