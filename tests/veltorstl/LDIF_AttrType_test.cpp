@@ -7,9 +7,12 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <clocale>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <map>
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 #include <set>
 #include <string>
 #include <string_view>
@@ -215,6 +218,70 @@ std::string upper(std::string text)
 bool isDefault(const _AttrType* record)
 {
     return record != nullptr && record->name == nullptr;
+}
+
+/// The name as the catalogue spells it, found by holding each record against it, without any index; "" for none.
+std::string scanned(const std::string& name)
+{
+    initAttrMap();
+    const auto* const end = attrMap + numAttrs;
+    const auto* const found =
+        std::find_if(attrMap, end, [&](const _AttrType& record) { return strcasecmp(record.name, name.c_str()) == 0; });
+    return found == end ? "" : found->name;
+}
+
+/// A byte of any value; one in four is a letter that locales disagree about, or an "i" beyond ASCII.
+rc::Gen<char> anyByte()
+{
+    return rc::gen::weightedOneOf<char>(
+        {{3, rc::gen::arbitrary<char>()}, {1, rc::gen::element<char>('i', 'I', '\xDD', '\xFD', 'k', 'K', 's', 'S')}});
+}
+
+/// A name of the catalogue, as it stands or spoilt in one of the ways in which two names nearly agree.
+rc::Gen<std::string> nearlyName()
+{
+    return rc::gen::exec([] {
+        enum Change { none, letterCase, oneByte, cut, longer, endedByNul, anything, changes };
+        std::string name = catalogue[*rc::gen::inRange<std::size_t>(0, std::size(catalogue))].name;
+        const auto position = *rc::gen::inRange<std::size_t>(0, name.size());
+        switch (*rc::gen::inRange<int>(none, changes)) {
+        case letterCase:
+            for (char& character : name) {
+                const auto byte = static_cast<unsigned char>(character);
+                character = static_cast<char>(*rc::gen::arbitrary<bool>() ? std::toupper(byte) : std::tolower(byte));
+            }
+            break;
+        case oneByte:
+            name[position] = *anyByte();
+            break;
+        case cut:
+            name.resize(position);
+            break;
+        case longer:
+            name.insert(position, 1, *anyByte());
+            break;
+        case endedByNul:
+            name += '\0' + *rc::gen::container<std::string>(anyByte());
+            break;
+        case anything:
+            name = *rc::gen::container<std::string>(anyByte());
+            break;
+        default:
+            break;
+        }
+        return name;
+    });
+}
+
+void agreesWithTheScan(const std::string& name)
+{
+    const std::string expected = scanned(name);
+    const _AttrType* const found = getAttrType(name.c_str());
+    RC_ASSERT((isDefault(found) ? "" : found->name) == expected);
+    RC_ASSERT(searchAttrMap(name.c_str(), 0, numAttrs) == (expected.empty() ? nullptr : found));
+    // What stands around a bounded name takes no part.
+    const std::string surrounded = "x" + name + "x";
+    RC_ASSERT(veltor::detail::attrTypeOf(std::string_view(surrounded).substr(1, name.size())) == found);
 }
 
 } // namespace
@@ -511,6 +578,57 @@ TEST(AttrType, SearchGivesNullForAnUnknownName)
         SCOPED_TRACE(name);
         EXPECT_EQ(searchAttrMap(name, 0, numAttrs), nullptr);
     }
+}
+
+RC_GTEST_PROP(AttrType, LookUpAgreesWithAScanOfAllNames, (bool inUtf8))
+{
+    const LocaleGuard guard(inUtf8 ? "C.UTF-8" : "C");
+    agreesWithTheScan(*nearlyName());
+}
+
+TEST(AttrType, LookUpAgreesWithAScanWhereLettersFoldDifferently)
+{
+    // "I" is not the capital of "i" in these; in the first, the bytes DD and FD are their counterparts.
+    for (const char* locale : {"tr_TR.ISO-8859-9", "tr_TR.UTF-8"}) {
+        const std::string before = std::setlocale(LC_ALL, nullptr);
+        if (std::setlocale(LC_ALL, locale) == nullptr) {
+            GTEST_SKIP() << "this system has no locale " << locale;
+        }
+        std::setlocale(LC_ALL, before.c_str());
+        const LocaleGuard guard(locale);
+        if (strcasecmp("I", "i") == 0) {
+            GTEST_SKIP() << "strcasecmp folds as ASCII does in this build: the address sanitizer's own";
+        }
+        EXPECT_TRUE(isDefault(getAttrType("ZOR-SLAPDSIZELIMIT")));
+        EXPECT_STREQ(getAttrType("zor-slapdIdleTimeOut")->name, "zor-slapdIdleTimeOut");
+        EXPECT_EQ(isDefault(getAttrType("zor-aud\xDDt")), std::string_view(locale) == "tr_TR.UTF-8");
+        EXPECT_TRUE(rc::check(locale, [] { agreesWithTheScan(*nearlyName()); }));
+    }
+}
+
+TEST(AttrType, LookUpOfABoundedNameNeedsNoNul)
+{
+    using veltor::detail::attrTypeOf;
+    constexpr std::string_view line = "cn: x";
+    EXPECT_EQ(attrTypeOf(line.substr(0, 2)), getAttrType("cn"));
+    EXPECT_EQ(attrTypeOf(line.substr(0, 1)), defaultAttrType);
+    EXPECT_EQ(attrTypeOf({}), defaultAttrType);
+    EXPECT_EQ(attrTypeOf(std::string_view("CN\0zz", 5)), getAttrType("cn"));
+    EXPECT_EQ(attrTypeOf(std::string_view("\0cn", 3)), defaultAttrType);
+}
+
+TEST(AttrType, SearchFindsEitherOfTwoRecordsOfOneName)
+{
+    initAttrMap();
+    const char* const name = "ZOR-slapdIdleTimeOut";
+    const auto found = static_cast<int>(searchAttrMap(name, 0, numAttrs) - attrMap);
+    const int other = strcasecmp(attrMap[found + 1].name, name) == 0 ? found + 1 : found - 1;
+    ASSERT_EQ(strcasecmp(attrMap[other].name, name), 0);
+    for (const int index : {found, other}) {
+        EXPECT_EQ(searchAttrMap(name, index, index + 1), &attrMap[index]);
+    }
+    EXPECT_EQ(searchAttrMap(name, 0, std::min(found, other)), nullptr);
+    EXPECT_EQ(searchAttrMap(name, std::max(found, other) + 1, numAttrs), nullptr);
 }
 
 TEST(AttrType, LookUpsOfSeveralThreadsAgree)

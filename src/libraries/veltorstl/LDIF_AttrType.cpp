@@ -1,13 +1,18 @@
 // The catalogue of attribute types.
 //
-// The table below is the definition, in the order in which the types came to be; the array that look-ups search
-// is sorted from it at compile time, so the first use costs nothing.
+// The table below is the definition, in the order in which the types came to be. The sorted array and the hash
+// table of its names are made from it at compile time, so the first use costs nothing.
 #include "LDIF_AttrType.h"
+
+#include "LDIF_Util.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
+#include <string_view>
 #include <strings.h>
 
 constexpr const char* const enumBoolean[] = {"true", "false", nullptr};
@@ -211,6 +216,144 @@ constexpr auto catalogue = [] {
     return records;
 }();
 
+// ---- The hash table of the names: each name alone in its slot, so a look-up compares once ----
+
+constexpr std::size_t wordSize = 8;
+
+/// Eight characters of a name as a number. A fixed count of bytes compiles to one load.
+constexpr std::uint64_t word(std::string_view name, std::size_t position)
+{
+    const char* const start = name.data() + position;
+    std::uint64_t number = 0;
+    for (std::size_t byte = 0; byte < wordSize; ++byte) {
+        number |= static_cast<std::uint64_t>(static_cast<unsigned char>(start[byte])) << (8 * byte);
+    }
+    return number;
+}
+
+/// What is hashed of a name: its length, its last eight characters and the eight in its middle, which no two names
+/// have in common. The bit that tells the letter cases of ASCII apart is set in each; what else that makes alike,
+/// the comparison tells apart.
+constexpr std::uint64_t digest(std::string_view name)
+{
+    constexpr std::uint64_t caseBits = 0x2020202020202020U;
+    if (name.size() >= wordSize) {
+        const std::size_t last = name.size() - wordSize;
+        return (word(name, last) | caseBits) + 3 * (word(name, last / 2) | caseBits) + name.size();
+    }
+    std::uint64_t number = 0;
+    for (const char character : name) {
+        number = number << 8 | static_cast<unsigned char>(character);
+    }
+    return (number | caseBits) + name.size();
+}
+
+struct Slot
+{
+    std::uint8_t length = 0; // of the name; 0 for a slot without one
+    std::uint8_t record = 0; // index of its record
+};
+
+struct HashTable
+{
+    static constexpr unsigned indexBits = 10;
+
+    std::uint64_t multiplier = 0;
+    std::size_t names = 0;
+    std::array<Slot, std::size_t{1} << indexBits> slots{};
+
+    constexpr std::size_t indexOf(std::uint64_t nameDigest) const
+    {
+        return static_cast<std::size_t>(nameDigest * multiplier >> (64 - indexBits));
+    }
+};
+
+/// The record that bisection of the whole array finds. Of two records of one name it settles which one look-ups give.
+constexpr std::size_t bisected(const _AttrType& wanted)
+{
+    std::size_t low = 0;
+    std::size_t high = definitionCount;
+    while (low < high) {
+        const std::size_t middle = low + (high - low) / 2;
+        if (nameLess(catalogue[middle], wanted)) {
+            low = middle + 1;
+        } else if (nameLess(wanted, catalogue[middle])) {
+            high = middle;
+        } else {
+            return middle;
+        }
+    }
+    return definitionCount;
+}
+
+constexpr auto hashTable = [] {
+    HashTable table;
+    std::array<std::uint8_t, definitionCount> records{};
+    std::array<std::uint64_t, definitionCount> digests{};
+    for (std::size_t index = 0; index < definitionCount; ++index) {
+        if (bisected(catalogue[index]) == index) {
+            records[table.names] = static_cast<std::uint8_t>(index);
+            digests[table.names] = digest(catalogue[index].name);
+            ++table.names;
+        }
+    }
+    // Multipliers are tried until one parts all names; without one this does not compile. A slot remembers the last
+    // attempt that took it, which saves clearing them.
+    std::array<std::uint32_t, std::size_t{1} << HashTable::indexBits> takenBy{};
+    std::size_t placed = 0;
+    for (std::uint32_t attempt = 1; placed < table.names; ++attempt) {
+        table.multiplier = table.multiplier * 6364136223846793005U + 1442695040888963407U;
+        for (placed = 0; placed < table.names; ++placed) {
+            std::uint32_t& taken = takenBy[table.indexOf(digests[placed])];
+            if (taken == attempt) {
+                break;
+            }
+            taken = attempt;
+        }
+    }
+    for (std::size_t name = 0; name < table.names; ++name) {
+        const std::size_t length = std::string_view(catalogue[records[name]].name).size();
+        table.slots[table.indexOf(digests[name])] = {static_cast<std::uint8_t>(length), records[name]};
+    }
+    return table;
+}();
+
+static_assert(hashTable.names == definitionCount - 1, "zor-slapdIdleTimeOut alone stands twice");
+
+/// True when the slot's name and this one, which has no NUL, are equal for strcasecmp.
+bool holds(Slot slot, std::string_view name)
+{
+    if (slot.length == 0 || slot.length != name.size()) {
+        return false;
+    }
+    const char* const known = attrMapArray[slot.record].name;
+    // Names mostly come as the catalogue spells them.
+    return std::memcmp(known, name.data(), name.size()) == 0 || strncasecmp(known, name.data(), name.size()) == 0;
+}
+
+/// The record whose name strcasecmp calls equal to this one, read up to its first NUL; null if there is none.
+///
+/// strcasecmp folds as the process locale does, the table as ASCII does. The two part in Turkish locales, where "I"
+/// is not the capital of "i", and where a byte beyond ASCII may be. So a hit is compared as strcasecmp compares;
+/// and a miss is the last word only for a name of ASCII alone, since no locale makes two characters of ASCII alike
+/// that are not the two cases of one letter. Other names are held against each one of the catalogue.
+const _AttrType* recordOf(std::string_view name)
+{
+    const Slot slot = hashTable.slots[hashTable.indexOf(digest(name))];
+    if (holds(slot, name)) {
+        return &attrMapArray[slot.record];
+    }
+    if (veltor::detail::isPlainAscii(name)) {
+        return nullptr;
+    }
+    if (const std::size_t end = name.find('\0'); end != std::string_view::npos) {
+        return recordOf(name.substr(0, end));
+    }
+    const auto place = std::find_if(hashTable.slots.begin(), hashTable.slots.end(),
+                                    [&](Slot candidate) { return holds(candidate, name); });
+    return place != hashTable.slots.end() ? &attrMapArray[place->record] : nullptr;
+}
+
 } // namespace
 
 constinit const std::array<_AttrType, 117> attrMapArray = catalogue;
@@ -221,29 +364,25 @@ constinit const _AttrType* defaultAttrType = nullptr;
 void initAttrMap()
 {
     // A static's initialisation runs once, also when two threads come first together.
-    [[maybe_unused]] static const bool counted = [] {
-        int count = 0;
-        while (attrMapArray[static_cast<std::size_t>(count)].name != nullptr) {
-            ++count;
-        }
-        numAttrs = count;
-        defaultAttrType = &attrMapArray[static_cast<std::size_t>(count)];
+    [[maybe_unused]] static const bool ready = [] {
+        numAttrs = definitionCount;
+        defaultAttrType = &attrMapArray.back();
         return true;
     }();
 }
 
 const _AttrType* searchAttrMap(const char* name, int lo, int hi)
 {
-    while (name != nullptr && lo < hi) {
-        const int middle = lo + (hi - lo) / 2;
-        const int order = strcasecmp(attrMap[middle].name, name);
-        if (order == 0) {
-            return &attrMap[middle];
-        }
-        if (order < 0) {
-            lo = middle + 1;
-        } else {
-            hi = middle;
+    const _AttrType* const found = name != nullptr ? recordOf(name) : nullptr;
+    if (found == nullptr) {
+        return nullptr;
+    }
+    // Records of one name stand side by side.
+    const auto index = static_cast<int>(found - attrMap);
+    for (const int candidate : {index, index - 1, index + 1}) {
+        if (candidate >= std::max(lo, 0) && candidate < std::min(hi, static_cast<int>(definitionCount)) &&
+            strcasecmp(attrMap[candidate].name, found->name) == 0) {
+            return &attrMap[candidate];
         }
     }
     return nullptr;
@@ -251,7 +390,12 @@ const _AttrType* searchAttrMap(const char* name, int lo, int hi)
 
 const _AttrType* getAttrType(const char* name)
 {
+    return veltor::detail::attrTypeOf(name != nullptr ? std::string_view(name) : std::string_view());
+}
+
+const _AttrType* veltor::detail::attrTypeOf(std::string_view name)
+{
     initAttrMap();
-    const _AttrType* const found = searchAttrMap(name, 0, numAttrs);
-    return found != nullptr ? found : defaultAttrType;
+    const _AttrType* const found = recordOf(name);
+    return found != nullptr ? found : &attrMapArray.back();
 }

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 
 class LDIF_Value;
 
@@ -152,6 +153,9 @@ inline constexpr auto& pluginToBin = cesToBin;
                                              const _AttrType* type, const std::string& value);
 
 namespace veltor::detail {
+
+/// What getAttrType() finds for a name that need not end in NUL; of one that has a NUL in it, for what stands before.
+const _AttrType* attrTypeOf(std::string_view name);
 
 /// True when a type's syntax stores the text form of a value unchanged, so that a value need not be built again
 /// from its text. DN values may read back differently; types of foreign syntaxes are not known.

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <iterator>
 #include <ostream>
 #include <string_view>
@@ -204,20 +205,19 @@ public:
     }
 
     // RDN, or several separated by "," or ";"; parsed leftmost first, kept root first
-    void dn(LDIF_DN& into, const std::string& wholeText)
+    //
+    // Gives the text of the parent, unless there is none or it was remembered.
+    View dn(LDIF_DN& into, std::string_view wholeText)
     {
+        View parentText;
         // Also after a failure the RDNs parsed so far are moved to the root side of those present.
         struct ToRootSide
         {
             LDIF_DN& dn;
-            std::ptrdiff_t present;
-            ~ToRootSide()
-            {
-                std::reverse(dn.begin() + present, dn.end());
-                std::rotate(dn.begin(), dn.begin() + present, dn.end());
-            }
-        } const finish{into, std::ssize(into)};
-        const auto nameText = [&wholeText](LDIF_Exception& failure) { failure.value = wholeText; };
+            std::size_t present;
+            ~ToRootSide() { dn.turnAbove(present); }
+        } const finish{into, into.size()};
+        const auto nameText = [wholeText](LDIF_Exception& failure) { failure.value = wholeText; };
         for (bool first = true;; first = false) {
             guarded(
                 {VELTOR_HERE, "System error parsing dn"},
@@ -230,7 +230,7 @@ public:
                 },
                 nameText);
             if (rest_.empty()) {
-                return;
+                return parentText;
             }
             if (!atSeparator()) {
                 LDIF_Exception failure(VELTOR_HERE, result::other, 1000, "Unexpected syntax error");
@@ -238,10 +238,32 @@ public:
                 throw failure;
             }
             skip(1);
+            if (first) {
+                parentText = rest_;
+            }
+            if (takeRemembered(into)) {
+                return first ? View() : parentText;
+            }
         }
     }
 
 private:
+    /// Adds what is left to a DN, if it was parsed before.
+    bool takeRemembered(LDIF_DN& into)
+    {
+        if constexpr (std::is_same_v<Character, char>) {
+            const DnMemory* const memory = DnMemory::inForce();
+            const LDIF_DN* const known = memory == nullptr ? nullptr : memory->find(rest_);
+            if (known != nullptr) {
+                for (std::size_t level = known->size(); level > 0; --level) {
+                    into.push_back(known->shared(level - 1));
+                }
+                return true;
+            }
+        }
+        return false;
+    }
+
     /// What a level had in front of it, for its messages.
     struct Input
     {
@@ -529,9 +551,9 @@ void appendRdn(std::string& out, const LDIF_RDN& rdn)
 /// The order that RDNs and DNs share: element by element, and a sequence that is the beginning of the other
 /// comes out greater. The reverse of the usual length rule, on purpose: ancestors sort before descendants.
 template <class Sequence>
-int compareElements(const Sequence& left, const Sequence& right)
+int compareElements(const Sequence& left, const Sequence& right, std::size_t index = 0)
 {
-    for (std::size_t index = 0;; ++index) {
+    for (;; ++index) {
         if (index == left.size()) {
             return index == right.size() ? 0 : 1;
         }
@@ -546,12 +568,166 @@ int compareElements(const Sequence& left, const Sequence& right)
 
 } // namespace
 
+void appendTo(std::string& text, const LDIF_DN& dn)
+{
+    for (std::size_t level = dn.size(); level > 0; --level) {
+        text += level == dn.size() ? "" : ", ";
+        appendRdn(text, dn[level - 1]);
+    }
+}
+
+std::size_t commonLevels(const LDIF_DN& dn, const LDIF_DN& other, std::size_t from)
+{
+    std::size_t level = 0;
+    while (level < dn.size() && from + level < other.size() && dn.shared(level).isEqual(other.shared(from + level))) {
+        ++level;
+    }
+    return level;
+}
+
 std::string printable(const LDIF_DN& dn)
 {
     try {
         return dn.str();
     } catch (const LDIF_Exception&) {
         return {};
+    }
+}
+
+// ---- Shared RDNs ----
+
+RdnRef::RdnRef(LDIF_RDN&& rdn)
+{
+    const Piece piece = obtain(sizeof(SharedRdn), alignof(SharedRdn));
+    shared_ = new (piece.memory) SharedRdn{.fromRegion = piece.fromRegion, .rdn = std::move(rdn)};
+}
+
+RdnRef::RdnRef(const RdnRef& other) : shared_(other.shared_)
+{
+    if (shared_ == nullptr) {
+        return;
+    }
+    if (shared_->exposed) {
+        RdnRef copy(LDIF_RDN(other.shared_->rdn));
+        shared_ = std::exchange(copy.shared_, nullptr);
+    } else {
+        shared_->owners.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void RdnRef::destroy(SharedRdn* shared) noexcept
+{
+    const bool fromRegion = shared->fromRegion;
+    std::destroy_at(shared);
+    giveBack(shared, fromRegion);
+}
+
+LDIF_RDN& RdnRef::exposed()
+{
+    if (shared_->owners.load(std::memory_order_acquire) != 1) {
+        *this = RdnRef(LDIF_RDN(shared_->rdn));
+    }
+    shared_->exposed = true;
+    shared_->foldedWith.store(nullptr, std::memory_order_release);
+    return shared_->rdn;
+}
+
+std::uint64_t RdnRef::madeHash(FoldTable fold) const
+{
+    std::uint64_t hash = hashSeed();
+    for (const auto& pair : shared_->rdn) {
+        hash = hashFolded(hash, pair.first, fold);
+        hash = hashFolded(hash, pair.second, fold);
+    }
+    hash = mixed(hash, shared_->rdn.size());
+    if (!shared_->exposed) {
+        shared_->hash.store(hash, std::memory_order_relaxed);
+        shared_->foldedWith.store(fold, std::memory_order_release);
+    }
+    return hash;
+}
+
+void RdnList::turnAbove(size_type position)
+{
+    std::reverse(refs_.begin() + position, refs_.end());
+    std::rotate(refs_.begin(), refs_.begin() + position, refs_.end());
+}
+
+// ---- The memory of ancestors ----
+
+constinit thread_local DnMemory* DnMemory::inForce_ = nullptr;
+
+DnMemory::DnMemory(std::size_t expected) : outer_(inForce_)
+{
+    constexpr std::size_t fewest = 16;
+    constexpr std::size_t most = 65536;
+    slots_.resize(std::bit_ceil(std::clamp(expected, fewest, most)));
+    // In force only now: the destructor does not run when there is no memory for the slots.
+    inForce_ = this;
+}
+
+DnMemory::~DnMemory()
+{
+    inForce_ = outer_;
+}
+
+DnMemory::Slot& DnMemory::slotOf(std::string_view text)
+{
+    return slots_[hashBytes(hashSeed(), text) & (slots_.size() - 1)];
+}
+
+const DnMemory::Slot& DnMemory::slotOf(std::string_view text) const
+{
+    return slots_[hashBytes(hashSeed(), text) & (slots_.size() - 1)];
+}
+
+const LDIF_DN* DnMemory::find(std::string_view text) const
+{
+    if (lent_ != nullptr && text == lentText_) {
+        return lent_;
+    }
+    const Slot& slot = slotOf(text);
+    return !text.empty() && text == slot.text ? &slot.dn : nullptr;
+}
+
+void DnMemory::rememberParent(std::string_view parentText, const LDIF_DN& dn)
+{
+    Slot& slot = slotOf(parentText);
+    // Without its text a slot says nothing, should memory run out half-way.
+    slot.text.clear();
+    slot.dn.clear();
+    for (std::size_t level = 0; level + 1 < dn.size(); ++level) {
+        slot.dn.push_back(dn.shared(level));
+    }
+    slot.text.assign(parentText);
+}
+
+void DnMemory::lend(std::string_view text, const LDIF_DN& dn)
+{
+    lent_ = nullptr;
+    lentText_.assign(text);
+    lent_ = &dn;
+}
+
+void parse(LDIF_DN& dn, std::string_view text)
+{
+    if (!isPlainAscii(text)) {
+        cisString stripped = std::string(text);
+        stripLeading(stripped);
+        if (!stripped.empty()) {
+            DnParser<wchar_t>(stripped).dn(dn, text);
+        }
+        return;
+    }
+    std::string_view view = text;
+    view.remove_prefix(leadingLength(view, isAsciiSpace));
+    if (view.empty()) {
+        return;
+    }
+    const bool whole = dn.empty();
+    const std::string_view parentText = DnParser<char>(view).dn(dn, text);
+    if (DnMemory* const memory = DnMemory::inForce(); memory != nullptr && whole && !parentText.empty()) {
+        memory->rememberParent(parentText, dn);
     }
 }
 
@@ -625,19 +801,7 @@ int LDIF_RDN::compare(const LDIF_RDN& other) const
 
 LDIF_DN& LDIF_DN::operator=(const cisString& text)
 {
-    if (isPlainAscii(text)) {
-        std::string_view view = text;
-        view.remove_prefix(leadingLength(view, isAsciiSpace));
-        if (!view.empty()) {
-            DnParser<char>(view).dn(*this, text);
-        }
-        return *this;
-    }
-    cisString stripped = text;
-    stripLeading(stripped);
-    if (!stripped.empty()) {
-        DnParser<wchar_t>(stripped).dn(*this, text);
-    }
+    parse(*this, text);
     return *this;
 }
 
@@ -649,36 +813,34 @@ LDIF_DN& LDIF_DN::operator+=(const LDIF_RDN& rdn)
 
 LDIF_DN LDIF_DN::intersection(const LDIF_DN& other) const
 {
-    LDIF_DN common;
-    for (std::size_t level = 0; level < size() && level < other.size() && (*this)[level] == other[level]; ++level) {
-        common += (*this)[level];
-    }
+    LDIF_DN common(*this);
+    const auto levels = static_cast<std::ptrdiff_t>(commonLevels(*this, other));
+    common.erase(common.cbegin() + levels, common.cend());
     return common;
 }
 
 LDIF_DN& LDIF_DN::operator-=(const LDIF_DN& other)
 {
-    std::size_t common = 0;
-    while (common < size() && common < other.size() && (*this)[common] == other[common]) {
-        ++common;
-    }
-    erase(begin(), begin() + static_cast<std::ptrdiff_t>(common));
+    const auto levels = static_cast<std::ptrdiff_t>(commonLevels(*this, other));
+    erase(cbegin(), cbegin() + levels);
     return *this;
 }
 
 std::string LDIF_DN::str() const
 {
     std::string text;
-    for (auto rdn = rbegin(); rdn != rend(); ++rdn) {
-        text += rdn == rbegin() ? "" : ", ";
-        appendRdn(text, *rdn);
-    }
+    appendTo(text, *this);
     return text;
 }
 
 int LDIF_DN::compare(const LDIF_DN& other) const
 {
-    return compareElements(*this, other);
+    // What both share need not be compared.
+    std::size_t level = 0;
+    while (level < size() && level < other.size() && shared(level).isSame(other.shared(level))) {
+        ++level;
+    }
+    return compareElements(*this, other, level);
 }
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_RDN_value& value)

@@ -12,17 +12,27 @@
 #define VELTOR_LDIF_DN_H
 
 #include "LDIF_Util.h"
+#include "fold_hash.h"
+#include "indirect_iterator.h"
+#include "list.h"
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <iosfwd>
+#include <iterator>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace veltor::detail {
 template <class Character>
 class DnParser;
-}
+class DnMemory;
+} // namespace veltor::detail
 
 /// The attribute type of one pair, as written.
 class LDIF_RDN_attribute : public cisString
@@ -79,7 +89,7 @@ private:
 };
 
 /// The pairs of one level, ascending by compare() and without duplicates.
-class LDIF_RDN : public std::vector<LDIF_RDN_pair>
+class LDIF_RDN : public veltor::detail::List<LDIF_RDN_pair, 1>
 {
 public:
     LDIF_RDN() = default;
@@ -97,11 +107,223 @@ public:
     virtual bool operator>=(const LDIF_RDN& other) const { return compare(other) <= 0; }
 };
 
-/// A distinguished name. Element 0 is the RDN nearest the root, the last one the most specific; without
-/// elements it names the root.
-class LDIF_DN : public std::vector<LDIF_RDN>
+namespace veltor::detail {
+
+/// One RDN, shared by all DNs that say it.
+///
+/// Invariant: an exposed one has a single owner. Somebody may hold a reference with which it can be changed, so it is
+/// neither shared again nor is its hash kept.
+struct SharedRdn
+{
+    std::atomic<std::uint32_t> owners{1};
+    bool exposed = false;
+    bool fromRegion = false;
+    // The hash of the pairs, made with that table; no table: not made yet.
+    mutable std::atomic<FoldTable> foldedWith{nullptr};
+    mutable std::atomic<std::uint64_t> hash{0};
+    LDIF_RDN rdn;
+};
+
+/// An owner of a shared RDN; null only after a move.
+class RdnRef
 {
 public:
+    explicit RdnRef(LDIF_RDN&& rdn);
+    explicit RdnRef(const LDIF_RDN& rdn) : RdnRef(LDIF_RDN(rdn)) {}
+    RdnRef(const RdnRef& other);
+    RdnRef(RdnRef&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
+    RdnRef& operator=(const RdnRef& other)
+    {
+        RdnRef copy(other);
+        std::swap(shared_, copy.shared_);
+        return *this;
+    }
+    RdnRef& operator=(RdnRef&& other) noexcept
+    {
+        std::swap(shared_, other.shared_);
+        return *this;
+    }
+    ~RdnRef()
+    {
+        if (shared_ != nullptr && shared_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            destroy(shared_);
+        }
+    }
+
+    const LDIF_RDN& operator*() const { return shared_->rdn; }
+    /// For changes: what is shared is copied first.
+    LDIF_RDN& operator*() { return exposed(); }
+
+    bool isSame(const RdnRef& other) const { return shared_ == other.shared_; }
+    bool isEqual(const RdnRef& other) const { return isSame(other) || shared_->rdn.compare(other.shared_->rdn) == 0; }
+    /// The hash of the pairs as they compare.
+    std::uint64_t hash(FoldTable fold) const
+    {
+        return shared_->foldedWith.load(std::memory_order_acquire) == fold
+                   ? shared_->hash.load(std::memory_order_relaxed)
+                   : madeHash(fold);
+    }
+
+private:
+    static void destroy(SharedRdn* shared) noexcept;
+    LDIF_RDN& exposed();
+    std::uint64_t madeHash(FoldTable fold) const;
+
+    SharedRdn* shared_;
+};
+
+/// The RDNs of a DN: a dynamic array of LDIF_RDN with the interface of std::vector, but for data(). Copies share the
+/// RDNs until one of them is changed. Positions are valid until the list changes.
+class RdnList
+{
+public:
+    using value_type = LDIF_RDN;
+    using size_type = std::size_t;
+    using difference_type = std::ptrdiff_t;
+    using reference = LDIF_RDN&;
+    using const_reference = const LDIF_RDN&;
+    using iterator = IndirectIterator<RdnRef, LDIF_RDN>;
+    using const_iterator = IndirectIterator<const RdnRef, const LDIF_RDN>;
+    using reverse_iterator = std::reverse_iterator<iterator>;
+    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
+
+    RdnList() = default;
+    explicit RdnList(size_type count) { resize(count); }
+    RdnList(size_type count, const LDIF_RDN& rdn) { resize(count, rdn); }
+    template <std::input_iterator Input>
+    RdnList(Input first, Input last)
+    {
+        assign(first, last);
+    }
+    RdnList(std::initializer_list<LDIF_RDN> rdns) { assign(rdns); }
+
+    size_type size() const noexcept { return refs_.size(); }
+    [[nodiscard]] bool empty() const noexcept { return refs_.empty(); }
+    static constexpr size_type max_size() noexcept { return List<RdnRef, 1>::max_size(); }
+    size_type capacity() const noexcept { return refs_.capacity(); }
+    void reserve(size_type count) { refs_.reserve(count); }
+    void shrink_to_fit() { refs_.shrink_to_fit(); }
+
+    iterator begin() { return iterator(refs_.data()); }
+    iterator end() { return iterator(refs_.data() + refs_.size()); }
+    const_iterator begin() const { return const_iterator(refs_.data()); }
+    const_iterator end() const { return const_iterator(refs_.data() + refs_.size()); }
+    const_iterator cbegin() const { return begin(); }
+    const_iterator cend() const { return end(); }
+    reverse_iterator rbegin() { return reverse_iterator(end()); }
+    reverse_iterator rend() { return reverse_iterator(begin()); }
+    const_reverse_iterator rbegin() const { return const_reverse_iterator(end()); }
+    const_reverse_iterator rend() const { return const_reverse_iterator(begin()); }
+    const_reverse_iterator crbegin() const { return rbegin(); }
+    const_reverse_iterator crend() const { return rend(); }
+
+    reference operator[](size_type position) { return *refs_[position]; }
+    const_reference operator[](size_type position) const { return *refs_[position]; }
+    /// @throws std::out_of_range for a position behind the end
+    reference at(size_type position) { return *refs_.at(position); }
+    const_reference at(size_type position) const { return *refs_.at(position); }
+    reference front() { return *refs_.front(); }
+    const_reference front() const { return *refs_.front(); }
+    reference back() { return *refs_.back(); }
+    const_reference back() const { return *refs_.back(); }
+
+    void push_back(const LDIF_RDN& rdn) { refs_.emplace_back(rdn); }
+    void push_back(LDIF_RDN&& rdn) { refs_.emplace_back(std::move(rdn)); }
+    template <class... Arguments>
+    reference emplace_back(Arguments&&... arguments)
+    {
+        return *refs_.emplace_back(LDIF_RDN(std::forward<Arguments>(arguments)...));
+    }
+    template <class... Arguments>
+    iterator emplace(const_iterator position, Arguments&&... arguments)
+    {
+        return iterator(refs_.emplace(position.slot(), LDIF_RDN(std::forward<Arguments>(arguments)...)));
+    }
+    void pop_back() { refs_.pop_back(); }
+    iterator insert(const_iterator position, const LDIF_RDN& rdn) { return emplace(position, rdn); }
+    iterator insert(const_iterator position, LDIF_RDN&& rdn) { return emplace(position, std::move(rdn)); }
+    iterator insert(const_iterator position, size_type count, const LDIF_RDN& rdn)
+    {
+        return insertAll(position, RdnList(count, rdn));
+    }
+    template <std::input_iterator Input>
+    iterator insert(const_iterator position, Input first, Input last)
+    {
+        return insertAll(position, RdnList(first, last));
+    }
+    iterator insert(const_iterator position, std::initializer_list<LDIF_RDN> rdns)
+    {
+        return insertAll(position, RdnList(rdns));
+    }
+    iterator erase(const_iterator position) { return iterator(refs_.erase(position.slot())); }
+    iterator erase(const_iterator first, const_iterator last)
+    {
+        return iterator(refs_.erase(first.slot(), last.slot()));
+    }
+    void clear() noexcept { refs_.clear(); }
+    void resize(size_type count) { resize(count, LDIF_RDN()); }
+    void resize(size_type count, const LDIF_RDN& rdn)
+    {
+        while (size() > count) {
+            pop_back();
+        }
+        while (size() < count) {
+            push_back(rdn);
+        }
+    }
+    template <std::input_iterator Input>
+    void assign(Input first, Input last)
+    {
+        List<RdnRef, 1> replacement;
+        for (; first != last; ++first) {
+            replacement.emplace_back(LDIF_RDN(*first));
+        }
+        refs_.swap(replacement);
+    }
+    void assign(size_type count, const LDIF_RDN& rdn)
+    {
+        RdnList replacement(count, rdn);
+        swap(replacement);
+    }
+    void assign(std::initializer_list<LDIF_RDN> rdns) { assign(rdns.begin(), rdns.end()); }
+    void swap(RdnList& other) noexcept { refs_.swap(other.refs_); }
+    friend void swap(RdnList& left, RdnList& right) noexcept { left.swap(right); }
+
+    // ---- Reading and passing on without a copy ----
+
+    const RdnRef& shared(size_type position) const { return refs_[position]; }
+    /// Becomes what `other` says from a level on.
+    void assignFrom(const RdnList& other, size_type level)
+    {
+        List<RdnRef, 1> replacement;
+        replacement.reserve(other.size() - level);
+        for (; level < other.size(); ++level) {
+            replacement.push_back(other.refs_[level]);
+        }
+        refs_ = std::move(replacement);
+    }
+    void push_back(const RdnRef& rdn) { refs_.push_back(rdn); }
+    /// Turns the levels from a position on around and puts them above the others.
+    void turnAbove(size_type position);
+
+private:
+    iterator insertAll(const_iterator position, RdnList&& rdns)
+    {
+        return iterator(refs_.insert(position.slot(), std::make_move_iterator(rdns.refs_.begin()),
+                                     std::make_move_iterator(rdns.refs_.end())));
+    }
+
+    List<RdnRef, 1> refs_;
+};
+
+} // namespace veltor::detail
+
+/// A distinguished name. Element 0 is the RDN nearest the root, the last one the most specific; without
+/// elements it names the root.
+class LDIF_DN : public veltor::detail::RdnList
+{
+public:
+    using RdnList::RdnList;
     LDIF_DN() = default;
     LDIF_DN(const LDIF_DN&) = default;
     LDIF_DN(LDIF_DN&&) noexcept = default;
@@ -141,6 +363,55 @@ namespace veltor::detail {
 
 /// The DN's text for a message: empty where it can't be printed, since a report must not fail.
 std::string printable(const LDIF_DN& dn);
+
+/// Appends what str() gives. @throws LDIF_Exception 34/1013
+void appendTo(std::string& text, const LDIF_DN& dn);
+
+/// What the assignment of a text does. @throws as that
+void parse(LDIF_DN& dn, std::string_view text);
+
+/// How many RDNs two DNs have in common, counted from the root in one and from a level on in the other.
+std::size_t commonLevels(const LDIF_DN& dn, const LDIF_DN& other, std::size_t from = 0);
+
+/// Remembers ancestors while it is in force on a thread: files say the same ones again and again, and DNs below them
+/// get the RDNs that are there already.
+///
+/// Only what parses well is remembered, by its exact text, and only plain ASCII, whose meaning no locale changes.
+class DnMemory
+{
+public:
+    /// @param expected  about how many ancestors there may be
+    explicit DnMemory(std::size_t expected);
+    DnMemory(const DnMemory&) = delete;
+    DnMemory& operator=(const DnMemory&) = delete;
+    ~DnMemory();
+
+    static DnMemory* inForce() { return inForce_; }
+
+    /// What was remembered for a text; null if nothing was.
+    const LDIF_DN* find(std::string_view text) const;
+    /// Remembers the parent of a DN by its text.
+    void rememberParent(std::string_view parentText, const LDIF_DN& dn);
+    /// Lends a DN until the next one is lent: the next line most likely lies below it.
+    void lend(std::string_view text, const LDIF_DN& dn);
+
+private:
+    struct Slot
+    {
+        std::string text;
+        LDIF_DN dn;
+    };
+
+    Slot& slotOf(std::string_view text);
+    const Slot& slotOf(std::string_view text) const;
+
+    static constinit thread_local DnMemory* inForce_;
+
+    DnMemory* outer_;
+    std::vector<Slot> slots_; // a power of two; one slot serves all texts whose hashes end alike
+    std::string lentText_;
+    const LDIF_DN* lent_ = nullptr;
+};
 
 } // namespace veltor::detail
 

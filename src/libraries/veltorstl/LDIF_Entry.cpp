@@ -2,9 +2,13 @@
 #include "LDIF_Entry.h"
 
 #include "LDIF_Exception.h"
+#include "region.h"
 
+#include <algorithm>
 #include <ostream>
 #include <utility>
+
+using veltor::detail::commonLevels;
 
 LDIF_Entry::LDIF_Entry() = default;
 
@@ -22,6 +26,31 @@ LDIF_Entry::LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& precedingComme
     relDn = dn;
 }
 
+namespace {
+
+/// Stands in front of an entry's memory.
+struct EntryHead
+{
+    bool fromRegion;
+};
+
+constexpr std::size_t entryHeadBytes = std::max(sizeof(EntryHead), alignof(LDIF_Entry));
+
+} // namespace
+
+void* LDIF_Entry::operator new(std::size_t bytes)
+{
+    const auto piece = veltor::detail::obtain(entryHeadBytes + bytes, alignof(LDIF_Entry));
+    new (piece.memory) EntryHead{piece.fromRegion};
+    return static_cast<char*>(piece.memory) + entryHeadBytes;
+}
+
+void LDIF_Entry::operator delete(void* entry) noexcept
+{
+    auto* const memory = static_cast<char*>(entry) - entryHeadBytes;
+    veltor::detail::giveBack(memory, reinterpret_cast<EntryHead*>(memory)->fromRegion);
+}
+
 LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Comment& lines)
 {
     comment += lines;
@@ -36,19 +65,9 @@ LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Attribute& attribute)
 
 namespace {
 
-/// How many RDNs two DNs have in common from the root on.
-std::size_t commonLevels(const LDIF_DN& left, const LDIF_DN& right)
-{
-    std::size_t level = 0;
-    while (level < left.size() && level < right.size() && left[level] == right[level]) {
-        ++level;
-    }
-    return level;
-}
-
 void dropLevels(LDIF_DN& dn, std::size_t count)
 {
-    dn.erase(dn.begin(), dn.begin() + static_cast<std::ptrdiff_t>(count));
+    dn.erase(dn.cbegin(), dn.cbegin() + static_cast<std::ptrdiff_t>(count));
 }
 
 /// Raises the complaint unless `entry` is at or below `top`, both relative to the same parent.
@@ -182,7 +201,7 @@ void LDIF_Entry::appendTo(std::string& text) const
     if (!dnLabel.empty()) {
         text += dnLabel;
         text += ": ";
-        text += dn.str();
+        veltor::detail::appendTo(text, dn);
         text += '\n';
     }
     attributes.appendTo(text);

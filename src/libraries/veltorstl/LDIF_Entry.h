@@ -44,6 +44,11 @@ public:
     /// @throws LDIF_Exception for a DN that can't be parsed; 80/1000 for a line of another type
     LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& comment);
 
+    /// Entries that a load makes lie with the rest of what it makes.
+    static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* entry) noexcept;
+
     // Copies are deep. The destructor is not virtual, on purpose: entries are held by value. The order of the
     // virtual functions is ABI.
 

@@ -12,7 +12,6 @@
 
 using veltor::detail::FoldTable;
 using veltor::detail::foldTable;
-using veltor::detail::hashFolded;
 using veltor::detail::hashSeed;
 using veltor::detail::mixed;
 
@@ -20,15 +19,6 @@ namespace {
 
 // Below this a walk over the children is cheaper than keeping an index.
 constexpr std::size_t indexedFrom = 12;
-
-std::uint64_t hashRdn(std::uint64_t hash, const LDIF_RDN& rdn, FoldTable fold)
-{
-    for (const auto& pair : rdn) {
-        hash = hashFolded(hash, pair.first, fold);
-        hash = hashFolded(hash, pair.second, fold);
-    }
-    return mixed(hash, rdn.size());
-}
 
 /// True when `ancestor` says what `dn` says from level `from` on, as far as it goes.
 bool leads(const LDIF_DN& ancestor, const LDIF_DN& dn, std::size_t from)
@@ -38,7 +28,7 @@ bool leads(const LDIF_DN& ancestor, const LDIF_DN& dn, std::size_t from)
     }
     // The most specific RDN first: it is the one that differs.
     for (std::size_t level = ancestor.size(); level > 0; --level) {
-        if (ancestor[level - 1] != dn[from + level - 1]) {
+        if (!ancestor.shared(level - 1).isEqual(dn.shared(from + level - 1))) {
             return false;
         }
     }
@@ -48,16 +38,8 @@ bool leads(const LDIF_DN& ancestor, const LDIF_DN& dn, std::size_t from)
 /// True when `descendant` lies below what `dn` says from level `from` on.
 bool liesBelow(const LDIF_DN& descendant, const LDIF_DN& dn, std::size_t from)
 {
-    const std::size_t levels = dn.size() - from;
-    if (descendant.size() <= levels) {
-        return false;
-    }
-    for (std::size_t level = 0; level < levels; ++level) {
-        if (descendant[level] != dn[from + level]) {
-            return false;
-        }
-    }
-    return true;
+    return descendant.size() > dn.size() - from &&
+           veltor::detail::commonLevels(descendant, dn, from) == dn.size() - from;
 }
 
 } // namespace
@@ -107,7 +89,7 @@ struct LDIF_EntryList::Index
         std::uint64_t hash = hashSeed();
         auto below = belowByLevels.begin();
         for (std::size_t level = 0; level < relDn.size(); ++level) {
-            hash = hashRdn(hash, relDn[level], fold);
+            hash = mixed(hash, relDn.shared(level).hash(fold));
             if (below != belowByLevels.end() && below->first == level + 1 && level + 1 < relDn.size()) {
                 below->second[hash].push_back(number);
                 ++below;
@@ -147,7 +129,7 @@ struct LDIF_EntryList::Index
         std::uint64_t hash = hashSeed();
         const std::size_t last = std::min(dn.size(), from + longest);
         for (std::size_t level = from; level < last; ++level) {
-            hash = hashRdn(hash, dn[level], fold);
+            hash = mixed(hash, dn.shared(level).hash(fold));
             const auto wanted = static_cast<std::uint32_t>(hash >> 32U);
             for (std::size_t position = wanted & (cells.size() - 1); cells[position].slotPlusOne != 0;
                  position = (position + 1) & (cells.size() - 1)) {
@@ -168,7 +150,7 @@ struct LDIF_EntryList::Index
     {
         std::uint64_t hash = hashSeed();
         for (std::size_t level = from; level < from + count; ++level) {
-            hash = hashRdn(hash, dn[level], fold);
+            hash = mixed(hash, dn.shared(level).hash(fold));
         }
         return hash;
     }

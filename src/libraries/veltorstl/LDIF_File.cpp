@@ -4,6 +4,7 @@
 #include "LDIF_Exception.h"
 #include "LDIF_Line.h"
 #include "disk.h"
+#include "region.h"
 
 #include "veltor/platform.h"
 
@@ -334,8 +335,12 @@ bool LDIF_File::refresh()
     inMemory_ = false;
     trailingComment.lines.clear();
     root.clear();
+    constexpr std::size_t usualChildren = 8;
+    constexpr std::size_t usualEntryBytes = 512;
     veltor::detail::Loader loader(text.view(), root, trailingComment);
     try {
+        const veltor::detail::LoadRegion region(text.view().size());
+        const veltor::detail::DnMemory ancestors(text.view().size() / usualEntryBytes / usualChildren);
         guarded(
             Layer{VELTOR_HERE, "System error reading file"}, [&] { loader.run(); },
             [&](LDIF_Exception& failure) {
