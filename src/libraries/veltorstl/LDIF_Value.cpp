@@ -32,7 +32,7 @@ const char* nameOf(const _AttrType* type)
 
 } // namespace
 
-LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : attrType(type)
+LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : LDIF_Value(type)
 {
     const std::string given = text == nullptr ? "" : text;
     if (type == nullptr) {
@@ -47,7 +47,7 @@ LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : attrType(type)
         });
 }
 
-LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : attrType(type)
+LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : LDIF_Value(type)
 {
     if (type == nullptr) {
         refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( binary ) constructor: attrType undefined",
@@ -59,7 +59,7 @@ LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : at
         [&](LDIF_Exception& failure) { failure.attribute = nameOf(type); });
 }
 
-LDIF_Value::LDIF_Value(const LDIF_Value& other)
+LDIF_Value::LDIF_Value(const LDIF_Value& other) : LDIF_Value(other.attrType)
 {
     *this = other;
 }

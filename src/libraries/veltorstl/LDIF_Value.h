@@ -64,6 +64,9 @@ public:
     void setDn(LDIF_DN&& dn);
 
 private:
+    // What the other constructors begin with: should they fail, the destructor takes back what was made.
+    explicit LDIF_Value(const _AttrType* type) noexcept : attrType(type) {}
+
     // A number is a binary form that needs no memory of its own.
     static constexpr std::size_t smallBinary = 8;
 
