@@ -376,11 +376,19 @@ TEST(LdifValue, MovingHandsTheBlocksOver)
     static_assert(std::is_nothrow_move_constructible_v<LDIF_Value>);
     static_assert(std::is_nothrow_move_assignable_v<LDIF_Value>);
     LDIF_Value port(typeOf("zor-slapdPort"), "389");
-    const void* const block = binaryOf(port).block;
     const LDIF_Value moved = std::move(port);
-    EXPECT_EQ(binaryOf(moved).block, block);
+    EXPECT_EQ(numberOf(moved), 389);
     EXPECT_EQ(moved.str(), "389");
     EXPECT_EQ(port.binaryLength, 0);
+    expectCodes(failureOf([&] { binaryOf(port); }), 92, 1008, "Binary representation undefined for syntax: ces");
+
+    _AttrType blocks = *typeOf("cn");
+    blocks.fromBin = [](LDIF_Value& value, const void* data, int length) { value.setBinary(data, length); };
+    LDIF_Value large(&blocks, "a large block", 13);
+    const void* const block = binaryOf(large).block;
+    const LDIF_Value movedLarge = std::move(large);
+    EXPECT_EQ(binaryOf(movedLarge).block, block);
+    EXPECT_EQ(large.binaryLength, 0);
 
     LDIF_Value dn(typeOf("zor-slapdSuffix"), "cn=a, o=x");
     const LDIF_DN* const parsed = dn.dn();
@@ -395,6 +403,56 @@ TEST(LdifValue, MovingHandsTheBlocksOver)
     EXPECT_EQ(copy.binaryLength, 0);
     dn = target;
     EXPECT_EQ(dn.str(), "cn=a, o=x");
+}
+
+TEST(LdifValue, KeepsBinaryFormsOfAnyLength)
+{
+    _AttrType type = *typeOf("cn");
+    type.fromBin = [](LDIF_Value& value, const void* data, int length) { value.setBinary(data, length); };
+    const std::string bytes = "0123456789abcdefghij";
+    const auto expectBytes = [&bytes](const LDIF_Value& value, int length) {
+        const Binary binary = binaryOf(value);
+        ASSERT_EQ(binary.length, length);
+        EXPECT_EQ(std::memcmp(binary.block, bytes.data(), static_cast<std::size_t>(length)), 0);
+    };
+    for (int length = 1; length <= 20; ++length) {
+        SCOPED_TRACE(length);
+        LDIF_Value value(&type, bytes.data(), length);
+        expectBytes(value, length);
+        const LDIF_Value copy = value;
+        expectBytes(copy, length);
+        EXPECT_NE(binaryOf(copy).block, binaryOf(value).block);
+        LDIF_Value moved = std::move(value);
+        expectBytes(moved, length);
+        for (int before : {1, 8, 9}) {
+            LDIF_Value target(&type, "zzzzzzzzz", before);
+            target = copy;
+            expectBytes(target, length);
+            LDIF_Value other(&type, "zzzzzzzzz", before);
+            other = std::move(target);
+            expectBytes(other, length);
+        }
+    }
+}
+
+TEST(LdifValue, ADnTakesThePlaceOfABinaryFormAndTheOtherWayRound)
+{
+    LDIF_Value value(typeOf("zor-slapdPort"), "389");
+    LDIF_DN dn;
+    dn = cisString("o=x");
+    value.setDn(std::move(dn));
+    EXPECT_EQ(value.binaryLength, 0);
+    ASSERT_NE(value.dn(), nullptr);
+    EXPECT_EQ(value.dn()->str(), "o=x");
+    value.setBinary("abcd", 4);
+    EXPECT_EQ(value.dn(), nullptr);
+    EXPECT_EQ(value.binaryLength, 4);
+}
+
+TEST(LdifValue, IsSmall)
+{
+    // Most of what a store holds are values: a page holds a hundred.
+    EXPECT_EQ(sizeof(LDIF_Value), 40U);
 }
 
 TEST(LdifValue, BinaryLengthWithoutABinaryFormCannotBeCopied)

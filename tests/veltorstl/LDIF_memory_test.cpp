@@ -149,7 +149,13 @@ TEST(LdifDnMemory, FailureWhileAComplaintIsBuiltIsReportedToo)
 
 TEST(LdifValueMemory, CopyWithoutMemoryForTheBinaryFormIsNoMemory)
 {
-    const LDIF_Value port(getAttrType("zor-slapdPort"), "389");
+    // A number needs no block: this form is longer than what a value holds in itself.
+    _AttrType type = *getAttrType("cn");
+    type.fromBin = [](LDIF_Value& value, const void* data, int length) {
+        value.setBinary(data, length);
+        value.setText("text of a block");
+    };
+    const LDIF_Value block(&type, "a form of many bytes", 20);
     const auto blockFailures = [](auto&& work) {
         int count = 0;
         for (std::size_t nth = 1; nth < limit; ++nth) {
@@ -169,10 +175,26 @@ TEST(LdifValueMemory, CopyWithoutMemoryForTheBinaryFormIsNoMemory)
         }
         return -1;
     };
-    EXPECT_EQ(blockFailures([&] { const LDIF_Value copy(port); }), 1);
+    EXPECT_EQ(blockFailures([&] { const LDIF_Value copy(block); }), 1);
     LDIF_Value target(getAttrType("cn"), "text");
-    EXPECT_EQ(blockFailures([&] { target = port; }), 1);
-    EXPECT_EQ(target.compare(port), 0);
+    EXPECT_EQ(blockFailures([&] { target = block; }), 1);
+    EXPECT_EQ(target.str(), "text of a block");
+    EXPECT_EQ(target.binaryLength, 20);
+}
+
+TEST(LdifValueMemory, NumbersNeedNone)
+{
+    const LDIF_Value port(getAttrType("zor-slapdPort"), "389");
+    const LDIF_Value mask(getAttrType("zor-slapdSslCipherSpecs"), "12288");
+    for (const LDIF_Value* value : {&port, &mask}) {
+        const Outcome outcome = withFailing(1, [&] {
+            LDIF_Value copy(*value);
+            copy = LDIF_Value(copy);
+            copy = port;
+        });
+        EXPECT_FALSE(outcome.requestFailed);
+        EXPECT_FALSE(outcome.failure.has_value());
+    }
 }
 
 TEST(LdifValuesMemory, FailureOfEachListOperationIsItsOwn)

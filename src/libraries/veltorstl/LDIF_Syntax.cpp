@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <strings.h>
 #include <vector>
 
@@ -30,7 +31,7 @@ constexpr int enumInvalid = 1017;
 constexpr int lengthRange = 1018;
 constexpr int bitmaskBroken = 1019;
 
-[[noreturn]] void refuse(int line, int ldapCode, int libraryCode, const std::string& message, const std::string& text,
+[[noreturn]] void refuse(int line, int ldapCode, int libraryCode, const std::string& message, std::string_view text,
                          const _AttrType* type)
 {
     LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
@@ -44,20 +45,25 @@ class TextForm
 {
 public:
     explicit TextForm(const LDIF_Value& value)
-        : borrowed_(value.attrType != nullptr && value.attrType->toStr == cesToStr),
-          copy_(borrowed_ ? "" : value.str()), text_(borrowed_ ? value.text() : copy_)
     {
+        if (value.attrType != nullptr && value.attrType->toStr == cesToStr) {
+            text_ = value.text();
+        } else {
+            copy_ = value.str();
+            text_ = copy_;
+        }
     }
     TextForm(const TextForm&) = delete;
     TextForm& operator=(const TextForm&) = delete;
 
-    const std::string& operator*() const { return text_; }
-    const std::string* operator->() const { return &text_; }
+    std::string_view operator*() const { return text_; }
+    const std::string_view* operator->() const { return &text_; }
+    /// Both what is borrowed and what is copied ends in a NUL.
+    const char* cText() const { return text_.data(); }
 
 private:
-    bool borrowed_;
     std::string copy_;
-    const std::string& text_;
+    std::string_view text_;
 };
 
 std::string lengthMessage(const char* what, std::int32_t min, std::int32_t max)
@@ -76,7 +82,7 @@ bool inRange(const _AttrType& type, std::int32_t number)
     return type.min <= number && number <= type.max;
 }
 
-[[noreturn]] void refuseIntRange(int line, const std::string& text, const _AttrType* type)
+[[noreturn]] void refuseIntRange(int line, std::string_view text, const _AttrType* type)
 {
     refuse(line, result::invalidSyntax, intRange, "Integer value out of range", text, type);
 }
@@ -93,7 +99,7 @@ std::int32_t numberOf(const LDIF_Value& value)
     return number;
 }
 
-void checkMask(const LDIF_Value& value, const std::string& text)
+void checkMask(const LDIF_Value& value, std::string_view text)
 {
     const auto number = static_cast<std::uint32_t>(numberOf(value));
     if ((number & ~static_cast<std::uint32_t>(value.attrType->bitmask)) != 0) {
@@ -102,7 +108,7 @@ void checkMask(const LDIF_Value& value, const std::string& text)
     }
 }
 
-void needMask(const LDIF_Value& value, const std::string& text)
+void needMask(const LDIF_Value& value, std::string_view text)
 {
     if (value.attrType == nullptr || value.attrType->bitmask == 0) {
         refuse(__LINE__, result::other, unexpected, "Bitmask undefined", text, value.attrType);
@@ -129,7 +135,7 @@ Decoded decoded(const LDIF_Value& value, const char* message)
         return nullptr;
     }
     // The decoder may write to what it reads.
-    std::vector<char> buffer(text->c_str(), text->c_str() + text->size() + 1);
+    std::vector<char> buffer(text.cText(), text.cText() + text->size() + 1);
     char* clear = nullptr;
     if (const int code = _slapd_utils_decode_buffer(buffer.data(), &clear); code != 0) {
         refuse(__LINE__, code, code, message, *text, value.attrType);
@@ -204,14 +210,14 @@ void cesFromBin(LDIF_Value& value, const void* data, int length)
 
 std::string cesToStr(const LDIF_Value& value)
 {
-    return value.text();
+    return std::string(value.text());
 }
 
 const void* cesToBin(const LDIF_Value& value, int& length)
 {
     length = value.binaryLength;
     if (value.binary() == nullptr) {
-        BinarySyntaxNotImplemented(VELTOR_HERE, "ces", value.attrType, value.text());
+        BinarySyntaxNotImplemented(VELTOR_HERE, "ces", value.attrType, std::string(value.text()));
     }
     return value.binary();
 }
@@ -225,7 +231,7 @@ int cisCompare(const LDIF_Value& left, const LDIF_Value& right)
     if (leftText->empty()) {
         return rightText->empty() ? 0 : -1;
     }
-    return rightText->empty() ? 1 : strcasecmp(leftText->c_str(), rightText->c_str());
+    return rightText->empty() ? 1 : strcasecmp(leftText.cText(), rightText.cText());
 }
 
 // ---- enum: one of a list ----
@@ -237,7 +243,7 @@ void enumFromStr(LDIF_Value& value, const std::string& text)
     }
     cisFromStr(value, text);
     for (const char* const* allowed = value.attrType->enumValues; *allowed != nullptr; ++allowed) {
-        if (strcasecmp(*allowed, value.text().c_str()) == 0) {
+        if (strcasecmp(*allowed, value.cText()) == 0) {
             return;
         }
     }
@@ -327,15 +333,15 @@ void maskFromBin(LDIF_Value& value, const void* data, int length)
 namespace {
 
 /// A DN from the text of a value; a complaint carries that text and the type.
-std::unique_ptr<LDIF_DN> parsedDn(const std::string& text, const _AttrType* type, std::string* normalForm)
+LDIF_DN parsedDn(std::string_view text, const _AttrType* type, std::string* normalForm)
 {
     return wrapping(
         Layer{VELTOR_HERE, ""},
         [&] {
-            auto dn = std::make_unique<LDIF_DN>();
-            *dn = cisString(text);
+            LDIF_DN dn;
+            dn = cisString(std::string(text));
             if (normalForm != nullptr) {
-                *normalForm = dn->str();
+                *normalForm = dn.str();
             }
             return dn;
         },
@@ -350,13 +356,13 @@ std::unique_ptr<LDIF_DN> parsedDn(const std::string& text, const _AttrType* type
 int dnCompare(const LDIF_Value& left, const LDIF_Value& right)
 {
     // A value that was not built by this syntax has no DN: its text is parsed for the comparison.
-    std::unique_ptr<LDIF_DN> parsed[2];
-    const auto dnOf = [](const LDIF_Value& value, std::unique_ptr<LDIF_DN>& own) -> const LDIF_DN& {
+    LDIF_DN parsed[2];
+    const auto dnOf = [](const LDIF_Value& value, LDIF_DN& own) -> const LDIF_DN& {
         if (value.dn() != nullptr) {
             return *value.dn();
         }
         own = parsedDn(*TextForm(value), value.attrType, nullptr);
-        return *own;
+        return own;
     };
     const LDIF_DN& leftDn = dnOf(left, parsed[0]);
     return leftDn.compare(dnOf(right, parsed[1]));
@@ -366,7 +372,7 @@ void dnFromStr(LDIF_Value& value, const std::string& text)
 {
     std::string normalForm;
     value.setDn(parsedDn(text, value.attrType, &normalForm));
-    value.setText(std::move(normalForm));
+    value.setText(normalForm);
 }
 
 void dnFromBin(LDIF_Value& value, const void* data, int length)

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <ostream>
 #include <utility>
 
@@ -21,7 +22,7 @@ const char* nameOf(const _AttrType* type)
     return type != nullptr && type->name != nullptr ? type->name : "";
 }
 
-[[noreturn]] void refuse(int line, int ldapCode, const char* message, const std::string& text, const _AttrType* type)
+[[noreturn]] void refuse(int line, int ldapCode, const char* message, std::string_view text, const _AttrType* type)
 {
     LDIF_Exception failure(__FILE_NAME__, line, ldapCode, 1000, message);
     failure.value = text;
@@ -31,12 +32,7 @@ const char* nameOf(const _AttrType* type)
 
 } // namespace
 
-void LDIF_Value::Free::operator()(void* block) const noexcept
-{
-    std::free(block);
-}
-
-LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : attrType(type)
+LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : LDIF_Value(type)
 {
     const std::string given = text == nullptr ? "" : text;
     if (type == nullptr) {
@@ -51,7 +47,7 @@ LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : attrType(type)
         });
 }
 
-LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : attrType(type)
+LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : LDIF_Value(type)
 {
     if (type == nullptr) {
         refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( binary ) constructor: attrType undefined",
@@ -63,24 +59,25 @@ LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : at
         [&](LDIF_Exception& failure) { failure.attribute = nameOf(type); });
 }
 
-LDIF_Value::LDIF_Value(const LDIF_Value& other)
+LDIF_Value::LDIF_Value(const LDIF_Value& other) : LDIF_Value(other.attrType)
 {
     *this = other;
 }
 
 LDIF_Value::LDIF_Value(LDIF_Value&& other) noexcept
-    : attrType(other.attrType), binaryLength(std::exchange(other.binaryLength, 0)), text_(std::move(other.text_)),
-      binary_(std::move(other.binary_)), dn_(std::move(other.dn_))
+    : attrType(other.attrType), binaryLength(0), text_(std::move(other.text_))
 {
+    take(other);
 }
 
 LDIF_Value& LDIF_Value::operator=(LDIF_Value&& other) noexcept
 {
-    attrType = other.attrType;
-    binaryLength = std::exchange(other.binaryLength, 0);
-    text_ = std::move(other.text_);
-    binary_ = std::move(other.binary_);
-    dn_ = std::move(other.dn_);
+    if (this != &other) {
+        attrType = other.attrType;
+        text_ = std::move(other.text_);
+        dropPayload();
+        take(other);
+    }
     return *this;
 }
 
@@ -89,52 +86,95 @@ LDIF_Value& LDIF_Value::operator=(const LDIF_Value& other)
     if (this == &other) {
         return *this;
     }
-    if (other.binary_ == nullptr && other.binaryLength != 0) {
-        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: binaryLength != 0", other.text_,
+    if (!other.hasBinary() && other.binaryLength != 0) {
+        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: binaryLength != 0", other.text(),
                other.attrType);
     }
-    if (other.binary_ != nullptr && other.binaryLength < 1) {
-        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: binaryLength < 1", other.text_,
+    if (other.hasBinary() && other.binaryLength < 1) {
+        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: binaryLength < 1", other.text(),
                other.attrType);
     }
     // Everything that can fail comes first, so a failed assignment changes nothing.
-    std::string text = other.text_;
-    auto dn = other.dn_ == nullptr ? nullptr : std::make_unique<LDIF_DN>(*other.dn_);
-    if (other.binary_ != nullptr) {
-        setBinary(other.binary_.get(), other.binaryLength);
+    veltor::detail::CompactText text(other.text_);
+    if (other.hasBinary()) {
+        setBinary(other.binary(), other.binaryLength);
+    } else if (other.hasDn()) {
+        setDn(LDIF_DN(*other.payload_.dn));
     } else {
-        binary_.reset();
-        binaryLength = 0;
+        dropPayload();
     }
     attrType = other.attrType;
     text_ = std::move(text);
-    dn_ = std::move(dn);
     return *this;
 }
 
-LDIF_Value::~LDIF_Value() = default;
+LDIF_Value::~LDIF_Value()
+{
+    dropPayload();
+}
+
+/// Takes over what the other holds; this value holds nothing.
+void LDIF_Value::take(LDIF_Value& other) noexcept
+{
+    payload_ = other.payload_;
+    holds_ = std::exchange(other.holds_, Holds::nothing);
+    binaryLength = std::exchange(other.binaryLength, 0);
+}
+
+void LDIF_Value::dropPayload() noexcept
+{
+    if (holds_ == Holds::block) {
+        std::free(payload_.block);
+    } else if (hasDn()) {
+        std::destroy_at(payload_.dn);
+        veltor::detail::giveBack(payload_.dn, holds_ == Holds::dnInRegion);
+    }
+    holds_ = Holds::nothing;
+    binaryLength = 0;
+}
+
+const void* LDIF_Value::binary() const
+{
+    if (holds_ == Holds::small) {
+        return payload_.small;
+    }
+    return holds_ == Holds::block ? payload_.block : nullptr;
+}
 
 void LDIF_Value::setBinary(const void* data, int length)
 {
     const auto size = static_cast<std::size_t>(length);
-    std::unique_ptr<void, Free> block(std::malloc(size));
-    if (block == nullptr) {
-        throw LDIF_Exception(VELTOR_HERE, veltor::result::noMemory, 1000, "Allocation failed");
+    Payload payload = {};
+    Holds holds = Holds::small;
+    if (size > smallBinary) {
+        holds = Holds::block;
+        payload.block = std::malloc(size);
+        if (payload.block == nullptr) {
+            throw LDIF_Exception(VELTOR_HERE, veltor::result::noMemory, 1000, "Allocation failed");
+        }
+        std::memcpy(payload.block, data, size);
+    } else {
+        std::memcpy(payload.small, data, size);
     }
-    std::memcpy(block.get(), data, size);
-    binary_ = std::move(block);
+    dropPayload();
+    payload_ = payload;
+    holds_ = holds;
     binaryLength = length;
 }
 
-void LDIF_Value::setDn(std::unique_ptr<LDIF_DN> dn)
+void LDIF_Value::setDn(LDIF_DN&& dn)
 {
-    dn_ = std::move(dn);
+    // Beside what else a load makes, when one is under way.
+    const veltor::detail::Piece piece = veltor::detail::obtain(sizeof(LDIF_DN), alignof(LDIF_DN));
+    dropPayload();
+    payload_.dn = new (piece.memory) LDIF_DN(std::move(dn));
+    holds_ = piece.fromRegion ? Holds::dnInRegion : Holds::dn;
 }
 
 std::string LDIF_Value::str() const
 {
     if (attrType == nullptr || attrType->toStr == nullptr) {
-        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->toStr == NULL", text_,
+        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->toStr == NULL", text(),
                attrType);
     }
     return attrType->toStr(*this);
@@ -143,7 +183,7 @@ std::string LDIF_Value::str() const
 int LDIF_Value::compare(const LDIF_Value& other) const
 {
     if (attrType == nullptr || attrType->match == nullptr) {
-        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", text_,
+        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", text(),
                attrType);
     }
     return attrType->match(*this, other);
@@ -152,7 +192,7 @@ int LDIF_Value::compare(const LDIF_Value& other) const
 int LDIF_Value::compare(const std::string& text) const
 {
     if (attrType == nullptr || attrType->match == nullptr) {
-        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", text_,
+        refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", this->text(),
                attrType);
     }
     return attrType->match(*this, LDIF_Value(attrType, text.c_str()));

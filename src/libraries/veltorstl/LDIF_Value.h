@@ -3,11 +3,13 @@
 #define VELTOR_LDIF_VALUE_H
 
 #include "LDIF_AttrTypeRecord.h"
+#include "compact_text.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
-#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class LDIF_DN;
@@ -49,24 +51,44 @@ public:
 
     // What the syntaxes read and fill in.
 
-    const std::string& text() const { return text_; }
-    void setText(std::string text) { text_ = std::move(text); }
-    const void* binary() const { return binary_.get(); }
-    /// Stores a copy of a binary form. @throws LDIF_Exception 90/1000 when memory is short
+    /// Followed by a NUL.
+    std::string_view text() const { return text_.view(); }
+    const char* cText() const { return text_.c_str(); }
+    void setText(std::string_view text) { text_.assign(text); }
+    /// Valid until the value changes or moves; null when there is none.
+    const void* binary() const;
+    /// Stores a copy of a binary form, in place of a DN. @throws LDIF_Exception 90/1000 when memory is short
     void setBinary(const void* data, int length);
-    const LDIF_DN* dn() const { return dn_.get(); }
-    void setDn(std::unique_ptr<LDIF_DN> dn);
+    const LDIF_DN* dn() const { return hasDn() ? payload_.dn : nullptr; }
+    /// Stores a DN, in place of a binary form.
+    void setDn(LDIF_DN&& dn);
 
 private:
-    struct Free
-    {
-        void operator()(void* block) const noexcept;
+    // What the other constructors begin with: should they fail, the destructor takes back what was made.
+    explicit LDIF_Value(const _AttrType* type) noexcept : attrType(type) {}
+
+    // A number is a binary form that needs no memory of its own.
+    static constexpr std::size_t smallBinary = 8;
+
+    enum class Holds : std::uint8_t { nothing, small, block, dn, dnInRegion };
+    union Payload {
+        std::byte small[smallBinary];
+        void* block; // from malloc
+        LDIF_DN* dn;
     };
 
-    std::string text_;
-    std::unique_ptr<void, Free> binary_;
-    std::unique_ptr<LDIF_DN> dn_;
+    bool hasDn() const { return holds_ >= Holds::dn; }
+    bool hasBinary() const { return holds_ == Holds::small || holds_ == Holds::block; }
+    void take(LDIF_Value& other) noexcept;
+    void dropPayload() noexcept;
+
+    // In the room that binaryLength leaves.
+    Holds holds_ = Holds::nothing;
+    Payload payload_ = {};
+    veltor::detail::CompactText text_;
 };
+
+static_assert(sizeof(LDIF_Value) == 40);
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Value& value);
 

@@ -42,9 +42,7 @@ void* mapChunk(bool largePages)
     if (before != 0) {
         munmap(begin, before);
     }
-    if (before != chunkBytes) {
-        munmap(begin + before + chunkBytes, chunkBytes - before);
-    }
+    munmap(begin + before + chunkBytes, chunkBytes - before);
     if (largePages) {
         // One page fault instead of 512. A system that has no large pages says so, and nothing is lost.
         static_cast<void>(madvise(begin + before, chunkBytes, MADV_HUGEPAGE));

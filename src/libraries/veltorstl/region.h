@@ -47,6 +47,7 @@ Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
 void releaseChunk(ChunkHead* chunk) noexcept;
 
 /// Memory for a piece. @throws std::bad_alloc
+/// @param bytes      at least one
 /// @param alignment  a power of two, at most that of std::max_align_t
 inline Piece obtain(std::size_t bytes, std::size_t alignment)
 {

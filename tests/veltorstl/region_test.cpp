@@ -1,0 +1,332 @@
+// Memory of a load: where pieces come from, how long their chunks stay, and what happens when the system has no more.
+//
+// This program stands between the library and mmap, so that chunks can be counted and made to fail. In a build with the
+// address sanitizer every piece comes from operator new, and there are no chunks to count.
+#include "region.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include <sys/mman.h>
+
+using veltor::detail::chunkBytes;
+using veltor::detail::LoadRegion;
+using veltor::detail::obtain;
+using veltor::detail::Piece;
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VELTOR_PIECEWISE 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VELTOR_PIECEWISE 1
+#endif
+#endif
+
+namespace {
+
+#ifdef VELTOR_PIECEWISE
+constexpr bool piecewise = true;
+#else
+constexpr bool piecewise = false;
+#endif
+
+bool mappingFails = false;
+std::atomic<std::size_t> mappedBytes = 0; // mapped by the library and not given back
+
+/// What the library has mapped since this was made.
+class MappingWatch
+{
+public:
+    std::size_t chunks() const { return (mappedBytes - before_) / chunkBytes; }
+    bool isWhole() const { return (mappedBytes - before_) % chunkBytes == 0; }
+
+private:
+    std::size_t before_ = mappedBytes;
+};
+
+Piece filled(std::size_t bytes, std::size_t alignment = 8)
+{
+    const Piece piece = obtain(bytes, alignment);
+    std::memset(piece.memory, 0x5A, bytes);
+    return piece;
+}
+
+bool isFilled(const Piece& piece, std::size_t bytes)
+{
+    const auto* const memory = static_cast<const unsigned char*>(piece.memory);
+    for (std::size_t index = 0; index < bytes; ++index) {
+        if (memory[index] != 0x5A) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void giveBack(const Piece& piece)
+{
+    veltor::detail::giveBack(piece.memory, piece.fromRegion);
+}
+
+std::size_t expectedChunks(std::size_t count)
+{
+    return piecewise ? 0 : count;
+}
+
+} // namespace
+
+extern "C" {
+void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
+int __real_munmap(void* address, size_t length);
+
+void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset)
+{
+    if (mappingFails) {
+        return MAP_FAILED;
+    }
+    mappedBytes += length;
+    return __real_mmap(address, length, protection, flags, file, offset);
+}
+
+int __wrap_munmap(void* address, size_t length)
+{
+    mappedBytes -= length;
+    return __real_munmap(address, length);
+}
+}
+
+TEST(Region, WithoutOnePiecesComeFromOperatorNew)
+{
+    const MappingWatch watch;
+    const Piece piece = filled(100);
+    EXPECT_FALSE(piece.fromRegion);
+    EXPECT_EQ(watch.chunks(), 0U);
+    giveBack(piece);
+}
+
+TEST(Region, PiecesLieSideBySideInOneChunk)
+{
+    const MappingWatch watch;
+    {
+        const LoadRegion region(0);
+        std::vector<Piece> pieces;
+        for (int count = 0; count < 1000; ++count) {
+            pieces.push_back(filled(40));
+            EXPECT_EQ(pieces.back().fromRegion, !piecewise);
+        }
+        EXPECT_EQ(watch.chunks(), expectedChunks(1));
+        EXPECT_TRUE(watch.isWhole());
+        if (!piecewise) {
+            for (std::size_t index = 1; index < pieces.size(); ++index) {
+                EXPECT_EQ(static_cast<char*>(pieces[index].memory) - static_cast<char*>(pieces[index - 1].memory), 40);
+            }
+        }
+        for (const Piece& piece : pieces) {
+            EXPECT_TRUE(isFilled(piece, 40));
+            giveBack(piece);
+        }
+        // The region goes on with the chunk at hand, though nothing in it is in use.
+        EXPECT_EQ(watch.chunks(), expectedChunks(1));
+    }
+    EXPECT_EQ(watch.chunks(), 0U);
+}
+
+TEST(Region, PiecesAreAlignedAsAsked)
+{
+    const LoadRegion region(0);
+    std::vector<Piece> pieces;
+    for (const std::size_t alignment : {1U, 2U, 4U, 8U, 16U, 16U, 1U, 16U, 2U, 8U}) {
+        pieces.push_back(filled(alignment + 1, alignment));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pieces.back().memory) % alignment, 0U) << alignment;
+    }
+    for (const Piece& piece : pieces) {
+        giveBack(piece);
+    }
+}
+
+TEST(Region, ARegionThatGaveNothingMapsNothing)
+{
+    const MappingWatch watch;
+    {
+        const LoadRegion region(chunkBytes);
+        EXPECT_EQ(watch.chunks(), 0U);
+    }
+    EXPECT_EQ(watch.chunks(), 0U);
+}
+
+TEST(Region, AChunkGoesBackWithItsLastPiece)
+{
+    const MappingWatch watch;
+    std::vector<Piece> pieces;
+    {
+        const LoadRegion region(0);
+        for (int count = 0; count < 10; ++count) {
+            pieces.push_back(filled(64));
+        }
+    }
+    while (!pieces.empty()) {
+        EXPECT_EQ(watch.chunks(), expectedChunks(1));
+        EXPECT_TRUE(isFilled(pieces.back(), 64));
+        giveBack(pieces.back());
+        pieces.pop_back();
+    }
+    EXPECT_EQ(watch.chunks(), 0U);
+    EXPECT_TRUE(watch.isWhole());
+}
+
+TEST(Region, EachChunkGoesBackByItself)
+{
+    const MappingWatch watch;
+    constexpr std::size_t pieceBytes = chunkBytes / 16;
+    std::vector<Piece> pieces;
+    {
+        const LoadRegion region(chunkBytes);
+        for (int count = 0; count < 45; ++count) {
+            pieces.push_back(filled(pieceBytes));
+        }
+        // 15 fit into a chunk, whose head takes the room of the sixteenth.
+        EXPECT_EQ(watch.chunks(), expectedChunks(3));
+    }
+    for (std::size_t index = 0; index < pieces.size(); ++index) {
+        EXPECT_TRUE(isFilled(pieces[index], pieceBytes));
+        giveBack(pieces[index]);
+        EXPECT_EQ(watch.chunks(), expectedChunks(3 - (index + 1) / 15));
+    }
+}
+
+TEST(Region, AnotherThreadMayGivePiecesBack)
+{
+    const MappingWatch watch;
+    std::vector<Piece> pieces;
+    {
+        const LoadRegion region(0);
+        for (int count = 0; count < 20000; ++count) {
+            pieces.push_back(filled(32));
+        }
+        // Half of them while the region still fills the chunk.
+        std::thread other([&pieces] {
+            for (std::size_t index = 0; index < pieces.size() / 2; ++index) {
+                giveBack(pieces[index]);
+            }
+        });
+        std::vector<Piece> more;
+        for (int count = 0; count < 20000; ++count) {
+            more.push_back(filled(32));
+        }
+        other.join();
+        for (const Piece& piece : more) {
+            giveBack(piece);
+        }
+    }
+    EXPECT_EQ(watch.chunks(), expectedChunks(1));
+    // The other half by two threads at a time.
+    const auto giveEverySecond = [&pieces](std::size_t first) {
+        for (std::size_t index = first; index < pieces.size(); index += 2) {
+            giveBack(pieces[index]);
+        }
+    };
+    std::thread other(giveEverySecond, pieces.size() / 2);
+    giveEverySecond(pieces.size() / 2 + 1);
+    other.join();
+    EXPECT_EQ(watch.chunks(), 0U);
+}
+
+TEST(Region, IsInForceOnItsOwnThreadAlone)
+{
+    const LoadRegion region(0);
+    bool fromRegion = true;
+    std::thread([&fromRegion] {
+        const Piece piece = filled(16);
+        fromRegion = piece.fromRegion;
+        giveBack(piece);
+    }).join();
+    EXPECT_FALSE(fromRegion);
+    const Piece piece = filled(16);
+    EXPECT_EQ(piece.fromRegion, !piecewise);
+    giveBack(piece);
+}
+
+TEST(Region, MayBeNested)
+{
+    const MappingWatch watch;
+    Piece outerPiece{};
+    Piece innerPiece{};
+    {
+        const LoadRegion outer(0);
+        outerPiece = filled(16);
+        {
+            const LoadRegion inner(0);
+            innerPiece = filled(16);
+            EXPECT_EQ(watch.chunks(), expectedChunks(2));
+        }
+        const Piece next = filled(16);
+        if (!piecewise) {
+            EXPECT_EQ(static_cast<char*>(next.memory), static_cast<char*>(outerPiece.memory) + 16);
+        }
+        giveBack(next);
+        EXPECT_EQ(watch.chunks(), expectedChunks(2));
+    }
+    const Piece outside = filled(1);
+    EXPECT_FALSE(outside.fromRegion);
+    giveBack(outside);
+    giveBack(outerPiece);
+    EXPECT_EQ(watch.chunks(), expectedChunks(1));
+    giveBack(innerPiece);
+    EXPECT_EQ(watch.chunks(), 0U);
+}
+
+TEST(Region, LargePiecesComeFromOperatorNew)
+{
+    const MappingWatch watch;
+    const LoadRegion region(0);
+    const Piece small = filled(16);
+    const Piece large = filled(chunkBytes);
+    EXPECT_FALSE(large.fromRegion);
+    EXPECT_EQ(watch.chunks(), expectedChunks(1));
+    // The chunk at hand goes on where it was.
+    const Piece next = filled(16);
+    if (!piecewise) {
+        EXPECT_EQ(static_cast<char*>(next.memory), static_cast<char*>(small.memory) + 16);
+    }
+    for (const Piece& piece : {small, large, next}) {
+        giveBack(piece);
+    }
+}
+
+TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
+{
+    if (piecewise) {
+        GTEST_SKIP() << "pieces come from operator new in this build";
+    }
+    const MappingWatch watch;
+    {
+        const LoadRegion region(0);
+        mappingFails = true;
+        EXPECT_THROW((void)obtain(16, 8), std::bad_alloc);
+        mappingFails = false;
+        // The region works once there is memory again, also when it fails in the middle.
+        const Piece first = filled(16);
+        std::vector<Piece> pieces;
+        mappingFails = true;
+        try {
+            for (;;) {
+                pieces.push_back(filled(chunkBytes / 16));
+            }
+        } catch (const std::bad_alloc&) {
+        }
+        mappingFails = false;
+        EXPECT_EQ(pieces.size(), 15U);
+        pieces.push_back(filled(chunkBytes / 16));
+        EXPECT_EQ(watch.chunks(), 2U);
+        EXPECT_TRUE(isFilled(first, 16));
+        giveBack(first);
+        for (const Piece& piece : pieces) {
+            giveBack(piece);
+        }
+    }
+    EXPECT_EQ(watch.chunks(), 0U);
+}
