@@ -155,7 +155,14 @@ public:
     LDIF_RDN& operator*() { return exposed(); }
 
     bool isSame(const RdnRef& other) const { return shared_ == other.shared_; }
-    bool isEqual(const RdnRef& other) const { return isSame(other) || shared_->rdn.compare(other.shared_->rdn) == 0; }
+    bool isEqual(const RdnRef& other) const
+    {
+        if (isSame(other)) {
+            return true;
+        }
+        const FoldTable fold = foldTable();
+        return hash(fold) == other.hash(fold) && shared_->rdn.compare(other.shared_->rdn) == 0;
+    }
     /// The hash of the pairs as they compare.
     std::uint64_t hash(FoldTable fold) const
     {

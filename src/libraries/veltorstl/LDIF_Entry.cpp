@@ -2,9 +2,7 @@
 #include "LDIF_Entry.h"
 
 #include "LDIF_Exception.h"
-#include "region.h"
 
-#include <algorithm>
 #include <ostream>
 #include <utility>
 
@@ -24,31 +22,6 @@ LDIF_Entry::LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& precedingComme
     }
     dn = cisString(line.value);
     relDn = dn;
-}
-
-namespace {
-
-/// Stands in front of an entry's memory.
-struct EntryHead
-{
-    bool fromRegion;
-};
-
-constexpr std::size_t entryHeadBytes = std::max(sizeof(EntryHead), alignof(LDIF_Entry));
-
-} // namespace
-
-void* LDIF_Entry::operator new(std::size_t bytes)
-{
-    const auto piece = veltor::detail::obtain(entryHeadBytes + bytes, alignof(LDIF_Entry));
-    new (piece.memory) EntryHead{piece.fromRegion};
-    return static_cast<char*>(piece.memory) + entryHeadBytes;
-}
-
-void LDIF_Entry::operator delete(void* entry) noexcept
-{
-    auto* const memory = static_cast<char*>(entry) - entryHeadBytes;
-    veltor::detail::giveBack(memory, reinterpret_cast<EntryHead*>(memory)->fromRegion);
 }
 
 LDIF_Entry& LDIF_Entry::operator+=(const LDIF_Comment& lines)
@@ -159,9 +132,27 @@ LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::si
         place.existing->mergeFrom(*entry);
         return *place.existing;
     }
-    LDIF_EntryList& siblings = place.parent->children;
-    siblings.makeRoom();
+    // An entry that finds no room stays with the caller as it is.
+    place.parent->children.makeRoom();
     dropLevels(entry->relDn, place.level);
+    return appendAdopting(std::move(entry), place.parent->children);
+}
+
+LDIF_Entry::Landing LDIF_Entry::insertDescendant(std::unique_ptr<LDIF_Entry>&& entry)
+{
+    const Place place = placeOf(entry->dn, dn.size());
+    if (place.existing != nullptr) {
+        place.existing->mergeFrom(*entry);
+        return {place.existing, place.parent};
+    }
+    place.parent->children.makeRoom();
+    entry->relDn.assignFrom(entry->dn, place.level);
+    return {&appendAdopting(std::move(entry), place.parent->children), place.parent};
+}
+
+/// Puts an entry into the room behind its siblings, of which it adopts those that belong below it.
+LDIF_Entry& LDIF_Entry::appendAdopting(std::unique_ptr<LDIF_Entry>&& entry, LDIF_EntryList& siblings)
+{
     try {
         entry->adoptFrom(siblings);
     } catch (...) {

@@ -8,6 +8,7 @@
 #include "LDIF_EntryList.h"
 #include "LDIF_Line.h"
 #include "LDIF_Util.h"
+#include "region.h"
 
 #include <cstddef>
 #include <iosfwd>
@@ -45,9 +46,9 @@ public:
     LDIF_Entry(const LDIF_Line& line, const LDIF_Comment& comment);
 
     /// Entries that a load makes lie with the rest of what it makes.
-    static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t bytes) { return veltor::detail::obtainMarked(bytes); }
     static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* entry) noexcept;
+    static void operator delete(void* entry) noexcept { veltor::detail::giveBackMarked(entry); }
 
     // Copies are deep. The destructor is not virtual, on purpose: entries are held by value. The order of the
     // virtual functions is ABI.
@@ -75,6 +76,16 @@ public:
     /// caller. Returns the entry of the tree that holds it now.
     LDIF_Entry& insert(std::unique_ptr<LDIF_Entry>&& entry);
 
+    /// Where an entry of the file came to stand.
+    struct Landing
+    {
+        LDIF_Entry* entry;  // the entry of the tree that holds it
+        LDIF_Entry* parent; // the nearest existing ancestor
+    };
+
+    /// What insert does, for a new entry whose relDn is not made yet and whose DN lies below this entry's.
+    Landing insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
+
     /// Appends the texts of the entry and of everything below it, each entry before its children.
     void appendTreeTo(std::string& text) const;
 
@@ -90,6 +101,7 @@ private:
     void adoptFrom(LDIF_EntryList& siblings);
     void mergeFrom(LDIF_Entry& entry);
     LDIF_Entry& insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level);
+    static LDIF_Entry& appendAdopting(std::unique_ptr<LDIF_Entry>&& entry, LDIF_EntryList& siblings);
     void appendTo(std::string& text) const;
 };
 

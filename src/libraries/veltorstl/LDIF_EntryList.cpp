@@ -291,7 +291,8 @@ LDIF_EntryList::Body& LDIF_EntryList::body()
 void LDIF_EntryList::closeHoles() const noexcept
 {
     if (body_ != nullptr && body_->holes != 0) {
-        std::erase(body_->slots, nullptr);
+        auto& slots = body_->slots;
+        slots.erase(std::remove(slots.begin(), slots.end(), nullptr), slots.end());
         body_->holes = 0;
         body_->index.reset();
     }

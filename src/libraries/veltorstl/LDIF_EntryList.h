@@ -4,6 +4,8 @@
 #define VELTOR_LDIF_ENTRYLIST_H
 
 #include "indirect_iterator.h"
+#include "list.h"
+#include "region.h"
 
 #include <cstddef>
 #include <exception>
@@ -30,7 +32,8 @@ class LDIF_Entry;
 /// Not thread-safe, not even for reading: closing holes and building the index happen on demand.
 class LDIF_EntryList
 {
-    using Slots = std::vector<std::unique_ptr<LDIF_Entry>>;
+    // A level of one entry is common: chains, and the tops of trees.
+    using Slots = veltor::detail::List<std::unique_ptr<LDIF_Entry>, 1>;
 
 public:
     using value_type = LDIF_Entry;
@@ -172,6 +175,8 @@ private:
 
         Body();
         ~Body();
+        static void* operator new(std::size_t bytes) { return veltor::detail::obtainMarked(bytes); }
+        static void operator delete(void* body) noexcept { veltor::detail::giveBackMarked(body); }
     };
 
     Body& body();

@@ -129,7 +129,8 @@ class Loader
 {
 public:
     Loader(std::string_view text, LDIF_Entry& root, LDIF_Comment& trailingComment)
-        : reader_(text), root_(root), pending_(trailingComment)
+        : region_(text.size()), ancestors_(text.size() / usualFamilyBytes), reader_(text), root_(root),
+          pending_(trailingComment)
     {
     }
 
@@ -167,6 +168,40 @@ public:
 private:
     void step()
     {
+        if (!reprocess_ && reader_.nextPlain(plain_)) {
+            stepPlain();
+            return;
+        }
+        stepLine();
+    }
+
+    /// The usual line, without a copy of it.
+    void stepPlain()
+    {
+        switch (plain_.type) {
+        case LDIF_Line::blankLine:
+            if (current_ != nullptr) {
+                closeEntry();
+                break;
+            }
+            [[fallthrough]];
+        case LDIF_Line::comment:
+            pending_.lines.push_back(plain_.line());
+            break;
+        case LDIF_Line::dn:
+            closeEntry();
+            addRootDefaults();
+            openEntry(plain_.name, plain_.value);
+            break;
+        default:
+            line_ = plain_.line();
+            addAttributeOrKeepLine();
+            break;
+        }
+    }
+
+    void stepLine()
+    {
         if (!reprocess_) {
             reader_.next(line_);
         }
@@ -194,7 +229,7 @@ private:
         case LDIF_Line::dn:
             closeEntry();
             addRootDefaults();
-            openEntry();
+            openEntry(line_.name, line_.value);
             break;
         case LDIF_Line::attribute:
             addAttributeOrKeepLine();
@@ -206,19 +241,51 @@ private:
 
     void closeEntry()
     {
-        if (current_ != nullptr) {
-            collector_.finish(current_->attributes);
-            closing_ = true;
-            root_.insert(std::move(current_));
-            current_.reset();
-            closing_ = false;
+        if (current_ == nullptr) {
+            return;
         }
+        collector_.finish(current_->attributes);
+        closing_ = true;
+        LDIF_Entry* const entry = current_.get();
+        LDIF_Entry& ancestor = nearestKnown();
+        last_ = {};
+        const LDIF_Entry::Landing landing = ancestor.insertDescendant(std::move(current_));
+        current_.reset();
+        if (landing.entry == entry) {
+            last_ = landing;
+            ancestors_.lend(dnText_, entry->dn);
+        }
+        closing_ = false;
     }
 
-    void openEntry()
+    /// An existing ancestor of the current entry: the last entry or its parent where that is one, else the root.
+    LDIF_Entry& nearestKnown() const
     {
-        auto entry = std::make_unique<LDIF_Entry>(line_, LDIF_Comment());
+        if (last_.entry != nullptr) {
+            const LDIF_DN& dn = current_->dn;
+            const LDIF_DN& other = last_.entry->dn;
+            // The memory of ancestors gives both the same RDNs.
+            std::size_t level = 0;
+            while (level < dn.size() && level < other.size() && dn.shared(level).isSame(other.shared(level))) {
+                ++level;
+            }
+            if (level == other.size() && level < dn.size()) {
+                return *last_.entry;
+            }
+            if (level < dn.size() && level >= last_.parent->dn.size()) {
+                return *last_.parent;
+            }
+        }
+        return root_;
+    }
+
+    void openEntry(std::string_view label, std::string_view dn)
+    {
+        auto entry = std::make_unique<LDIF_Entry>();
+        entry->dnLabel.assign(label);
+        parse(entry->dn, dn);
         entry->comment.absorb(std::move(pending_));
+        dnText_.assign(dn);
         current_ = std::move(entry);
         reprocess_ = false;
     }
@@ -297,11 +364,20 @@ private:
         throw failure;
     }
 
+    // For every so many bytes of the file there may be a parent to remember.
+    static constexpr std::size_t usualFamilyBytes = 4096;
+
+    // First, so that they are in force for all that follows.
+    LoadRegion region_;
+    DnMemory ancestors_;
     LineReader reader_;
     LDIF_Entry& root_;
     LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
     LDIF_Line line_;
+    PlainLine plain_;
+    std::string dnText_; // of the current entry
     std::unique_ptr<LDIF_Entry> current_;
+    LDIF_Entry::Landing last_ = {}; // of the entry before it, if that is in the tree as it was read
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;
@@ -335,28 +411,37 @@ bool LDIF_File::refresh()
     inMemory_ = false;
     trailingComment.lines.clear();
     root.clear();
-    constexpr std::size_t usualChildren = 8;
-    constexpr std::size_t usualEntryBytes = 512;
-    veltor::detail::Loader loader(text.view(), root, trailingComment);
-    try {
-        const veltor::detail::LoadRegion region(text.view().size());
-        const veltor::detail::DnMemory ancestors(text.view().size() / usualEntryBytes / usualChildren);
-        guarded(
-            Layer{VELTOR_HERE, "System error reading file"}, [&] { loader.run(); },
-            [&](LDIF_Exception& failure) {
-                loader.complete(failure);
-                failure.configFile = fileName;
-            });
-    } catch (const LDIF_Exception&) {
-        loader.keepCurrentEntry();
-        throw;
-    }
+    const bool dirty = load(text.view());
     fileStatus = status;
     inMemory_ = true;
-    if (loader.dirty()) {
+    if (dirty) {
         flush();
     }
     return true;
+}
+
+/// Reads a text into the empty tree.
+///
+/// @return true when lines were kept as zor-slapdInvalidLine, so that the file has to be written
+bool LDIF_File::load(std::string_view text)
+{
+    std::optional<veltor::detail::Loader> loader;
+    try {
+        guarded(
+            Layer{VELTOR_HERE, "System error reading file"}, [&] { loader.emplace(text, root, trailingComment).run(); },
+            [&](LDIF_Exception& failure) {
+                if (loader.has_value()) {
+                    loader->complete(failure);
+                }
+                failure.configFile = fileName;
+            });
+    } catch (const LDIF_Exception&) {
+        if (loader.has_value()) {
+            loader->keepCurrentEntry();
+        }
+        throw;
+    }
+    return loader->dirty();
 }
 
 // ---- Write-back ----

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include <ldap.h>
 #include <sys/stat.h>
@@ -101,7 +102,7 @@ public:
     int getAuthentication();
 
 private:
-    void load();
+    bool load(std::string_view text);
     bool verified(const char* dn, const char* password);
     std::string rendered() const;
 

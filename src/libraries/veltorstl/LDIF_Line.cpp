@@ -169,6 +169,15 @@ void assignTo(std::string& target, std::wstring_view text)
     target = wide2multibyte(std::wstring(text));
 }
 
+/// What stands behind the colons of a physical line, without leading white space.
+template <class Character>
+std::basic_string_view<Character> valueBehind(std::basic_string_view<Character> text, std::size_t colon)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(Character(':'), colon), text.size()));
+    text.remove_prefix(leadingLength(text, [](Character character) { return isSpace(character); }));
+    return text;
+}
+
 /// Splits the first physical line of a logical one.
 ///
 /// @return the beginning of the value, its leading white space gone, for the types that have continuations
@@ -194,9 +203,7 @@ std::basic_string_view<Character> classify(LDIF_Line& line, std::basic_string_vi
     }
     assignTo(line.name, text.substr(0, colon));
     line.type = isDnLabel(line.name) ? LDIF_Line::dn : LDIF_Line::attribute;
-    text.remove_prefix(std::min(text.find_first_not_of(Character(':'), colon), text.size()));
-    text.remove_prefix(leadingLength(text, blank));
-    return text;
+    return valueBehind(text, colon);
 }
 
 /// Reads one logical line. The number counts physical lines as they are consumed, so that it names the
@@ -268,6 +275,49 @@ void readLogicalLine(LDIF_Line& line, Input& input, int& number)
 } // namespace
 
 LineReader::LineReader(std::string_view text) : text_(text), plain_(isReadAsItStands(text)) {}
+
+LDIF_Line PlainLine::line() const
+{
+    LDIF_Line line;
+    line.name.assign(name);
+    line.value.assign(value);
+    line.type = type;
+    line.lineNumber = lineNumber;
+    return line;
+}
+
+bool LineReader::nextPlain(PlainLine& line)
+{
+    const auto lineFeed = text_.find('\n', position_);
+    if (lineFeed == std::string_view::npos || lineFeed + 1 == text_.size()) {
+        return false;
+    }
+    const std::string_view text = text_.substr(position_, lineFeed - position_);
+    if (!plain_ && !isReadAsItStands(text)) {
+        return false;
+    }
+    line.name = {};
+    line.value = {};
+    if (std::all_of(text.begin(), text.end(), isAsciiSpace)) {
+        line.type = LDIF_Line::blankLine;
+    } else if (text.front() == '#') {
+        line.type = LDIF_Line::comment;
+        line.value = text;
+    } else {
+        const auto colon = text.find(':');
+        if (colon == std::string_view::npos || colon == 0 ||
+            followingByFirstByte(static_cast<unsigned char>(text_[lineFeed + 1]), true) != Following::separate) {
+            return false;
+        }
+        line.name = text.substr(0, colon);
+        line.type = isDnLabel(line.name) ? LDIF_Line::dn : LDIF_Line::attribute;
+        line.value = valueBehind(text, colon);
+        line.value = line.value.substr(0, trimmedLength(line.value, isAsciiSpace));
+    }
+    position_ = lineFeed + 1;
+    line.lineNumber = ++lineNumber_;
+    return true;
+}
 
 void LineReader::next(LDIF_Line& line)
 {

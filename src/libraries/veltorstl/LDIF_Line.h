@@ -54,6 +54,18 @@ public:
 
 namespace veltor::detail {
 
+/// A logical line that is one physical line of plain ASCII, lent by the text that it stands in.
+struct PlainLine
+{
+    std::string_view name;
+    std::string_view value;
+    LDIF_Line::Type type = LDIF_Line::endOfFile;
+    int lineNumber = 0;
+
+    /// The same as a line of its own.
+    LDIF_Line line() const;
+};
+
 /// Reads logical lines from a text in memory, as LDIF_Line::next does from a stream with the same content.
 class LineReader
 {
@@ -64,6 +76,11 @@ public:
     /// Reads the next logical line into `line`.
     /// @throws LDIF_Exception 162/162; lineNumber() then names the offending line
     void next(LDIF_Line& line);
+
+    /// Reads the next logical line where it is of the usual kind: valid, plain ASCII, without continuation lines, and
+    /// not the last.
+    /// @return false when it is of another kind: nothing was read then, and next() has to
+    bool nextPlain(PlainLine& line);
 
     /// 1-based number of the last physical line consumed, 0 at the start.
     int lineNumber() const { return lineNumber_; }

@@ -79,6 +79,22 @@ inline void giveBack(void* memory, bool fromRegion) noexcept
     }
 }
 
+/// The same for an object whose class has an operator new: where it came from stands in front of it.
+inline constexpr std::size_t markBytes = 8;
+
+inline void* obtainMarked(std::size_t bytes)
+{
+    const Piece piece = obtain(markBytes + bytes, markBytes);
+    *static_cast<bool*>(piece.memory) = piece.fromRegion;
+    return static_cast<char*>(piece.memory) + markBytes;
+}
+
+inline void giveBackMarked(void* object) noexcept
+{
+    char* const memory = static_cast<char*>(object) - markBytes;
+    giveBack(memory, *reinterpret_cast<bool*>(memory));
+}
+
 /// Puts a region in force on this thread for as long as it lives. They may be nested.
 class LoadRegion
 {
