@@ -43,6 +43,12 @@ LDIF_Attribute::LDIF_Attribute(const LDIF_Line& line, const LDIF_Comment& preced
     values += line.value;
 }
 
+LDIF_Attribute::LDIF_Attribute(std::string_view attributeName, veltor::detail::SharedName sharedName,
+                               const _AttrType* type)
+    : name(std::string(attributeName)), values(std::move(sharedName), type)
+{
+}
+
 std::string LDIF_Attribute::str() const
 {
     std::string text;

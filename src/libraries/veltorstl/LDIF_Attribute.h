@@ -6,9 +6,10 @@
 #include "LDIF_Line.h"
 #include "LDIF_Util.h"
 #include "LDIF_Value.h"
+#include "list.h"
 
 #include <string>
-#include <vector>
+#include <string_view>
 
 /// One attribute: its name as written, the comment lines above it, its typed values.
 class LDIF_Attribute
@@ -25,6 +26,9 @@ public:
     /// An attribute from a line of the file.
     /// @throws LDIF_Exception 80/1000 for a line that is not an attribute line; else as above
     LDIF_Attribute(const LDIF_Line& line, const LDIF_Comment& comment);
+
+    /// An attribute without values whose record is known.
+    LDIF_Attribute(std::string_view name, veltor::detail::SharedName sharedName, const _AttrType* type);
 
     LDIF_Attribute(const LDIF_Attribute&) = default;
     LDIF_Attribute(LDIF_Attribute&&) noexcept = default;
@@ -46,7 +50,7 @@ public:
 ///
 /// Invariants: sorted by name as strcasecmp orders, and no two names compare equal. The operations below keep
 /// them; nothing else may insert.
-class LDIF_Attributes : public std::vector<LDIF_Attribute>
+class LDIF_Attributes : public veltor::detail::List<LDIF_Attribute>
 {
 public:
     /// Inserts an attribute at its place, or merges it into the one of its name: first the comment lines are

@@ -3,15 +3,15 @@
 #define VELTOR_LDIF_COMMENT_H
 
 #include "LDIF_Line.h"
+#include "list.h"
 
 #include <string>
-#include <vector>
 
 /// Comment lines in file order, each kept whole with its "#". An entry's comment also keeps blank lines.
 class LDIF_Comment
 {
 public:
-    std::vector<LDIF_Line> lines;
+    veltor::detail::List<LDIF_Line> lines;
 
     /// Appends copies of the other's lines.
     LDIF_Comment& operator+=(const LDIF_Comment& other);

@@ -339,7 +339,7 @@ LDIF_DN parsedDn(std::string_view text, const _AttrType* type, std::string* norm
         Layer{VELTOR_HERE, ""},
         [&] {
             LDIF_DN dn;
-            dn = cisString(std::string(text));
+            veltor::detail::parse(dn, text);
             if (normalForm != nullptr) {
                 *normalForm = dn.str();
             }

@@ -206,7 +206,12 @@ std::ostream& operator<<(std::ostream& stream, const LDIF_Value& value)
 // ---- Value lists ----
 
 LDIF_Values::LDIF_Values(const std::string& attributeName)
-    : name(attributeName), type(getAttrType(attributeName.empty() ? nullptr : attributeName.c_str()))
+    : name(attributeName), type(veltor::detail::attrTypeOf(attributeName))
+{
+}
+
+LDIF_Values::LDIF_Values(veltor::detail::SharedName attributeName, const _AttrType* record)
+    : name(std::move(attributeName)), type(record)
 {
 }
 
@@ -219,6 +224,7 @@ LDIF_Values& LDIF_Values::operator=(const LDIF_Values& other)
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator ="},
         [&]() -> LDIF_Values& {
             values.clear();
+            values.reserve(other.values.size());
             name = other.name;
             type = other.type;
             return *this += other;

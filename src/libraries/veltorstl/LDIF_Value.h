@@ -4,13 +4,14 @@
 
 #include "LDIF_AttrTypeRecord.h"
 #include "compact_text.h"
+#include "list.h"
+#include "shared_name.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <string_view>
-#include <vector>
 
 class LDIF_DN;
 
@@ -97,14 +98,18 @@ std::ostream& operator<<(std::ostream& stream, const LDIF_Value& value);
 class LDIF_Values
 {
 public:
-    using iterator = std::vector<LDIF_Value>::iterator;
-    using const_iterator = std::vector<LDIF_Value>::const_iterator;
+    // Most attributes have one value, which lies in the list itself.
+    using List = veltor::detail::List<LDIF_Value, 1>;
+    using iterator = List::iterator;
+    using const_iterator = List::const_iterator;
 
-    std::vector<LDIF_Value> values;
-    std::string name;      ///< the attribute's name, as given
-    const _AttrType* type; ///< the record of that name, or the default record; not owned
+    List values;
+    veltor::detail::SharedName name; ///< the attribute's name, as given
+    const _AttrType* type;           ///< the record of that name, or the default record; not owned
 
     explicit LDIF_Values(const std::string& name);
+    /// An empty list whose record is known.
+    LDIF_Values(veltor::detail::SharedName name, const _AttrType* type);
     LDIF_Values(const LDIF_Values&) = default;
     LDIF_Values(LDIF_Values&&) noexcept = default;
     /// Takes over name and type, then adds the other's values one by one. When that fails part-way the list is
