@@ -9,14 +9,13 @@
 #include <cstdint>
 #include <set>
 #include <string>
-#include <string_view>
 
 #include <ldap.h>
 #include <sys/stat.h>
 
 namespace veltor::detail {
 
-class Loader;
+class FileText;
 
 /// True when every record of a modification list has a type, and every berval in it has data.
 bool isSound(LDAPMod** mods);
@@ -102,7 +101,7 @@ public:
     int getAuthentication();
 
 private:
-    bool load(std::string_view text);
+    bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
     std::string rendered() const;
 
