@@ -172,6 +172,44 @@ bool veltor::detail::textReadsBackEqual(const _AttrType& type)
                                       fromStr == maskFromStr || fromStr == pwFromStr);
 }
 
+std::optional<std::uint64_t> veltor::detail::matchHash(const LDIF_Value& value, FoldTable fold) noexcept
+{
+    const _AttrType* const type = value.attrType;
+    if (type == nullptr || type->toStr != cesToStr) {
+        return std::nullopt;
+    }
+    const auto match = type->match;
+    if (match == cesCompare) {
+        return hashBytes(hashSeed(), value.text());
+    }
+    if (match == cisCompare) {
+        return hashFolded(hashSeed(), value.text(), fold);
+    }
+    if (match == intCompare) {
+        if (value.binary() == nullptr || value.binaryLength != static_cast<int>(sizeof(std::int32_t))) {
+            return std::nullopt;
+        }
+        return hashBytes(hashSeed(), {static_cast<const char*>(value.binary()), sizeof(std::int32_t)});
+    }
+    if (match == dnCompare && value.dn() != nullptr) {
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = 0; level < value.dn()->size(); ++level) {
+            hash = mixed(hash, value.dn()->shared(level).hash(fold));
+        }
+        return hash;
+    }
+    if (match == pwCompare) {
+        try {
+            const Decoded clear = decoded(value, "");
+            return hashBytes(hashSeed(), clear == nullptr ? std::string_view() : std::string_view(clear.get()));
+        } catch (...) {
+            // The comparison will say what is wrong.
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
 // ---- ces: text, compared byte by byte ----
 
 int cesCompare(const LDIF_Value& left, const LDIF_Value& right)
