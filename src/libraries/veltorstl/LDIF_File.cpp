@@ -463,6 +463,9 @@ bool nameOneFile(const std::string& left, const std::string& right)
 std::string LDIF_File::rendered() const
 {
     std::string text;
+    // The file as it was is the best guess at its size.
+    text.reserve(static_cast<std::size_t>(fileStatus.st_size) + 4096);
+    veltor::detail::adviseLargePages(text.data(), text.capacity());
     root.appendTreeTo(text);
     trailingComment.appendTo(text);
     return text;

@@ -44,13 +44,23 @@ void* mapChunk(bool largePages)
     }
     munmap(begin + before + chunkBytes, chunkBytes - before);
     if (largePages) {
-        // One page fault instead of 512. A system that has no large pages says so, and nothing is lost.
-        static_cast<void>(madvise(begin + before, chunkBytes, MADV_HUGEPAGE));
+        adviseLargePages(begin + before, chunkBytes);
     }
     return begin + before;
 }
 
 } // namespace
+
+void adviseLargePages(void* memory, std::size_t bytes) noexcept
+{
+    constexpr std::size_t pageBytes = 4096;
+    auto* const begin = static_cast<char*>(memory);
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) & (pageBytes - 1);
+    if (bytes >= chunkBytes) {
+        // A system that knows no large pages says so, and nothing is lost.
+        static_cast<void>(madvise(begin + before, bytes - before, MADV_HUGEPAGE));
+    }
+}
 
 void releaseChunk(ChunkHead* chunk) noexcept
 {

@@ -79,7 +79,11 @@ inline void giveBack(void* memory, bool fromRegion) noexcept
     }
 }
 
-/// The same for an object whose class has an operator new: where it came from stands in front of it.
+/// Asks for large pages under a block of memory that is about to be filled: one page fault instead of 512. A small
+/// block, and a system without large pages, are left as they are.
+void adviseLargePages(void* memory, std::size_t bytes) noexcept;
+
+/// Memory for an object whose class has an operator new of its own: where it came from stands in front of it.
 inline constexpr std::size_t markBytes = 8;
 
 inline void* obtainMarked(std::size_t bytes)
