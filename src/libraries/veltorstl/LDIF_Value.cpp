@@ -35,16 +35,32 @@ const char* nameOf(const _AttrType* type)
 LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : LDIF_Value(type)
 {
     const std::string given = text == nullptr ? "" : text;
-    if (type == nullptr) {
-        refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( string ) constructor: attrType undefined", given,
-               type);
+    build(given, [&] { type->fromStr(*this, given); });
+}
+
+LDIF_Value::LDIF_Value(const _AttrType* type, std::string_view text) : LDIF_Value(type)
+{
+    const std::string_view given = text.substr(0, text.find('\0'));
+    build(given, [&] {
+        if (!veltor::detail::setPlainText(*this, given)) {
+            type->fromStr(*this, std::string(given));
+        }
+    });
+}
+
+/// Lets the syntax fill in the value.
+template <class FromStr>
+void LDIF_Value::build(std::string_view text, FromStr&& fromStr)
+{
+    if (attrType == nullptr) {
+        refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( string ) constructor: attrType undefined", text,
+               attrType);
     }
-    guarded(
-        Layer{VELTOR_HERE, "System error in LDIF_Value( string ) constructor"}, [&] { type->fromStr(*this, given); },
-        [&](LDIF_Exception& failure) {
-            failure.value = given;
-            failure.attribute = nameOf(type);
-        });
+    guarded(Layer{VELTOR_HERE, "System error in LDIF_Value( string ) constructor"}, fromStr,
+            [&](LDIF_Exception& failure) {
+                failure.value = text;
+                failure.attribute = nameOf(attrType);
+            });
 }
 
 LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : LDIF_Value(type)
@@ -180,6 +196,15 @@ std::string LDIF_Value::str() const
     return attrType->toStr(*this);
 }
 
+void LDIF_Value::appendTo(std::string& text) const
+{
+    if (attrType != nullptr && attrType->toStr == cesToStr) {
+        text += text_.view();
+    } else {
+        text += str();
+    }
+}
+
 int LDIF_Value::compare(const LDIF_Value& other) const
 {
     if (attrType == nullptr || attrType->match == nullptr) {
@@ -195,7 +220,7 @@ int LDIF_Value::compare(const std::string& text) const
         refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", this->text(),
                attrType);
     }
-    return attrType->match(*this, LDIF_Value(attrType, text.c_str()));
+    return attrType->match(*this, LDIF_Value(attrType, std::string_view(text)));
 }
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Value& value)
@@ -244,7 +269,7 @@ void LDIF_Values::appendTo(std::string& text) const
     for (const auto& value : values) {
         text += name;
         text += ": ";
-        text += value.str();
+        value.appendTo(text);
         text += '\n';
     }
 }
@@ -260,8 +285,13 @@ void LDIF_Values::add(LDIF_Value&& candidate)
 
 LDIF_Values& LDIF_Values::operator+=(const std::string& text)
 {
-    add(LDIF_Value(type, text.c_str()));
+    addText(text);
     return *this;
+}
+
+void LDIF_Values::addText(std::string_view text)
+{
+    add(LDIF_Value(type, text));
 }
 
 LDIF_Values& LDIF_Values::operator+=(const LDIF_Value& value)
@@ -330,8 +360,12 @@ LDIF_Values& LDIF_Values::operator-=(const std::string& text)
     return guarded(
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator -="},
         [&]() -> LDIF_Values& {
-            if (const auto place = placeOf(text); place != values.cend()) {
-                values.remove(static_cast<std::size_t>(place - values.cbegin()));
+            if (values.empty()) {
+                return *this;
+            }
+            const auto place = values.placeOf(LDIF_Value(type, text.c_str()));
+            if (place.position != values.size()) {
+                values.remove(place.position);
             }
             return *this;
         },
@@ -350,7 +384,7 @@ void LDIF_Values::remove(const std::vector<std::string>& texts)
         }
         guarded(
             Layer{VELTOR_HERE, "System error in LDIF_Values::operator -="},
-            [&] { removal.remove(LDIF_Value(type, text.c_str())); },
+            [&] { removal.remove(LDIF_Value(type, std::string_view(text))); },
             [&](LDIF_Exception& failure) {
                 failure.attrType = type;
                 failure.value = text;
@@ -374,7 +408,8 @@ LDIF_Values::const_iterator LDIF_Values::placeOf(const std::string& text) const
     if (values.empty()) {
         return values.cend();
     }
-    return values.cbegin() + static_cast<std::ptrdiff_t>(values.placeOf(LDIF_Value(type, text.c_str())).position);
+    return values.cbegin() +
+           static_cast<std::ptrdiff_t>(values.placeOf(LDIF_Value(type, std::string_view(text))).position);
 }
 
 // ---- The list of values and its index ----

@@ -35,6 +35,8 @@ public:
     /// @throws LDIF_Exception the syntax's complaint, wrapped with the text and the type's name; 80/1000 for a
     ///         null type and for a failure of the system
     LDIF_Value(const _AttrType* type, const char* text);
+    /// The same without a string for a text that is surely right and written as it is stored.
+    LDIF_Value(const _AttrType* type, std::string_view text);
 
     /// Builds a value from a binary form of the given length in bytes.
     LDIF_Value(const _AttrType* type, const void* data, int length);
@@ -49,6 +51,9 @@ public:
 
     /// The text form, as the type gives it.
     std::string str() const;
+
+    /// Appends str() to a text.
+    void appendTo(std::string& text) const;
 
     /// Orders or equates by this value's type, whatever the type of the other.
     int compare(const LDIF_Value& other) const;
@@ -84,6 +89,8 @@ private:
         LDIF_DN* dn;
     };
 
+    template <class FromStr>
+    void build(std::string_view text, FromStr&& fromStr);
     bool hasDn() const { return holds_ >= Holds::dn; }
     bool hasBinary() const { return holds_ == Holds::small || holds_ == Holds::block; }
     void take(LDIF_Value& other) noexcept;
@@ -382,6 +389,9 @@ public:
     LDIF_Values& operator+=(const std::string& text);
     LDIF_Values& operator+=(const LDIF_Value& value);
     LDIF_Values& operator+=(const LDIF_Values& other);
+
+    /// What += does with a text.
+    void addText(std::string_view text);
 
     /// Removes the first value equal to the text; none is no error. @throws LDIF_Exception for a text that the
     /// type refuses, unless the list is empty
