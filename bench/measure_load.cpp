@@ -48,8 +48,8 @@ private:
     Duel measure(std::size_t entries) const
     {
         generateFile({.entries = entries, .tree = tree_, .order = order_}, file_);
-        return duel({yardstick_.program("bench_job"), "load", file_}, {yardstick_.program("bench_floor"), file_},
-                    yardstick_.rounds);
+        return duel(yardstick_, {yardstick_.program("bench_job"), "load", file_},
+                    {yardstick_.program("bench_floor"), file_});
     }
 
     void printRow(std::size_t size, const Duel& result)
@@ -59,8 +59,8 @@ private:
         double floorGrowth = std::nan("");
         if (size > 1) {
             // The start of the process does not grow; with it every growth would look smaller than it is.
-            const double seconds = result.seconds - start_.seconds;
-            const double floorSeconds = result.otherSeconds - start_.otherSeconds;
+            const double seconds = result.leastSeconds - start_.leastSeconds;
+            const double floorSeconds = result.otherLeastSeconds - start_.otherLeastSeconds;
             if (size >= smallestGrowing && firstSize_ == 0) {
                 firstSize_ = entries;
                 firstSeconds_ = seconds;
@@ -106,8 +106,8 @@ private:
 void measureLoad(Yardstick& yardstick)
 {
     std::printf("\nLoad: a process that loads the file and leaves, against the floor; CPU time, start included.\n"
-                "Peak: beyond that of a process with one entry. Growth: exponent of the time beyond the start,\n"
-                "from the first size of 1,000 or more on; at most %.2f.\n\n",
+                "Peak: beyond that of a process with one entry. Growth: exponent of the time beyond the start\n"
+                "(shortest rounds), from the first size of 1,000 or more on; at most %.2f.\n\n",
                 largestGrowth);
     const Table table({{"tree", "", -5},
                        {"order", "", -8},

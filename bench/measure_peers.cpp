@@ -61,6 +61,15 @@ std::string slapdConfiguration(const Yardstick& yardstick)
     return configuration;
 }
 
+/// Commands for augtool: the last entry, and why there is none.
+std::string augeasScript(const Yardstick& yardstick, const std::string& file, std::size_t entries)
+{
+    const std::string script = yardstick.file("augeas.txt");
+    std::ofstream(script) << "get /files" << file << "/@content/" << entries + 1
+                          << "/cn\nprint /augeas//error/message\n";
+    return script;
+}
+
 std::vector<Peer> peersOf(const Yardstick& yardstick, const std::string& file, std::size_t entries)
 {
     const std::string python = "/usr/bin/python3";
@@ -111,9 +120,18 @@ std::vector<Peer> peersOf(const Yardstick& yardstick, const std::string& file, s
          "augeas-tools",
          {"augtool", "--version"},
          {"augtool", "--noautoload", "--transform=Ldif.lns incl " + file,
-          "get /files" + file + "/@content/" + std::to_string(entries + 1) + "/cn"},
+          "--file=" + augeasScript(yardstick, file, entries)},
          "/cn = "},
     };
+}
+
+/// Where programs of all kinds say what went wrong.
+std::string lastLineOf(std::string output)
+{
+    constexpr std::size_t longest = 120;
+    output.erase(output.find_last_not_of(" \n") + 1);
+    const std::string line = output.substr(output.rfind('\n') + 1, longest);
+    return line.empty() ? "it says nothing" : line;
 }
 
 /// The readers in turn on one size of file.
@@ -215,8 +233,7 @@ private:
         if (outcome.outOfTime) {
             reason = "over " + std::to_string(patienceSeconds) + " s";
         } else {
-            const std::string line = outcome.output.substr(0, outcome.output.find('\n'));
-            reason = "can't take it: " + (line.empty() ? "no output" : line.substr(0, 60));
+            reason = "can't take it: " + lastLineOf(outcome.output);
         }
         table_.printRow({peer.name, peer.checks, shown(static_cast<double>(entries_)), reason});
     }

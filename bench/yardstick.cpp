@@ -40,16 +40,16 @@ Outcome runWell(const std::vector<std::string>& command, const Limits& limits)
     return outcome;
 }
 
-Duel duel(const std::vector<std::string>& first, const std::vector<std::string>& second, std::size_t rounds)
+Duel duel(const Yardstick& yardstick, const std::vector<std::string>& first, const std::vector<std::string>& second)
 {
-    constexpr double enoughSeconds = 1;
+    const double enoughSeconds = yardstick.quick ? 0.25 : 1;
     constexpr std::size_t mostRounds = 41;
     Duel result;
     std::vector<double> times;
     std::vector<double> otherTimes;
     std::vector<double> ratios;
     double spent = 0;
-    while (ratios.size() < rounds || (spent < enoughSeconds && ratios.size() < mostRounds)) {
+    while (ratios.size() < yardstick.rounds || (spent < enoughSeconds && ratios.size() < mostRounds)) {
         Outcome own;
         Outcome other;
         if (ratios.size() % 2 == 0) {
@@ -67,6 +67,8 @@ Duel duel(const std::vector<std::string>& first, const std::vector<std::string>&
         spent += own.cpuSeconds + other.cpuSeconds;
     }
     result.rounds = ratios.size();
+    result.leastSeconds = *std::min_element(times.begin(), times.end());
+    result.otherLeastSeconds = *std::min_element(otherTimes.begin(), otherTimes.end());
     result.seconds = median(std::move(times));
     result.otherSeconds = median(std::move(otherTimes));
     result.ratio = median(std::move(ratios));

@@ -46,16 +46,18 @@ struct Duel
 {
     double seconds = 0;      ///< of the first: median of CPU time
     double otherSeconds = 0; ///< of the second
-    double ratio = 0;        ///< first by second: median over the rounds
-    double peakBytes = 0;    ///< of the first, the most
+    double leastSeconds = 0; ///< of the first: its least disturbed round
+    double otherLeastSeconds = 0;
+    double ratio = 0;     ///< first by second: median over the rounds
+    double peakBytes = 0; ///< of the first, the most
     double otherPeakBytes = 0;
     std::size_t rounds = 0;
 };
 
-/// At least so many rounds; more of them while they are short, as these scatter more.
+/// As many rounds as the yardstick wants at least; more of them while they are short, as these scatter more.
 ///
 /// @throws std::runtime_error when one of the programs fails
-Duel duel(const std::vector<std::string>& first, const std::vector<std::string>& second, std::size_t rounds);
+Duel duel(const Yardstick& yardstick, const std::vector<std::string>& first, const std::vector<std::string>& second);
 
 // The parts, each with a table of its own on standard output.
 
