@@ -198,8 +198,8 @@ class Loader
 {
 public:
     Loader(FileText& text, LDIF_Entry& root, LDIF_Comment& trailingComment)
-        : ancestors_(text.view().size() / usualFamilyBytes), text_(text), reader_(text.view()), root_(root),
-          pending_(trailingComment)
+        : region_(text.isInChunks()), ancestors_(text.view().size() / usualFamilyBytes), text_(text),
+          reader_(text.view()), root_(root), pending_(trailingComment)
     {
     }
 
