@@ -15,6 +15,7 @@
 #include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -532,18 +533,29 @@ void LDIF_File::flush()
 
 // ---- Search ----
 
-LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
-                                      const LDIF_Filter& filter, const LDIF_AttrFilter& attributes, bool typesOnly)
+const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
 {
-    LDIF_Search_Results results(scope, filter, attributes, typesOnly);
     const LDIF_Entry* const entry = root.find(base);
     if (entry == nullptr) {
         LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
         failure.entryDn = printable(base);
         throw failure;
     }
-    results.addEntry(*entry, true);
+    return *entry;
+}
+
+LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
+                                      const LDIF_Filter& filter, const LDIF_AttrFilter& attributes, bool typesOnly)
+{
+    LDIF_Search_Results results(scope, filter, attributes, typesOnly);
+    results.addEntry(searchBase(base), true);
     return results;
+}
+
+std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Search_Results::Scope scope,
+                                                 const LDIF_Filter& filter)
+{
+    return veltor::detail::select(searchBase(base), scope, filter);
 }
 
 // ---- Authentication ----

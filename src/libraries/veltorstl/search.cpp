@@ -94,19 +94,30 @@ std::string bareFilter(const char* filter)
     return std::string(text);
 }
 
+/// The text form of a value: borrowed where the type stores it as it is, else the copy. A NUL ends it at the latest.
+std::string_view textForm(const LDIF_Value& value, std::string& copy)
+{
+    if (value.attrType != nullptr && value.attrType->toStr == cesToStr) {
+        return value.text();
+    }
+    copy = value.str();
+    return copy;
+}
+
 /// The clear text of a stored password, as the decoder allocated it.
-char* decodedText(const LDIF_Value& value, const std::string& entryDn, const LDIF_Attribute& attribute)
+char* decodedText(const LDIF_Value& value, const char* entryDn, const LDIF_Attribute& attribute)
 {
     constexpr std::size_t usualSize = 256;
     std::array<char, usualSize> usual;
     std::vector<char> large;
-    const std::string stored = value.str();
+    std::string copy;
+    const std::string_view stored = textForm(value, copy);
     char* encoded = usual.data();
     if (stored.size() >= usualSize) {
         large.resize(stored.size() + 1);
         encoded = large.data();
     }
-    std::memcpy(encoded, stored.c_str(), stored.size() + 1);
+    std::memcpy(encoded, stored.data(), stored.size() + 1);
     char* clear = nullptr;
     if (const int code = _slapd_utils_decode_buffer(encoded, &clear); code != 0) {
         LDIF_Exception failure(VELTOR_HERE, code, code, "_slapd_utils_decode_buffer();");
@@ -119,27 +130,37 @@ char* decodedText(const LDIF_Value& value, const std::string& entryDn, const LDI
     return clear;
 }
 
-void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*& first)
+/// Copies entries into nodes, with the attributes that were asked for.
+///
+/// @param first  receives the first node as soon as there is one, so that a failure can free what was made
+void copyOut(const std::vector<const LDIF_Entry*>& found, const LDIF_AttrFilter& wanted, bool decodes,
+             cfg_message*& first)
 {
-    if (results.entries.empty()) {
+    if (found.empty()) {
         return;
     }
     const auto passwordMatch = getAttrType("zor-slapdAdminPW")->match;
+    std::string dn;
+    std::string copy;
     Chain entries(first);
-    for (const auto& entry : results.entries) {
+    for (const LDIF_Entry* const entry : found) {
         cfg_message& entryOut = entries.append(entryNode);
-        const std::string dn = entry.dn.str();
+        dn.clear();
+        appendTo(dn, entry->dn);
         entryOut.text = copyOf(dn.c_str());
         Chain attributes(entryOut.children);
-        for (const auto& attribute : entry.attributes) {
+        for (const auto& attribute : entry->attributes) {
+            if (!wanted.empty() && wanted.count(attribute.name) == 0) {
+                continue;
+            }
             cfg_message& attributeOut = attributes.append(attributeNode);
             attributeOut.text = copyOf(attribute.name.c_str());
-            const bool decode = !attribute.values.empty() && store.getAuthentication() != 0 &&
-                                attribute.values.type->match == passwordMatch;
+            const bool decode = decodes && attribute.values.type->match == passwordMatch;
             Chain values(attributeOut.children);
             for (const auto& value : attribute.values) {
                 cfg_message& valueOut = values.append(valueNode);
-                valueOut.text = decode ? decodedText(value, dn, attribute) : copyOf(value.str().c_str());
+                valueOut.text =
+                    decode ? decodedText(value, dn.c_str(), attribute) : copyOf(textForm(value, copy).data());
             }
         }
     }
@@ -147,8 +168,7 @@ void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*&
 
 } // namespace
 
-int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int attrsonly,
-                 cfg_message** res)
+int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int, cfg_message** res)
 {
     if (res != nullptr) {
         *res = nullptr;
@@ -171,8 +191,8 @@ int cfg_search_s(void* handle, const char* base, int scope, const char* filter, 
             for (char** name = attrs; name != nullptr && *name != nullptr; ++name) {
                 attributes.insert(*name);
             }
-            copyOut(target.store->search(dn, scopeOf(scope), parsedFilter, attributes, attrsonly != 0), *target.store,
-                    *res);
+            copyOut(target.store->select(dn, scopeOf(scope), parsedFilter), attributes,
+                    target.store->getAuthentication() != 0, *res);
             return 0;
         } catch (const char*) {
             cfg_msgfree(*res);
