@@ -134,7 +134,7 @@ TEST(CompactText, OutlivesTheRegionItWasMadeIn)
     CompactText kept;
     CompactText copy;
     {
-        const LoadRegion region(0);
+        const LoadRegion region;
         CompactText text(sample(longest));
         copy = text;
         kept = std::move(text);

@@ -112,7 +112,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
 {
     const MappingWatch watch;
     {
-        const LoadRegion region(0);
+        const LoadRegion region;
         std::vector<Piece> pieces;
         for (int count = 0; count < 1000; ++count) {
             pieces.push_back(filled(40));
@@ -137,7 +137,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
 
 TEST(Region, PiecesAreAlignedAsAsked)
 {
-    const LoadRegion region(0);
+    const LoadRegion region;
     std::vector<Piece> pieces;
     for (const std::size_t alignment : {1U, 2U, 4U, 8U, 16U, 16U, 1U, 16U, 2U, 8U}) {
         pieces.push_back(filled(alignment + 1, alignment));
@@ -152,7 +152,7 @@ TEST(Region, ARegionThatGaveNothingMapsNothing)
 {
     const MappingWatch watch;
     {
-        const LoadRegion region(chunkBytes);
+        const LoadRegion region;
         EXPECT_EQ(watch.chunks(), 0U);
     }
     EXPECT_EQ(watch.chunks(), 0U);
@@ -163,7 +163,7 @@ TEST(Region, AChunkGoesBackWithItsLastPiece)
     const MappingWatch watch;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region(0);
+        const LoadRegion region;
         for (int count = 0; count < 10; ++count) {
             pieces.push_back(filled(64));
         }
@@ -184,7 +184,7 @@ TEST(Region, EachChunkGoesBackByItself)
     constexpr std::size_t pieceBytes = chunkBytes / 16;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region(chunkBytes);
+        const LoadRegion region;
         for (int count = 0; count < 45; ++count) {
             pieces.push_back(filled(pieceBytes));
         }
@@ -203,7 +203,7 @@ TEST(Region, AnotherThreadMayGivePiecesBack)
     const MappingWatch watch;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region(0);
+        const LoadRegion region;
         for (int count = 0; count < 20000; ++count) {
             pieces.push_back(filled(32));
         }
@@ -237,7 +237,7 @@ TEST(Region, AnotherThreadMayGivePiecesBack)
 
 TEST(Region, IsInForceOnItsOwnThreadAlone)
 {
-    const LoadRegion region(0);
+    const LoadRegion region;
     bool fromRegion = true;
     std::thread([&fromRegion] {
         const Piece piece = filled(16);
@@ -256,10 +256,10 @@ TEST(Region, MayBeNested)
     Piece outerPiece{};
     Piece innerPiece{};
     {
-        const LoadRegion outer(0);
+        const LoadRegion outer;
         outerPiece = filled(16);
         {
-            const LoadRegion inner(0);
+            const LoadRegion inner;
             innerPiece = filled(16);
             EXPECT_EQ(watch.chunks(), expectedChunks(2));
         }
@@ -282,7 +282,7 @@ TEST(Region, MayBeNested)
 TEST(Region, LargePiecesComeFromOperatorNew)
 {
     const MappingWatch watch;
-    const LoadRegion region(0);
+    const LoadRegion region;
     const Piece small = filled(16);
     const Piece large = filled(chunkBytes);
     EXPECT_FALSE(large.fromRegion);
@@ -304,7 +304,7 @@ TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
     }
     const MappingWatch watch;
     {
-        const LoadRegion region(0);
+        const LoadRegion region;
         mappingFails = true;
         EXPECT_THROW((void)obtain(16, 8), std::bad_alloc);
         mappingFails = false;

@@ -1,9 +1,11 @@
 // The store: load, write-back, search and authentication.
 #include "LDIF_File.h"
 
+#include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
 #include "LDIF_Line.h"
 #include "disk.h"
+#include "fold_hash.h"
 #include "region.h"
 
 #include "veltor/platform.h"
@@ -61,11 +63,77 @@ struct stat statusOf(const std::string& fileName)
 
 namespace veltor::detail {
 
+/// The names of a file: each spelling is looked up once.
+class NameTable
+{
+public:
+    struct Name
+    {
+        SharedName text;
+        const _AttrType* type = nullptr;
+        const char* behind = nullptr; // the text of a name that sorts before this one; texts live as long as the table
+    };
+
+    NameTable() { slots_.resize(fewest); }
+
+    Name& of(std::string_view text)
+    {
+        std::size_t position = hashBytes(hashSeed(), text);
+        for (;; ++position) {
+            Name& name = slots_[position & (slots_.size() - 1)];
+            if (name.type == nullptr) {
+                return add(text, name);
+            }
+            if (name.text == text) {
+                return name;
+            }
+        }
+    }
+
+    /// Every name that was asked for is in the table, so that no two names ever share an address.
+    bool isWhole() const { return isWhole_; }
+
+private:
+    static constexpr std::size_t fewest = 256;
+    static constexpr std::size_t most = 4096;
+
+    Name& add(std::string_view text, Name& slot)
+    {
+        Name name{SharedName(text), attrTypeOf(text)};
+        if (2 * (used_ + 1) <= slots_.size()) {
+            ++used_;
+            return slot = std::move(name);
+        }
+        if (slots_.size() >= most) {
+            // A file of ever new names: they are not worth keeping.
+            isWhole_ = false;
+            return passing_ = std::move(name);
+        }
+        std::vector<Name> old(2 * slots_.size());
+        old.swap(slots_);
+        used_ = 0;
+        for (Name& known : old) {
+            if (known.type != nullptr) {
+                of(known.text.str()) = known;
+            }
+        }
+        return of(text);
+    }
+
+    std::vector<Name> slots_; // a power of two, by the hash of the text
+    std::size_t used_ = 0;
+    Name passing_;
+    bool isWhole_ = true;
+};
+
 /// Adds attributes to an entry that is being read. Few go to their places one by one; of many, an index keeps the
 /// order, and they are sorted once in the end: a file may tell any number of attributes in any order.
 class AttributeCollector
 {
 public:
+    /// The attributes stand in no order for the time being.
+    bool isActive() const { return order_.has_value(); }
+
     void add(LDIF_Attributes& attributes, LDIF_Attribute&& attribute)
     {
         constexpr std::size_t few = 32;
@@ -130,8 +198,7 @@ class Loader
 {
 public:
     Loader(std::string_view text, LDIF_Entry& root, LDIF_Comment& trailingComment)
-        : region_(text.size()), ancestors_(text.size() / usualFamilyBytes), reader_(text), root_(root),
-          pending_(trailingComment)
+        : ancestors_(text.size() / usualFamilyBytes), reader_(text), root_(root), pending_(trailingComment)
     {
     }
 
@@ -195,8 +262,12 @@ private:
             openEntry(plain_.name, plain_.value);
             break;
         default:
-            line_ = plain_.line();
-            addAttributeOrKeepLine();
+            if (current_ != nullptr) {
+                addPlainAttributeOrKeepLine();
+            } else {
+                line_ = plain_.line();
+                addAttributeOrKeepLine();
+            }
             break;
         }
     }
@@ -245,8 +316,13 @@ private:
         if (current_ == nullptr) {
             return;
         }
-        collector_.finish(current_->attributes);
+        collector_.finish(attributes_);
         closing_ = true;
+        current_->attributes.reserve(attributes_.size());
+        for (LDIF_Attribute& attribute : attributes_) {
+            current_->attributes.push_back(std::move(attribute));
+        }
+        attributes_.clear();
         LDIF_Entry* const entry = current_.get();
         LDIF_Entry& ancestor = nearestKnown();
         last_ = {};
@@ -311,20 +387,82 @@ private:
         root_.attributes += std::move(attribute);
     }
 
-    /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root. When
-    /// the system fails nothing is known about the line: the load ends, and no good line is renamed on disk.
     void addAttributeOrKeepLine()
     {
         try {
             addAttribute();
         } catch (const LDIF_Exception& failure) {
-            if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
+            keepLine(failure);
+        }
+    }
+
+    void addPlainAttributeOrKeepLine()
+    {
+        try {
+            addPlainAttribute();
+        } catch (const LDIF_Exception& failure) {
+            line_ = plain_.line();
+            keepLine(failure);
+        }
+    }
+
+    /// Called in a catch block. A line that its attribute refuses is kept under another name, unless it breaks the
+    /// rules of the root. When the system fails nothing is known about the line: the load ends, and no good line is
+    /// renamed on disk.
+    void keepLine(const LDIF_Exception& failure)
+    {
+        if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
+            throw;
+        }
+        line_.changeToInvalidAttr();
+        dirty_ = true;
+        reprocess_ = true;
+    }
+
+    /// What addAttribute does in an entry, for the line that is lent.
+    void addPlainAttribute()
+    {
+        NameTable::Name& name = names_.of(plain_.name);
+        valueText_.assign(plain_.value);
+        LDIF_Attribute* const last = attributes_.empty() || collector_.isActive() ? nullptr : &attributes_.back();
+        if (last != nullptr && last->values.name.c_str() == name.text.c_str()) {
+            // One more value of the last attribute.
+            LDIF_Values values(name.text, name.type);
+            values += valueText_;
+            last->comment.absorb(std::move(pending_));
+            last->values.absorb(std::move(values));
+            return;
+        }
+        if (last != nullptr && isInOrder(*last, name)) {
+            attributes_.emplace_back(plain_.name, name.text, name.type);
+            try {
+                attributes_.back().values += valueText_;
+            } catch (...) {
+                attributes_.pop_back();
                 throw;
             }
-            line_.changeToInvalidAttr();
-            dirty_ = true;
-            reprocess_ = true;
+            attributes_.back().comment.absorb(std::move(pending_));
+            return;
         }
+        LDIF_Attribute attribute(plain_.name, name.text, name.type);
+        attribute.values += valueText_;
+        attribute.comment.absorb(std::move(pending_));
+        collector_.add(attributes_, std::move(attribute));
+    }
+
+    /// True when a name sorts behind the last attribute's. Files repeat themselves: what was compared once is known.
+    bool isInOrder(const LDIF_Attribute& last, NameTable::Name& name) const
+    {
+        const char* const text = last.values.name.c_str();
+        if (names_.isWhole() && name.behind == text) {
+            return true;
+        }
+        name.behind = text;
+        if (last.name.compare(name.text.c_str()) < 0) {
+            return true;
+        }
+        name.behind = nullptr;
+        return false;
     }
 
     void addAttribute()
@@ -333,7 +471,7 @@ private:
         attribute.comment.absorb(std::move(pending_));
         reprocess_ = false;
         if (current_ != nullptr) {
-            collector_.add(current_->attributes, std::move(attribute));
+            collector_.add(attributes_, std::move(attribute));
             return;
         }
         if (attribute.name == "VERSION") {
@@ -377,7 +515,10 @@ private:
     LDIF_Line line_;
     PlainLine plain_;
     std::string dnText_; // of the current entry
+    std::string valueText_;
     std::unique_ptr<LDIF_Entry> current_;
+    LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
+    NameTable names_;
     LDIF_Entry::Landing last_ = {}; // of the entry before it, if that is in the tree as it was read
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
@@ -466,7 +607,6 @@ std::string LDIF_File::rendered() const
     std::string text;
     // The file as it was is the best guess at its size.
     text.reserve(static_cast<std::size_t>(fileStatus.st_size) + 4096);
-    veltor::detail::adviseLargePages(text.data(), text.capacity());
     root.appendTreeTo(text);
     trailingComment.appendTo(text);
     return text;

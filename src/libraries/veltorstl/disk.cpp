@@ -2,7 +2,6 @@
 #include "disk.h"
 
 #include "LDIF_Exception.h"
-#include "region.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -91,7 +90,6 @@ FileText readWholeFile(const std::string& fileName)
     // One byte more than the file has, so that a single read finds its end; files that tell no size grow.
     std::size_t capacity = static_cast<std::size_t>(status.st_size) + 1;
     auto bytes = std::make_unique_for_overwrite<char[]>(capacity);
-    adviseLargePages(bytes.get(), capacity);
     std::size_t size = readUpTo(file, bytes.get(), capacity);
     while (size == capacity) {
         capacity = std::max<std::size_t>(2 * capacity, 65536);

@@ -261,7 +261,8 @@ private:
         }
     }
 
-    size_type grown() const { return std::max<size_type>(inPlace == 0 ? 4 : 2 * inPlace, size_ + size_ / 2 + 1); }
+    // From one on: most lists of a load stay that short, and what a region gave is not used again.
+    size_type grown() const { return std::max<size_type>(2 * inPlace, size_ + size_ / 2 + 1); }
 
     template <class... Arguments>
     reference emplaceInCapacity(Arguments&&... arguments)

@@ -29,7 +29,7 @@ constexpr bool piecewise = false;
 #endif
 
 /// A chunk at a multiple of its size; null when memory is short.
-void* mapChunk(bool largePages)
+void* mapChunk()
 {
     constexpr std::size_t twice = 2 * chunkBytes;
     void* const mapped =
@@ -43,31 +43,17 @@ void* mapChunk(bool largePages)
         munmap(begin, before);
     }
     munmap(begin + before + chunkBytes, chunkBytes - before);
-    if (largePages) {
-        adviseLargePages(begin + before, chunkBytes);
-    }
     return begin + before;
 }
 
 } // namespace
-
-void adviseLargePages(void* memory, std::size_t bytes) noexcept
-{
-    constexpr std::size_t pageBytes = 4096;
-    auto* const begin = static_cast<char*>(memory);
-    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) & (pageBytes - 1);
-    if (bytes >= chunkBytes) {
-        // A system that knows no large pages says so, and nothing is lost.
-        static_cast<void>(madvise(begin + before, bytes - before, MADV_HUGEPAGE));
-    }
-}
 
 void releaseChunk(ChunkHead* chunk) noexcept
 {
     munmap(chunk, chunkBytes);
 }
 
-LoadRegion::LoadRegion(std::size_t fileBytes) : outer_(regionInForce), largePages_(fileBytes >= chunkBytes / 2)
+LoadRegion::LoadRegion() : outer_(regionInForce)
 {
     regionInForce = piecewise ? nullptr : &cursor_;
 }
@@ -80,7 +66,7 @@ LoadRegion::~LoadRegion()
 
 bool LoadRegion::nextChunk()
 {
-    void* const memory = mapChunk(largePages_);
+    void* const memory = mapChunk();
     if (memory == nullptr) {
         return false;
     }

@@ -1,7 +1,7 @@
 // Memory for what a load builds.
 //
 // A load makes many small pieces that mostly live and die together. While a LoadRegion is in force they are laid
-// side by side in large chunks: no book-keeping for each piece, few page faults, and what is read together lies
+// side by side in large chunks: no book-keeping for each piece, no gaps, and what is read together lies
 // together. A piece does not depend on the region or on the store: each chunk counts the pieces in it that still
 // live and goes back to the system with the last of them, so a piece may be moved anywhere, also to another thread.
 //
@@ -79,10 +79,6 @@ inline void giveBack(void* memory, bool fromRegion) noexcept
     }
 }
 
-/// Asks for large pages under a block of memory that is about to be filled: one page fault instead of 512. A small
-/// block, and a system without large pages, are left as they are.
-void adviseLargePages(void* memory, std::size_t bytes) noexcept;
-
 /// Memory for an object whose class has an operator new of its own: where it came from stands in front of it.
 inline constexpr std::size_t markBytes = 8;
 
@@ -103,8 +99,7 @@ inline void giveBackMarked(void* object) noexcept
 class LoadRegion
 {
 public:
-    /// @param fileBytes  the size of the file that is about to be loaded: a small one is not worth large pages
-    explicit LoadRegion(std::size_t fileBytes);
+    LoadRegion();
     LoadRegion(const LoadRegion&) = delete;
     LoadRegion& operator=(const LoadRegion&) = delete;
     ~LoadRegion();
@@ -117,7 +112,6 @@ private:
 
     RegionCursor cursor_; // first: the cursor in force is the region
     RegionCursor* outer_;
-    bool largePages_;
 };
 
 } // namespace veltor::detail
