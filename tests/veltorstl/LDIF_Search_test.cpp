@@ -462,7 +462,7 @@ TEST(LdifFileSearch, TheValueToCompareWithIsBuiltOnceForAType)
         ++built;
         cesFromStr(value, text);
     };
-    _AttrType counting = *defaultAttrType;
+    _AttrType counting = *getAttrType("cn");
     counting.fromStr = counted;
     _AttrType other = counting;
 

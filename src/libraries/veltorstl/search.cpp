@@ -3,13 +3,13 @@
 #include "LDIF_Search.h"
 #include "LDIF_Util.h"
 #include "handle.h"
+#include "result_nodes.h"
 
 #include "veltor/cfg.h"
 #include "veltor/platform.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -19,18 +19,6 @@ namespace result = veltor::result;
 
 namespace {
 
-/// Thrown when a node or a text can't be allocated; the search answers 90 to it.
-constexpr const char* outOfMemory = "OUT OF MEMORY!";
-
-char* copyOf(const char* text)
-{
-    char* const copy = strdup(text);
-    if (copy == nullptr) {
-        throw outOfMemory;
-    }
-    return copy;
-}
-
 /// Appends nodes to a chain of one level. What is appended is reachable from the result at once, so that a
 /// failure half-way can free everything.
 class Chain
@@ -38,13 +26,8 @@ class Chain
 public:
     explicit Chain(cfg_message*& first) : end_(&first) {}
 
-    cfg_message& append(int kind)
+    cfg_message& append(cfg_message* node)
     {
-        auto* const node = static_cast<cfg_message*>(std::calloc(1, sizeof(cfg_message)));
-        if (node == nullptr) {
-            throw outOfMemory;
-        }
-        node->kind = kind;
         *end_ = node;
         end_ = &node->next;
         return *node;
@@ -104,8 +87,8 @@ std::string_view textForm(const LDIF_Value& value, std::string& copy)
     return copy;
 }
 
-/// The clear text of a stored password, as the decoder allocated it.
-char* decodedText(const LDIF_Value& value, const char* entryDn, const LDIF_Attribute& attribute)
+/// The clear text of a stored password.
+ClearText decodedText(const LDIF_Value& value, const char* entryDn, const LDIF_Attribute& attribute)
 {
     constexpr std::size_t usualSize = 256;
     std::array<char, usualSize> usual;
@@ -127,7 +110,7 @@ char* decodedText(const LDIF_Value& value, const char* entryDn, const LDIF_Attri
         failure.attribute = attribute.name;
         throw failure;
     }
-    return clear;
+    return ClearText(clear);
 }
 
 /// Copies entries into nodes, with the attributes that were asked for.
@@ -142,25 +125,21 @@ void copyOut(const std::vector<const LDIF_Entry*>& found, const LDIF_AttrFilter&
     const auto passwordMatch = getAttrType("zor-slapdAdminPW")->match;
     std::string dn;
     std::string copy;
+    NodeMaker make;
     Chain entries(first);
     for (const LDIF_Entry* const entry : found) {
-        cfg_message& entryOut = entries.append(entryNode);
         dn.clear();
         appendTo(dn, entry->dn);
-        entryOut.text = copyOf(dn.c_str());
-        Chain attributes(entryOut.children);
+        Chain attributes(entries.append(make.withCopy(entryNode, dn.c_str())).children);
         for (const auto& attribute : entry->attributes) {
             if (!wanted.empty() && wanted.count(attribute.name) == 0) {
                 continue;
             }
-            cfg_message& attributeOut = attributes.append(attributeNode);
-            attributeOut.text = copyOf(attribute.name.c_str());
             const bool decode = decodes && attribute.values.type->match == passwordMatch;
-            Chain values(attributeOut.children);
+            Chain values(attributes.append(make.withCopy(attributeNode, attribute.name.c_str())).children);
             for (const auto& value : attribute.values) {
-                cfg_message& valueOut = values.append(valueNode);
-                valueOut.text =
-                    decode ? decodedText(value, dn.c_str(), attribute) : copyOf(textForm(value, copy).data());
+                values.append(decode ? make.withClearText(valueNode, decodedText(value, dn.c_str(), attribute))
+                                     : make.withCopy(valueNode, textForm(value, copy).data()));
             }
         }
     }
