@@ -209,7 +209,11 @@ int cfg_count_values(char **values);
 /* Frees an array from cfg_get_values with its texts; nothing for null. */
 void cfg_value_free(char **values);
 
-/* Frees a node, what is below it and what follows it, in constant stack. Returns 0. */
+/*
+ * Frees a node, what is below it and what follows it, in constant stack. Returns 0. Nodes and texts of a result are
+ * freed in no other way: those of a large one share memory. A caller may take nodes out of a result and link in own
+ * ones, from calloc, with texts from malloc.
+ */
 int cfg_msgfree(cfg_message *result);
 
 /* Frees a cursor; nothing for null. */

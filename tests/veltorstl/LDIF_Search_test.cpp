@@ -455,6 +455,63 @@ TEST(LdifFileSearch, AForeignFailureOfTheWalkGoesThrough)
     EXPECT_THROW(store.search("o=x", 2, "cn=a"), std::range_error);
 }
 
+TEST(LdifFileSearch, TheValueToCompareWithIsBuiltOnceForAType)
+{
+    static int built = 0;
+    const auto counted = [](LDIF_Value& value, const std::string& text) {
+        ++built;
+        cesFromStr(value, text);
+    };
+    _AttrType counting = *getAttrType("cn");
+    counting.fromStr = counted;
+    _AttrType other = counting;
+
+    Store store;
+    const auto giveType = [&](const char* dn, const _AttrType& type) {
+        store.file.root.find(dnOf(dn))->attributes.find("cn")->values.type = &type;
+    };
+    for (const char* const dn : {"cn=b,o=x", "cn=a,o=x", "cn=leaf,cn=b,o=x", "cn=orphan,ou=missing,cn=b,o=x"}) {
+        giveType(dn, counting);
+    }
+    built = 0;
+    EXPECT_EQ(dnsOf(store.search("", 2, "cn=b")), Texts{"cn=b, o=x"});
+    EXPECT_EQ(built, 1);
+
+    // In the order of the walk b, leaf, orphan, a.
+    giveType("cn=leaf,cn=b,o=x", other);
+    built = 0;
+    EXPECT_EQ(dnsOf(store.search("", 2, "cn=a")), Texts{"cn=a, o=x"});
+    EXPECT_EQ(built, 3) << "a list of another type has values of that type";
+}
+
+TEST(LdifFileSearch, SelectGivesTheTreesOwnEntries)
+{
+    Store store;
+    const auto select = [&](const char* base, Results::Scope scope, const char* filter) {
+        return store.file.select(dnOf(base), scope, filterOf(filter));
+    };
+    const auto entry = [&](const char* dn) { return static_cast<const LDIF_Entry*>(store.file.root.find(dnOf(dn))); };
+    using Entries = std::vector<const LDIF_Entry*>;
+    EXPECT_EQ(select("cn=b,o=x", Results::subtree, "objectclass=top"),
+              (Entries{entry("cn=leaf,cn=b,o=x"), entry("cn=orphan,ou=missing,cn=b,o=x")}));
+    EXPECT_EQ(select("o=x", Results::oneLevel, "cn"), (Entries{entry("cn=b,o=x"), entry("cn=a,o=x")}));
+    EXPECT_EQ(select("o=x", Results::base, ""), Entries{entry("o=x")});
+    EXPECT_EQ(select("o=x", Results::base, "cn"), Entries{});
+    expectFailure(failureOf([&] { select("o=none", Results::base, ""); }), 32, 32, "Base entry not found");
+
+    const auto failure = failureOf([&] { select("o=x", Results::subtree, "zor-slapdPort=abc"); });
+    expectFailure(failure, 21, 1016, "Value is not valid integer syntax");
+    EXPECT_EQ(failure.srcFile, "LDIF_Search.cpp");
+    const auto searched = failureOf([&] { store.search("o=x", 2, "zor-slapdPort=abc"); });
+    EXPECT_EQ(searched.value, failure.value);
+    EXPECT_EQ(searched.attribute, failure.attribute);
+    for (const LDIF_Exception *left = &failure, *right = &searched; left != nullptr || right != nullptr;
+         left = left->nested, right = right->nested) {
+        ASSERT_TRUE(left != nullptr && right != nullptr) << "as many layers";
+        EXPECT_EQ(left->srcFile, right->srcFile);
+    }
+}
+
 // ---- What results hold ----
 
 TEST(LdifFileSearch, TheResultsKeepWhatWasAsked)

@@ -486,6 +486,17 @@ TEST_F(CfgSearch, AnEntryWhoseDnCantBePrintedFailsTheWholeSearch)
     EXPECT_EQ(found(handle.get(), "cn=a", subtree, nullptr), "cn=a\n");
 }
 
+TEST_F(CfgSearch, ComparisonsComeBeforeCopies)
+{
+    // The first entry can't be printed, the second can't be compared: the comparison is what the search tells of.
+    const Handle handle = bound("dn: cn=\nobjectclass: top\n\ndn: cn=b\nobjectclass: top\nzor-slapdPort: 389\n");
+    EXPECT_EQ(search(handle.get(), nullptr, subtree, nullptr).code, 34);
+    EXPECT_EQ(search(handle.get(), nullptr, subtree, "zor-slapdPort=abc").code, 21);
+    Names names{"cn"};
+    EXPECT_EQ(search(handle.get(), nullptr, subtree, "objectclass=top", names.list()).code, 34)
+        << "what is left out of an entry is nothing to its DN";
+}
+
 // ---- Passwords ----
 
 TEST_F(CfgSearch, PasswordsComeInClearForEveryBoundHandle)

@@ -428,12 +428,11 @@ private:
     void addPlainAttribute()
     {
         NameTable::Name& name = names_.of(plain_.name);
-        valueText_.assign(plain_.value);
         LDIF_Attribute* const last = attributes_.empty() || collector_.isActive() ? nullptr : &attributes_.back();
         if (last != nullptr && last->values.name.c_str() == name.text.c_str()) {
             // One more value of the last attribute.
             LDIF_Values values(name.text, name.type);
-            values += valueText_;
+            values.addText(plain_.value);
             last->comment.absorb(std::move(pending_));
             last->values.absorb(std::move(values));
             return;
@@ -441,7 +440,7 @@ private:
         if (last != nullptr && isInOrder(*last, name)) {
             attributes_.emplace_back(plain_.name, name.text, name.type);
             try {
-                attributes_.back().values += valueText_;
+                attributes_.back().values.addText(plain_.value);
             } catch (...) {
                 attributes_.pop_back();
                 throw;
@@ -450,7 +449,7 @@ private:
             return;
         }
         LDIF_Attribute attribute(plain_.name, name.text, name.type);
-        attribute.values += valueText_;
+        attribute.values.addText(plain_.value);
         attribute.comment.absorb(std::move(pending_));
         collector_.add(attributes_, std::move(attribute));
     }
@@ -521,7 +520,6 @@ private:
     LDIF_Line line_;
     PlainLine plain_;
     std::string dnText_; // of the current entry
-    std::string valueText_;
     std::unique_ptr<LDIF_Entry> current_;
     LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
     NameTable names_;
@@ -679,18 +677,29 @@ void LDIF_File::flush()
 
 // ---- Search ----
 
-LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
-                                      const LDIF_Filter& filter, const LDIF_AttrFilter& attributes, bool typesOnly)
+const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
 {
-    LDIF_Search_Results results(scope, filter, attributes, typesOnly);
     const LDIF_Entry* const entry = root.find(base);
     if (entry == nullptr) {
         LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
         failure.entryDn = printable(base);
         throw failure;
     }
-    results.addEntry(*entry, true);
+    return *entry;
+}
+
+LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
+                                      const LDIF_Filter& filter, const LDIF_AttrFilter& attributes, bool typesOnly)
+{
+    LDIF_Search_Results results(scope, filter, attributes, typesOnly);
+    results.addEntry(searchBase(base), true);
     return results;
+}
+
+std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Search_Results::Scope scope,
+                                                 const LDIF_Filter& filter)
+{
+    return veltor::detail::select(searchBase(base), scope, filter);
 }
 
 // ---- Authentication ----

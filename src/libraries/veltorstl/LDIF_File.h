@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <ldap.h>
 #include <sys/stat.h>
@@ -65,6 +66,11 @@ public:
     LDIF_Search_Results search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope, const LDIF_Filter& filter,
                                const LDIF_AttrFilter& attributes, bool typesOnly);
 
+    /// The entries that search() would copy, in its order: the tree's own, good until that changes.
+    /// @throws as search()
+    std::vector<const LDIF_Entry*> select(const LDIF_DN& base, LDIF_Search_Results::Scope scope,
+                                          const LDIF_Filter& filter);
+
     // Updates change the tree in memory; flush() writes it. Modification lists are null-terminated; values are
     // texts, or with LDAP_MOD_BVALUES the data of berval records, read up to the first NUL on purpose: their
     // length is not consulted. A list needs a type in every record and data in every berval (else 89/89).
@@ -101,6 +107,7 @@ public:
     int getAuthentication();
 
 private:
+    const LDIF_Entry& searchBase(const LDIF_DN& base);
     bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
     std::string rendered() const;

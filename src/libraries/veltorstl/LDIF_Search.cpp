@@ -67,6 +67,26 @@ std::string unescaped(const std::string& text)
     return value;
 }
 
+/// Calls `take` with each match in scope: depth first, parents before children.
+template <class Take>
+void visitMatches(const LDIF_Entry& entry, bool isBase, LDIF_Search_Results::Scope scope, const LDIF_Filter& filter,
+                  Take&& take)
+{
+    const bool whole = scope == LDIF_Search_Results::subtree;
+    const bool level = scope != LDIF_Search_Results::base && !whole && isBase;
+    veltor::detail::FilterRun run(filter);
+    veltor::detail::TreeWalk walk(entry);
+    // The base of a one-level search is tested all the same: a filter that can't be compared fails there too.
+    if (run.matches(entry) && !(scope == LDIF_Search_Results::oneLevel && isBase)) {
+        take(entry);
+    }
+    for (walk.next(whole || level); walk.current() != nullptr; walk.next(whole)) {
+        if (run.matches(*walk.current())) {
+            take(*walk.current());
+        }
+    }
+}
+
 } // namespace
 
 LDIF_Filter& LDIF_Filter::operator=(const std::string& text)
@@ -91,11 +111,7 @@ LDIF_Filter& LDIF_Filter::operator=(const std::string& text)
 
 bool LDIF_Filter::match(const LDIF_Entry& entry) const
 {
-    const auto found = entry.attributes.find(attribute);
-    if (found == entry.attributes.end()) {
-        return false;
-    }
-    return presence || found->values.find(value) != found->values.end();
+    return veltor::detail::FilterRun(*this).matches(entry);
 }
 
 LDIF_Search_Results::LDIF_Search_Results(Scope wantedScope, const LDIF_Filter& wantedFilter,
@@ -104,11 +120,8 @@ LDIF_Search_Results::LDIF_Search_Results(Scope wantedScope, const LDIF_Filter& w
 {
 }
 
-void LDIF_Search_Results::visit(const LDIF_Entry& entry, bool wanted)
+void LDIF_Search_Results::addCopy(const LDIF_Entry& entry)
 {
-    if (!filter.match(entry) || !wanted) {
-        return;
-    }
     LDIF_Entry copy(entry.dn);
     copy.dnLabel = entry.dnLabel;
     for (const auto& attribute : entry.attributes) {
@@ -121,16 +134,41 @@ void LDIF_Search_Results::visit(const LDIF_Entry& entry, bool wanted)
 
 void LDIF_Search_Results::addEntry(const LDIF_Entry& entry, const bool& isBase)
 {
-    const bool whole = scope == subtree;
-    const bool level = scope != base && !whole && isBase;
+    wrapping(Layer{VELTOR_HERE, ""},
+             [&] { visitMatches(entry, isBase, scope, filter, [&](const LDIF_Entry& match) { addCopy(match); }); });
+}
+
+// ---- Searches without copies ----
+
+bool veltor::detail::FilterRun::matches(const LDIF_Entry& entry)
+{
+    const auto found = entry.attributes.find(filter_.attribute);
+    if (found == entry.attributes.end()) {
+        return false;
+    }
+    if (filter_.presence) {
+        return true;
+    }
+    const LDIF_Values& list = found->values;
+    if (list.empty()) {
+        return false;
+    }
+    // Lists of one name have one type, unless somebody gave one of them another.
+    if (!candidate_ || candidate_->attrType != list.type) {
+        candidate_.emplace(list.type, filter_.value.c_str());
+    }
+    return std::any_of(list.begin(), list.end(),
+                       [&](const LDIF_Value& value) { return value.compare(*candidate_) == 0; });
+}
+
+std::vector<const LDIF_Entry*> veltor::detail::select(const LDIF_Entry& base, LDIF_Search_Results::Scope scope,
+                                                      const LDIF_Filter& filter)
+{
+    std::vector<const LDIF_Entry*> found;
     wrapping(Layer{VELTOR_HERE, ""}, [&] {
-        veltor::detail::TreeWalk walk(entry);
-        // The base of a one-level search is tested all the same: a filter that can't be compared fails there too.
-        visit(entry, !(scope == oneLevel && isBase));
-        for (walk.next(whole || level); walk.current() != nullptr; walk.next(whole)) {
-            visit(*walk.current(), true);
-        }
+        visitMatches(base, true, scope, filter, [&](const LDIF_Entry& match) { found.push_back(&match); });
     });
+    return found;
 }
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Search_Results& results)

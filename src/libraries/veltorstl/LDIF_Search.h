@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -65,8 +66,33 @@ public:
     void addEntry(const LDIF_Entry& entry, const bool& isBase);
 
 private:
-    void visit(const LDIF_Entry& entry, bool wanted);
+    void addCopy(const LDIF_Entry& entry);
 };
+
+namespace veltor::detail {
+
+/// A filter at work on one entry after the other: what it compares with is built once for a type.
+class FilterRun
+{
+public:
+    /// @param filter  must outlive the run
+    explicit FilterRun(const LDIF_Filter& filter) : filter_(filter) {}
+
+    /// What LDIF_Filter::match() says of the entry. @throws as that
+    bool matches(const LDIF_Entry& entry);
+
+private:
+    const LDIF_Filter& filter_;
+    // Built when there is a value to compare with, and not before: without one, no text is wrong.
+    std::optional<LDIF_Value> candidate_;
+};
+
+/// What a search for copies would find, in its order: entries of the tree itself, good until that changes.
+/// @throws what comparing with the filter's value raises, with this position
+std::vector<const LDIF_Entry*> select(const LDIF_Entry& base, LDIF_Search_Results::Scope scope,
+                                      const LDIF_Filter& filter);
+
+} // namespace veltor::detail
 
 /// The results as text: their number, then each entry's DN line and attributes.
 std::ostream& operator<<(std::ostream& stream, const LDIF_Search_Results& results);

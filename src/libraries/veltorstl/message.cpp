@@ -1,11 +1,13 @@
 // Walking and releasing search results.
 #include "handle.h"
+#include "result_nodes.h"
 
 #include "veltor/cfg.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <utility>
 
 using namespace veltor::detail;
 namespace result = veltor::result;
@@ -187,21 +189,23 @@ void cfg_value_free(char** values)
 
 int cfg_msgfree(cfg_message* result)
 {
-    // Children are put in front of what follows their parent, so the whole tree is one chain that is freed from
-    // its head: no stack, whatever its length.
-    while (result != nullptr) {
-        if (result->children != nullptr) {
-            cfg_message* last = result->children;
-            while (last->next != nullptr) {
-                last = last->next;
-            }
-            last->next = result->next;
-            result->next = result->children;
+    // A node whose children are being freed keeps the way back to the node above it in their place: no stack, however
+    // deep or long the tree.
+    NodeRelease nodes;
+    cfg_message* above = nullptr;
+    for (cfg_message* node = result; node != nullptr;) {
+        if (node->children != nullptr) {
+            cfg_message* const child = std::exchange(node->children, above);
+            above = std::exchange(node, child);
+            continue;
         }
-        cfg_message* const next = result->next;
-        std::free(result->text);
-        std::free(result);
-        result = next;
+        cfg_message* const next = node->next;
+        nodes.release(node);
+        node = next;
+        if (node == nullptr && above != nullptr) {
+            node = above;
+            above = std::exchange(node->children, nullptr);
+        }
     }
     return 0;
 }

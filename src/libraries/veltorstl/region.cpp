@@ -13,8 +13,6 @@ namespace {
 
 // Keeps the count of a chunk that is being filled above zero, whatever is given back meanwhile.
 constexpr std::size_t filling = std::size_t{1} << 40U;
-// Larger pieces would leave much of a chunk unused.
-constexpr std::size_t largestPiece = chunkBytes / 8;
 constexpr std::size_t headBytes = 64;
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -27,6 +27,9 @@ struct Piece
 /// Chunks are aligned to their size, so that a piece finds the head of its chunk.
 inline constexpr std::size_t chunkBytes = std::size_t{2} << 20U;
 
+// Larger pieces would leave much of a chunk unused.
+inline constexpr std::size_t largestPiece = chunkBytes / 8;
+
 struct ChunkHead
 {
     std::atomic<std::size_t> live; // pieces in use; a large number more while the chunk is being filled
@@ -70,17 +73,34 @@ inline Piece obtain(std::size_t bytes, std::size_t alignment)
     return {cursor->next - bytes, true};
 }
 
+/// Memory from the region in force; null without one, and for a piece that is too large for a chunk.
+/// @throws std::bad_alloc
+inline void* obtainFromRegion(std::size_t bytes, std::size_t alignment)
+{
+    return regionInForce == nullptr || bytes > largestPiece ? nullptr : obtain(bytes, alignment).memory;
+}
+
+/// The chunk in which a piece from a region lies.
+inline ChunkHead* chunkOf(const void* memory) noexcept
+{
+    return reinterpret_cast<ChunkHead*>(reinterpret_cast<std::uintptr_t>(memory) & ~std::uintptr_t{chunkBytes - 1});
+}
+
+/// Takes so many pieces of a chunk back. Thread-safe.
+inline void giveBackPieces(ChunkHead* chunk, std::size_t count) noexcept
+{
+    if (chunk->live.fetch_sub(count, std::memory_order_acq_rel) == count) {
+        releaseChunk(chunk);
+    }
+}
+
 /// Takes a piece back. Thread-safe.
 inline void giveBack(void* memory, bool fromRegion) noexcept
 {
-    if (!fromRegion) {
+    if (fromRegion) {
+        giveBackPieces(chunkOf(memory), 1);
+    } else {
         ::operator delete(memory);
-        return;
-    }
-    auto* const chunk =
-        reinterpret_cast<ChunkHead*>(reinterpret_cast<std::uintptr_t>(memory) & ~std::uintptr_t{chunkBytes - 1});
-    if (chunk->live.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        releaseChunk(chunk);
     }
 }
 

@@ -3,13 +3,13 @@
 #include "LDIF_Search.h"
 #include "LDIF_Util.h"
 #include "handle.h"
+#include "result_nodes.h"
 
 #include "veltor/cfg.h"
 #include "veltor/platform.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -19,18 +19,6 @@ namespace result = veltor::result;
 
 namespace {
 
-/// Thrown when a node or a text can't be allocated; the search answers 90 to it.
-constexpr const char* outOfMemory = "OUT OF MEMORY!";
-
-char* copyOf(const char* text)
-{
-    char* const copy = strdup(text);
-    if (copy == nullptr) {
-        throw outOfMemory;
-    }
-    return copy;
-}
-
 /// Appends nodes to a chain of one level. What is appended is reachable from the result at once, so that a
 /// failure half-way can free everything.
 class Chain
@@ -38,13 +26,8 @@ class Chain
 public:
     explicit Chain(cfg_message*& first) : end_(&first) {}
 
-    cfg_message& append(int kind)
+    cfg_message& append(cfg_message* node)
     {
-        auto* const node = static_cast<cfg_message*>(std::calloc(1, sizeof(cfg_message)));
-        if (node == nullptr) {
-            throw outOfMemory;
-        }
-        node->kind = kind;
         *end_ = node;
         end_ = &node->next;
         return *node;
@@ -94,19 +77,30 @@ std::string bareFilter(const char* filter)
     return std::string(text);
 }
 
-/// The clear text of a stored password, as the decoder allocated it.
-char* decodedText(const LDIF_Value& value, const std::string& entryDn, const LDIF_Attribute& attribute)
+/// The text form of a value: borrowed where the type stores it as it is, else the copy. A NUL ends it at the latest.
+std::string_view textForm(const LDIF_Value& value, std::string& copy)
+{
+    if (value.attrType != nullptr && value.attrType->toStr == cesToStr) {
+        return value.text();
+    }
+    copy = value.str();
+    return copy;
+}
+
+/// The clear text of a stored password.
+ClearText decodedText(const LDIF_Value& value, const char* entryDn, const LDIF_Attribute& attribute)
 {
     constexpr std::size_t usualSize = 256;
     std::array<char, usualSize> usual;
     std::vector<char> large;
-    const std::string stored = value.str();
+    std::string copy;
+    const std::string_view stored = textForm(value, copy);
     char* encoded = usual.data();
     if (stored.size() >= usualSize) {
         large.resize(stored.size() + 1);
         encoded = large.data();
     }
-    std::memcpy(encoded, stored.c_str(), stored.size() + 1);
+    std::memcpy(encoded, stored.data(), stored.size() + 1);
     char* clear = nullptr;
     if (const int code = _slapd_utils_decode_buffer(encoded, &clear); code != 0) {
         LDIF_Exception failure(VELTOR_HERE, code, code, "_slapd_utils_decode_buffer();");
@@ -116,30 +110,36 @@ char* decodedText(const LDIF_Value& value, const std::string& entryDn, const LDI
         failure.attribute = attribute.name;
         throw failure;
     }
-    return clear;
+    return ClearText(clear);
 }
 
-void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*& first)
+/// Copies entries into nodes, with the attributes that were asked for.
+///
+/// @param first  receives the first node as soon as there is one, so that a failure can free what was made
+void copyOut(const std::vector<const LDIF_Entry*>& found, const LDIF_AttrFilter& wanted, bool decodes,
+             cfg_message*& first)
 {
-    if (results.entries.empty()) {
+    if (found.empty()) {
         return;
     }
     const auto passwordMatch = getAttrType("zor-slapdAdminPW")->match;
+    std::string dn;
+    std::string copy;
+    NodeMaker make;
     Chain entries(first);
-    for (const auto& entry : results.entries) {
-        cfg_message& entryOut = entries.append(entryNode);
-        const std::string dn = entry.dn.str();
-        entryOut.text = copyOf(dn.c_str());
-        Chain attributes(entryOut.children);
-        for (const auto& attribute : entry.attributes) {
-            cfg_message& attributeOut = attributes.append(attributeNode);
-            attributeOut.text = copyOf(attribute.name.c_str());
-            const bool decode = !attribute.values.empty() && store.getAuthentication() != 0 &&
-                                attribute.values.type->match == passwordMatch;
-            Chain values(attributeOut.children);
+    for (const LDIF_Entry* const entry : found) {
+        dn.clear();
+        appendTo(dn, entry->dn);
+        Chain attributes(entries.append(make.withCopy(entryNode, dn.c_str())).children);
+        for (const auto& attribute : entry->attributes) {
+            if (!wanted.empty() && wanted.count(attribute.name) == 0) {
+                continue;
+            }
+            const bool decode = decodes && attribute.values.type->match == passwordMatch;
+            Chain values(attributes.append(make.withCopy(attributeNode, attribute.name.c_str())).children);
             for (const auto& value : attribute.values) {
-                cfg_message& valueOut = values.append(valueNode);
-                valueOut.text = decode ? decodedText(value, dn, attribute) : copyOf(value.str().c_str());
+                values.append(decode ? make.withClearText(valueNode, decodedText(value, dn.c_str(), attribute))
+                                     : make.withCopy(valueNode, textForm(value, copy).data()));
             }
         }
     }
@@ -147,8 +147,7 @@ void copyOut(const LDIF_Search_Results& results, LDIF_File& store, cfg_message*&
 
 } // namespace
 
-int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int attrsonly,
-                 cfg_message** res)
+int cfg_search_s(void* handle, const char* base, int scope, const char* filter, char** attrs, int, cfg_message** res)
 {
     if (res != nullptr) {
         *res = nullptr;
@@ -171,8 +170,8 @@ int cfg_search_s(void* handle, const char* base, int scope, const char* filter, 
             for (char** name = attrs; name != nullptr && *name != nullptr; ++name) {
                 attributes.insert(*name);
             }
-            copyOut(target.store->search(dn, scopeOf(scope), parsedFilter, attributes, attrsonly != 0), *target.store,
-                    *res);
+            copyOut(target.store->select(dn, scopeOf(scope), parsedFilter), attributes,
+                    target.store->getAuthentication() != 0, *res);
             return 0;
         } catch (const char*) {
             cfg_msgfree(*res);
