@@ -6,6 +6,7 @@
 #include "list.h"
 
 #include <string>
+#include <utility>
 
 /// Comment lines in file order, each kept whole with its "#". An entry's comment also keeps blank lines.
 class LDIF_Comment
@@ -20,10 +21,19 @@ public:
     virtual std::string str() const;
 
     /// What += would do with the other's lines, which are given up.
-    void absorb(LDIF_Comment&& other);
+    void absorb(LDIF_Comment&& other)
+    {
+        // Most attributes have no comment.
+        if (!other.lines.empty()) {
+            append(std::move(other));
+        }
+    }
 
     /// Appends str() to a text.
     void appendTo(std::string& text) const;
+
+private:
+    void append(LDIF_Comment&& other);
 };
 
 #endif

@@ -728,7 +728,8 @@ void DnMemory::lend(std::string_view text, const LDIF_DN& dn)
 
 void parse(LDIF_DN& dn, std::string_view text)
 {
-    if (!isPlainAscii(text)) {
+    const DnMemory* const memory = DnMemory::inForce();
+    if (!isAsciiWithoutNul(text) || !(memory != nullptr ? memory->readsAscii() : localeReadsAscii())) {
         cisString stripped = std::string(text);
         stripLeading(stripped);
         if (!stripped.empty()) {

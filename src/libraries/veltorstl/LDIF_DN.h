@@ -395,6 +395,9 @@ public:
 
     static DnMemory* inForce() { return inForce_; }
 
+    /// What localeReadsAscii() says: as long as a memory is in force the locale stays what it is.
+    bool readsAscii() const { return readsAscii_; }
+
     /// The RDN that was remembered for a text; null if none was.
     const RdnRef* find(std::string_view text) const;
     void remember(std::string_view text, const RdnRef& rdn);
@@ -419,6 +422,7 @@ private:
     std::vector<Slot> slots_; // a power of two; one slot serves all texts whose hashes end alike
     std::string lentText_;
     const LDIF_DN* lent_ = nullptr;
+    bool readsAscii_ = localeReadsAscii();
 };
 
 } // namespace veltor::detail

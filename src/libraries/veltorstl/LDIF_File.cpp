@@ -73,11 +73,40 @@ public:
         SharedName text;
         const _AttrType* type = nullptr;
         const char* behind = nullptr; // the text of a name that sorts before this one; texts live as long as the table
+        std::size_t next = 0;         // where the name stands that followed this one
     };
 
     NameTable() { slots_.resize(fewest); }
 
     Name& of(std::string_view text)
+    {
+        // Entries resemble each other: mostly the same name follows, or the name comes again.
+        Name& last = slots_[last_];
+        Name& next = slots_[last.next];
+        if (next.text == text && next.type != nullptr) {
+            last_ = last.next;
+            return next;
+        }
+        if (last.text == text && last.type != nullptr) {
+            return last;
+        }
+        Name& name = lookedUp(text);
+        if (&name != &passing_) {
+            const auto position = static_cast<std::size_t>(&name - slots_.data());
+            slots_[last_].next = position;
+            last_ = position;
+        }
+        return name;
+    }
+
+    /// Every name that was asked for is in the table, so that no two names ever share an address.
+    bool isWhole() const { return isWhole_; }
+
+private:
+    static constexpr std::size_t fewest = 256;
+    static constexpr std::size_t most = 4096;
+
+    Name& lookedUp(std::string_view text)
     {
         std::size_t position = hashBytes(hashSeed(), text);
         for (;; ++position) {
@@ -90,13 +119,6 @@ public:
             }
         }
     }
-
-    /// Every name that was asked for is in the table, so that no two names ever share an address.
-    bool isWhole() const { return isWhole_; }
-
-private:
-    static constexpr std::size_t fewest = 256;
-    static constexpr std::size_t most = 4096;
 
     Name& add(std::string_view text, Name& slot)
     {
@@ -113,16 +135,19 @@ private:
         std::vector<Name> old(2 * slots_.size());
         old.swap(slots_);
         used_ = 0;
+        last_ = 0;
         for (Name& known : old) {
             if (known.type != nullptr) {
-                of(known.text.str()) = known;
+                known.next = 0;
+                lookedUp(known.text.str()) = known;
             }
         }
-        return of(text);
+        return lookedUp(text);
     }
 
     std::vector<Name> slots_; // a power of two, by the hash of the text
     std::size_t used_ = 0;
+    std::size_t last_ = 0; // where the name stands that was asked for last
     Name passing_;
     bool isWhole_ = true;
 };

@@ -115,6 +115,9 @@ bool isPlainAscii(std::string_view text);
 /// The same without a look at the text.
 bool localeReadsAscii();
 
+/// The same without a look at the locale.
+bool isAsciiWithoutNul(std::string_view text);
+
 /// True for the six ASCII characters that every locale counts as white space.
 constexpr bool isAsciiSpace(char character)
 {
