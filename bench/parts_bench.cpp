@@ -101,8 +101,8 @@ void readInto(LDIF_Entry& root, const std::string& text)
 LDIF_Entry generatedEntry()
 {
     LDIF_Entry root;
-    readInto(root, veltor::bench::configuration(2, Tree::wide));
-    return *root.find(parsed(veltor::bench::entryDn(1, 2, Tree::wide)));
+    readInto(root, veltor::bench::configuration({.entries = 2, .tree = Tree::wide}));
+    return *root.find(parsed(veltor::bench::entryDn(1, {.entries = 2, .tree = Tree::wide})));
 }
 
 // ---- Line reader ----
@@ -110,7 +110,7 @@ LDIF_Entry generatedEntry()
 // The lines of a generated file in memory.
 void lineReader(benchmark::State& state)
 {
-    const std::string text = veltor::bench::configuration(1000, Tree::mixed);
+    const std::string text = veltor::bench::configuration({});
     std::size_t lines = 0;
     for (auto _ : state) {
         veltor::detail::LineReader reader(text);
@@ -147,7 +147,7 @@ BENCHMARK(lineReaderContinuations)->Arg(2)->Arg(1000)->Arg(100000);
 // The same lines from a stream.
 void lineFromStream(benchmark::State& state)
 {
-    const std::string text = veltor::bench::configuration(1000, Tree::mixed);
+    const std::string text = veltor::bench::configuration({});
     std::size_t lines = 0;
     for (auto _ : state) {
         std::istringstream stream(text);
@@ -413,7 +413,7 @@ std::vector<LDIF_DN> dnsOf(std::size_t entries, Tree tree)
 {
     std::vector<LDIF_DN> dns;
     for (std::size_t position = 0; position < entries; ++position) {
-        dns.push_back(parsed(veltor::bench::entryDn(position, entries, tree)));
+        dns.push_back(parsed(veltor::bench::entryDn(position, {.entries = entries, .tree = tree})));
     }
     return dns;
 }
@@ -460,7 +460,7 @@ void find(benchmark::State& state, Tree tree)
 // A tree of whole entries freed.
 void release(benchmark::State& state, Tree tree)
 {
-    const std::string text = veltor::bench::configuration(sizeOf(state), tree);
+    const std::string text = veltor::bench::configuration({.entries = sizeOf(state), .tree = tree});
     for (auto _ : state) {
         state.PauseTiming();
         auto root = std::make_unique<LDIF_Entry>();
@@ -540,7 +540,7 @@ BENCHMARK(renderEntryToStream);
 void renderStore(benchmark::State& state, Tree tree)
 {
     LDIF_Entry root;
-    readInto(root, veltor::bench::configuration(sizeOf(state), tree));
+    readInto(root, veltor::bench::configuration({.entries = sizeOf(state), .tree = tree}));
     for (auto _ : state) {
         std::ostringstream stream;
         stream << root;

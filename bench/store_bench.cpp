@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include <unistd.h>
@@ -26,7 +25,7 @@ public:
         : path_(std::filesystem::temp_directory_path() /
                 ("veltor-bench-" + std::to_string(getpid()) + "-" + std::to_string(entries)))
     {
-        std::ofstream(path_, std::ios::binary) << veltor::bench::configuration(entries, tree);
+        veltor::bench::generateFile({.entries = entries, .tree = tree}, path_);
     }
     BenchFile(const BenchFile&) = delete;
     BenchFile& operator=(const BenchFile&) = delete;
@@ -73,7 +72,8 @@ void baseSearch(benchmark::State& state, Tree tree)
     for (auto _ : state) {
         position = (position + 7919) % entries;
         cfg_message* result = nullptr;
-        cfg_search_s(handle, veltor::bench::entryDn(position, entries, tree).c_str(), 0, nullptr, nullptr, 0, &result);
+        cfg_search_s(handle, veltor::bench::entryDn(position, {.entries = entries, .tree = tree}).c_str(), 0, nullptr,
+                     nullptr, 0, &result);
         if (result == nullptr) {
             state.SkipWithError("entry not found");
         }

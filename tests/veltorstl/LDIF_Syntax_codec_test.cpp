@@ -423,3 +423,52 @@ TEST_F(SyntaxPwCodec, UndecodableStoredPasswordFailsTheComparisonsOfTheList)
     EXPECT_NE(removed->nested, nullptr);
     EXPECT_EQ(list.str(), "zor-slapdAdminPW: >2bad<\n");
 }
+
+TEST_F(SyntaxPwCodec, ManyPasswordsAreDecodedOnceOrTwiceEach)
+{
+    // Each against each would be half a million times.
+    constexpr int count = 1000;
+    LDIF_Values list("zor-slapdAdminPW");
+    for (int key = 0; key < count; ++key) {
+        list += ">2secret" + std::to_string(key) + "<";
+    }
+    ASSERT_EQ(list.size(), static_cast<std::size_t>(count));
+    EXPECT_LT(codec.decodeCalls.size(), 2U * count);
+    codec.decodeCalls.clear();
+    for (int key = 0; key < count; ++key) {
+        list += "secret" + std::to_string(key);
+    }
+    ASSERT_EQ(list.size(), static_cast<std::size_t>(count));
+    // The new one for its key, and both to be sure that they are equal.
+    EXPECT_LE(codec.decodeCalls.size(), 3U * count);
+}
+
+TEST_F(SyntaxPwCodec, UndecodablePasswordAmongManyComplainsAsAmongFew)
+{
+    for (const int count : {3, 100}) {
+        SCOPED_TRACE(count);
+        codec.refusedText.clear();
+        LDIF_Values list("zor-slapdAdminPW");
+        for (int key = 0; key < count; ++key) {
+            list += ">2secret" + std::to_string(key) + "<";
+        }
+        codec.decodeCode = 84;
+        codec.refusedText = ">2secret1<";
+        LDIF_Values copy(list);
+        const auto left = failureOf([&] { copy += "another"; });
+        ASSERT_TRUE(left.has_value());
+        EXPECT_EQ(left->ldapErr, 84);
+        EXPECT_EQ(left->msg, "_slapd_utils_decode_buffer( left );");
+        EXPECT_EQ(left->value, ">2secret1<");
+        // What stands before it is found all the same.
+        EXPECT_FALSE(failureOf([&] { copy += "secret0"; }).has_value());
+        EXPECT_EQ(copy.size(), static_cast<std::size_t>(count));
+
+        codec.refusedText = ">2bad<";
+        const auto right = failureOf([&] { list += ">2bad<"; });
+        ASSERT_TRUE(right.has_value());
+        EXPECT_EQ(right->msg, "_slapd_utils_decode_buffer( right );");
+        EXPECT_EQ(right->value, ">2bad<");
+        EXPECT_EQ(list.size(), static_cast<std::size_t>(count));
+    }
+}

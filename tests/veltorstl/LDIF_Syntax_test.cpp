@@ -16,6 +16,8 @@
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 using veltor::test::LocaleGuard;
@@ -1105,4 +1107,167 @@ TEST(SyntaxPw, ValueWithoutTextIsTheSmallest)
     EXPECT_EQ(pwCompare(secret, empty), 1);
     EXPECT_EQ(pwCompare(empty, secret), -1);
     EXPECT_EQ(pwCompare(empty, empty), 0);
+}
+
+// ---- The road without a string ----
+
+namespace {
+
+/// A text of pieces that mean something to some syntax, often with the right number of characters to meet a bound.
+rc::Gen<std::string> anyText()
+{
+    static const std::vector<std::string> pieces = {
+        "",    "0",    "1",   "389",   "65535", "65536", "12288", "2147483647", "2147483648", "-1",
+        "+7",  "007",  " ",   "(",     ")",     "\t",    "x",     "true",       "FALSE",      "Sha",
+        "V2",  "ldap", "SSL", "m",     "s",     ">",     "<",     ">1234<",     ">2X0<",      "cn=a",
+        "o=x", ",",    " ; ", "cn=a+", "cn=(",  "\\2C",  "\\zz",  "\"q\"",      "#41",        "1.3.47.0.2.26.1",
+        "ü",   "\xFF", "é"};
+    const auto joined = rc::gen::map(rc::gen::container<std::vector<std::string>>(rc::gen::elementOf(pieces)),
+                                     [](const std::vector<std::string>& parts) {
+                                         std::string text;
+                                         for (const auto& part : parts) {
+                                             text += part;
+                                         }
+                                         return text;
+                                     });
+    const auto repeated =
+        rc::gen::map(rc::gen::pair(rc::gen::elementOf(std::vector<std::size_t>{1, 7, 8, 9, 15, 16, 45, 46, 47, 1023,
+                                                                               1024, 1025, 4096, 4097}),
+                                   rc::gen::element('x', '1', '0', ' ')),
+                     [](const std::pair<std::size_t, char>& run) { return std::string(run.first, run.second); });
+    return rc::gen::oneOf(rc::gen::elementOf(pieces), joined, repeated,
+                          rc::gen::map(rc::gen::inRange(-10, 70000), [](int number) { return std::to_string(number); }),
+                          rc::gen::map(rc::gen::arbitrary<std::string>(),
+                                       [](const std::string& text) { return text.substr(0, text.find('\0')); }));
+}
+
+struct Facts
+{
+    std::string text;
+    std::string binary;
+    std::optional<std::string> dn;
+
+    bool operator==(const Facts&) const = default;
+};
+
+Facts factsOf(const LDIF_Value& value)
+{
+    Facts facts;
+    facts.text = value.text();
+    if (value.binaryLength > 0) {
+        facts.binary.assign(static_cast<const char*>(value.binary()), static_cast<std::size_t>(value.binaryLength));
+    }
+    if (value.dn() != nullptr) {
+        facts.dn = value.dn()->str();
+    }
+    return facts;
+}
+
+/// The facts of a failure of a value's constructor that come from the syntax.
+void expectSameFailure(const std::optional<LDIF_Exception>& failure, const std::optional<LDIF_Exception>& expected)
+{
+    RC_ASSERT(failure.has_value() == expected.has_value());
+    if (failure.has_value()) {
+        RC_ASSERT(failure->ldapErr == expected->ldapErr);
+        RC_ASSERT(failure->extErr == expected->extErr);
+        RC_ASSERT(failure->msg == expected->msg);
+        RC_ASSERT(failure->value == expected->value);
+        RC_ASSERT(failure->attrType == expected->attrType);
+        RC_ASSERT(failure->nested != nullptr);
+        RC_ASSERT(failure->nested->msg == expected->msg);
+    }
+}
+
+} // namespace
+
+RC_GTEST_PROP(SyntaxPlainText, GivesWhatFromStrGives, ())
+{
+    const std::string text = *anyText();
+    for (const char* const localeName : bothLocales) {
+        const LocaleGuard guard(localeName);
+        for (const _AttrType& type : attrMapArray) {
+            LDIF_Value expected = blank(&type);
+            const auto refused = failureOf([&] { type.fromStr(expected, text); });
+            LDIF_Value value = blank(&type);
+            bool isPlain = false;
+            const auto failure = failureOf([&] { isPlain = veltor::detail::setPlainText(value, text); });
+            if (isPlain) {
+                RC_ASSERT(!refused.has_value());
+                RC_ASSERT(factsOf(value) == factsOf(expected));
+            } else if (failure.has_value()) {
+                RC_ASSERT(refused.has_value());
+                RC_ASSERT(failure->msg == refused->msg);
+            } else {
+                RC_ASSERT(factsOf(value) == factsOf(blank(&type)));
+            }
+            // And so it is for whoever builds values.
+            std::optional<LDIF_Value> built;
+            expectSameFailure(failureOf([&] { built.emplace(&type, std::string_view(text)); }), refused);
+            if (built) {
+                RC_ASSERT(factsOf(*built) == factsOf(expected));
+            }
+        }
+    }
+}
+
+TEST(SyntaxPlainText, ServesWhatFilesMostlySay)
+{
+    // The texts that need no second look, and some that do.
+    struct Row
+    {
+        const char* attribute;
+        const char* text;
+        bool isPlain;
+    };
+    const Row rows[] = {
+        {"cn", "", true},
+        {"cn", "Some Name (of two parts)", true},
+        {"unknown", "anything \xFF", true},
+        {"zor-slapdDbName", "12345678", true},
+        {"zor-slapdDbName", "123456789", false},
+        {"zor-slapdDbName", "", false},
+        {"zor-slapdPort", "389", true},
+        {"zor-slapdPort", "65535", true},
+        {"zor-slapdPort", "65536", false},
+        {"zor-slapdPort", "0", false},
+        {"zor-slapdSizeLimit", "0", true},
+        {"zor-slapdSizeLimit", "999999999", true},
+        {"zor-slapdSizeLimit", "1000000000", false},
+        {"zor-slapdSizeLimit", "0389", false},
+        {"zor-slapdSizeLimit", " 389", false},
+        {"zor-slapdSizeLimit", "", false},
+        {"zor-slapdSslCipherSpecs", "12288", true},
+        {"zor-slapdSslCipherSpecs", "0", true},
+        {"zor-slapdSslCipherSpecs", "1", false},
+        {"zor-slapdReadOnly", "true", true},
+        {"zor-slapdReadOnly", "TRUE", true},
+        {"zor-slapdReadOnly", "tru", false},
+        {"zor-slapdReadOnly", "truest", false},
+        {"zor-slapdReadOnly", "", false},
+        {"zor-slapdAdminPW", ">12345<", true},
+        {"zor-slapdAdminPW", "secret", false},
+        {"zor-slapdAdminPW", "", false},
+        {"zor-slapdAdminDN", "cn=a, o=x", true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.attribute + ": "s + row.text);
+        LDIF_Value value = blank(getAttrType(row.attribute));
+        EXPECT_EQ(veltor::detail::setPlainText(value, row.text), row.isPlain);
+        EXPECT_EQ(value.text(), row.isPlain ? row.text : "");
+    }
+}
+
+TEST(SyntaxPlainText, IsNoRoadForAForeignSyntax)
+{
+    _AttrType type = *getAttrType("cn");
+    type.fromStr = [](LDIF_Value& value, const std::string& text) { value.setText("<" + text + ">"); };
+    EXPECT_EQ(LDIF_Value(&type, "a").str(), "<a>");
+    LDIF_Value value = blank(&type);
+    EXPECT_FALSE(veltor::detail::setPlainText(value, "a"));
+    type = *getAttrType("zor-slapdReadOnly");
+    type.enumValues = nullptr;
+    EXPECT_FALSE(veltor::detail::setPlainText(value, "true"));
+    type = *getAttrType("zor-slapdSslCipherSpecs");
+    type.bitmask = 0;
+    EXPECT_FALSE(veltor::detail::setPlainText(value, "0"));
 }

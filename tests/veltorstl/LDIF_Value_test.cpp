@@ -664,6 +664,28 @@ TEST(LdifValues, TextEndsAtANulByte)
     EXPECT_EQ(textsOf(listOf("cn", {"a\0b"s, "\0"s})), (Texts{"a", ""}));
 }
 
+TEST(LdifValues, AddTextDoesWhatAddingATextDoes)
+{
+    LDIF_Values list("zor-slapdPort");
+    const std::string_view text = "389 and more";
+    list.addText(text.substr(0, 3));
+    list.addText("0389");
+    list.addText(std::string_view("636\0x", 5));
+    EXPECT_EQ(textsOf(list), (Texts{"389", "636"}));
+    EXPECT_EQ(numberOf(*list.begin()), 389);
+    const auto failure = failureOf([&] { list.addText("abc"); });
+    const auto expected = failureOf([&] { list += "abc"s; });
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_EQ(failure->dump(), expected->dump());
+    list.addText("1");
+    EXPECT_EQ(list.size(), 3U);
+    LDIF_Values names("cn");
+    names.addText({});
+    EXPECT_EQ(textsOf(names), Texts{""});
+    LDIF_Values flags("zor-slapdReadOnly");
+    EXPECT_TRUE(failureOf([&] { flags.addText({}); }).has_value());
+}
+
 TEST(LdifValues, ValuesAreAddedByTheirTexts)
 {
     LDIF_Values list("zor-slapdPort");

@@ -15,6 +15,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 using veltor::test::FailingAllocator;
 using veltor::test::Request;
@@ -236,4 +237,60 @@ TEST(LdifValuesMemory, FailureOfEachListOperationIsItsOwn)
     const std::string text = "the text of a value that is not there";
     const auto removing = messagesOf([&](LDIF_Values& list) { list -= text; });
     EXPECT_EQ(removing.count("System error in LDIF_Values::operator -="), 1U);
+}
+
+TEST(LdifValuesMemory, ManyValuesAreTakenInOrNotAtAll)
+{
+    // Around where a list grows and gets its index: without memory for the index it is walked, and nobody can tell.
+    const auto textOf = [](int key) { return "a value of more than sixteen letters, " + std::to_string(key); };
+    for (const int count : {1, 2, 15, 16, 17, 31, 32, 33, 64}) {
+        SCOPED_TRACE(count);
+        for (std::size_t nth = 1;; ++nth) {
+            ASSERT_LT(nth, limit);
+            LDIF_Values list("cn");
+            for (int key = 0; key < count; ++key) {
+                list += textOf(key);
+            }
+            const std::string added = textOf(count);
+            const std::string present = textOf(count - 1);
+            bool wasAdded = false;
+            const Outcome outcome = withFailing(nth, [&] {
+                list += added;
+                wasAdded = true;
+                list += present;
+            });
+            EXPECT_EQ(list.size(), static_cast<std::size_t>(count + (wasAdded ? 1 : 0)));
+            for (int key = 0; key < count; ++key) {
+                ASSERT_EQ(std::as_const(list).find(textOf(key)) - std::as_const(list).begin(), key);
+            }
+            if (!outcome.requestFailed) {
+                EXPECT_TRUE(wasAdded);
+                break;
+            }
+        }
+    }
+}
+
+TEST(LdifValuesMemory, AValueThatCannotBeTakenOverIsNamed)
+{
+    const std::string first = "the first value of more than sixteen letters";
+    const std::string second = "the second value of more than sixteen letters";
+    bool failedOnce = false;
+    for (std::size_t nth = 1;; ++nth) {
+        ASSERT_LT(nth, limit);
+        LDIF_Values list("cn");
+        list += first;
+        LDIF_Values other("cn");
+        other += second;
+        const Outcome outcome = withFailing(nth, [&] { list.absorb(std::move(other)); });
+        if (!outcome.requestFailed) {
+            break;
+        }
+        if (outcome.failure) {
+            failedOnce = true;
+            EXPECT_EQ(outcome.failure->value, second);
+            EXPECT_EQ(list.size(), 1U);
+        }
+    }
+    EXPECT_TRUE(failedOnce);
 }

@@ -3,8 +3,11 @@
 #define VELTOR_LDIF_ATTRTYPE_H
 
 #include "LDIF_AttrTypeRecord.h"
+#include "fold_hash.h"
 
 #include <array>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -160,6 +163,17 @@ const _AttrType* attrTypeOf(std::string_view name);
 /// True when a type's syntax stores the text form of a value unchanged, so that a value need not be built again
 /// from its text. DN values may read back differently; types of foreign syntaxes are not known.
 bool textReadsBackEqual(const _AttrType& type);
+
+/// What fromStr of the value's type does with a text that has no NUL, without a string for it, where the text is surely
+/// right and normal. False, with the value as it was: fromStr has to look, and to complain.
+/// @throws for DNs what fromStr throws; std::bad_alloc
+bool setPlainText(LDIF_Value& value, std::string_view text);
+
+/// A hash of what the comparison of a value's type sees of it: values that compare equal have equal hashes. None when
+/// the type's functions are not those of a syntax above, and when a comparison would complain about the value.
+///
+/// @param fold  of the locale in force
+std::optional<std::uint64_t> matchHash(const LDIF_Value& value, FoldTable fold) noexcept;
 
 } // namespace veltor::detail
 

@@ -197,8 +197,9 @@ private:
 class Loader
 {
 public:
-    Loader(std::string_view text, LDIF_Entry& root, LDIF_Comment& trailingComment)
-        : ancestors_(text.size() / usualFamilyBytes), reader_(text), root_(root), pending_(trailingComment)
+    Loader(FileText& text, LDIF_Entry& root, LDIF_Comment& trailingComment)
+        : ancestors_(text.view().size() / usualFamilyBytes), text_(text), reader_(text.view()), root_(root),
+          pending_(trailingComment)
     {
     }
 
@@ -207,6 +208,10 @@ public:
     {
         while (!ended_) {
             step();
+            // What was read makes room for what it says.
+            if (void* const chunk = text_.giveUpChunkBefore(reader_.position()); chunk != nullptr) {
+                region_.donate(chunk);
+            }
         }
     }
 
@@ -509,6 +514,7 @@ private:
     // First, so that they are in force for all that follows.
     LoadRegion region_;
     DnMemory ancestors_;
+    FileText& text_;
     LineReader reader_;
     LDIF_Entry& root_;
     LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
@@ -546,14 +552,14 @@ bool LDIF_File::refresh()
     if (inMemory_ && status.st_mtime == fileStatus.st_mtime) {
         return false;
     }
-    const auto text = translating(
+    auto text = translating(
         Layer{VELTOR_HERE, "System error reading file"}, [&] { return veltor::detail::readWholeFile(fileName); },
         [&](LDIF_Exception& failure) { failure.configFile = fileName; });
 
     inMemory_ = false;
     trailingComment.lines.clear();
     root.clear();
-    const bool dirty = load(text.view());
+    const bool dirty = load(text);
     fileStatus = status;
     inMemory_ = true;
     if (dirty) {
@@ -562,10 +568,10 @@ bool LDIF_File::refresh()
     return true;
 }
 
-/// Reads a text into the empty tree.
+/// Reads a text, which it uses up, into the empty tree.
 ///
 /// @return true when lines were kept as zor-slapdInvalidLine, so that the file has to be written
-bool LDIF_File::load(std::string_view text)
+bool LDIF_File::load(veltor::detail::FileText& text)
 {
     std::optional<veltor::detail::Loader> loader;
     try {

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <ldap.h>
@@ -17,7 +16,7 @@
 
 namespace veltor::detail {
 
-class Loader;
+class FileText;
 
 /// True when every record of a modification list has a type, and every berval in it has data.
 bool isSound(LDAPMod** mods);
@@ -109,7 +108,7 @@ public:
 
 private:
     const LDIF_Entry& searchBase(const LDIF_DN& base);
-    bool load(std::string_view text);
+    bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
     std::string rendered() const;
 

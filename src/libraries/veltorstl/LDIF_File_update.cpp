@@ -92,13 +92,10 @@ void deleteValues(LDIF_Entry& entry, const LDAPMod& mod, const std::vector<std::
         entry.attributes.erase(attribute);
         return;
     }
-    for (const auto& text : texts) {
-        attribute->values -= text;
-        if (attribute->values.empty()) {
-            // What else is to be deleted is gone with it.
-            entry.attributes.erase(attribute);
-            return;
-        }
+    attribute->values.remove(texts);
+    if (attribute->values.empty()) {
+        // What else is to be deleted is gone with it.
+        entry.attributes.erase(attribute);
     }
 }
 

@@ -82,6 +82,9 @@ public:
     /// @return false when it is of another kind: nothing was read then, and next() has to
     bool nextPlain(PlainLine& line);
 
+    /// Where the next line begins. Nothing before it is looked at again.
+    std::size_t position() const { return position_; }
+
     /// 1-based number of the last physical line consumed, 0 at the start.
     int lineNumber() const { return lineNumber_; }
 

@@ -40,13 +40,19 @@ constexpr int bitmaskBroken = 1019;
     throw failure;
 }
 
-/// The text form of a value, borrowed where the type stores it as it is.
+/// True where the type of a value stores the text form as it is.
+bool storesTextForm(const LDIF_Value& value)
+{
+    return value.attrType != nullptr && value.attrType->toStr == cesToStr;
+}
+
+/// The text form of a value, borrowed where that is stored.
 class TextForm
 {
 public:
     explicit TextForm(const LDIF_Value& value)
     {
-        if (value.attrType != nullptr && value.attrType->toStr == cesToStr) {
+        if (storesTextForm(value)) {
             text_ = value.text();
         } else {
             copy_ = value.str();
@@ -66,6 +72,18 @@ private:
     std::string_view text_;
 };
 
+/// Compares the text forms of two values, both of which end in a NUL.
+template <class Compare>
+int onTextForms(const LDIF_Value& left, const LDIF_Value& right, Compare compare)
+{
+    if (storesTextForm(left) && storesTextForm(right)) {
+        return compare(left.text(), right.text());
+    }
+    const TextForm leftText(left);
+    const TextForm rightText(right);
+    return compare(*leftText, *rightText);
+}
+
 std::string lengthMessage(const char* what, std::int32_t min, std::int32_t max)
 {
     return std::string(what) + "length must be " + std::to_string(min) + " to " + std::to_string(max) + " characters";
@@ -77,9 +95,27 @@ void store(LDIF_Value& value, std::int32_t number)
     value.setText(std::to_string(number));
 }
 
+/// True when a text is neither too short nor too long. A bound of 0 leaves its side open.
+bool isLongEnough(const _AttrType& type, std::string_view text)
+{
+    return (type.min == 0 || text.size() >= static_cast<std::uint32_t>(type.min)) &&
+           (type.max == 0 || text.size() <= static_cast<std::uint32_t>(type.max));
+}
+
 bool inRange(const _AttrType& type, std::int32_t number)
 {
     return type.min <= number && number <= type.max;
+}
+
+/// The same for a number in a text, where two zero bounds mean no range.
+bool isRightNumber(const _AttrType& type, std::int32_t number)
+{
+    return (type.min == 0 && type.max == 0) || inRange(type, number);
+}
+
+bool hasRightBits(const _AttrType& type, std::int32_t number)
+{
+    return (static_cast<std::uint32_t>(number) & ~static_cast<std::uint32_t>(type.bitmask)) == 0;
 }
 
 [[noreturn]] void refuseIntRange(int line, std::string_view text, const _AttrType* type)
@@ -101,8 +137,7 @@ std::int32_t numberOf(const LDIF_Value& value)
 
 void checkMask(const LDIF_Value& value, std::string_view text)
 {
-    const auto number = static_cast<std::uint32_t>(numberOf(value));
-    if ((number & ~static_cast<std::uint32_t>(value.attrType->bitmask)) != 0) {
+    if (!hasRightBits(*value.attrType, numberOf(value))) {
         refuse(__LINE__, result::invalidSyntax, bitmaskBroken, "Bits in value are not within bitmask constraint", text,
                value.attrType);
     }
@@ -172,31 +207,67 @@ bool veltor::detail::textReadsBackEqual(const _AttrType& type)
                                       fromStr == maskFromStr || fromStr == pwFromStr);
 }
 
+std::optional<std::uint64_t> veltor::detail::matchHash(const LDIF_Value& value, FoldTable fold) noexcept
+{
+    const _AttrType* const type = value.attrType;
+    if (type == nullptr || type->toStr != cesToStr) {
+        return std::nullopt;
+    }
+    const auto match = type->match;
+    if (match == cesCompare) {
+        return hashBytes(hashSeed(), value.text());
+    }
+    if (match == cisCompare) {
+        return hashFolded(hashSeed(), value.text(), fold);
+    }
+    if (match == intCompare) {
+        if (value.binary() == nullptr || value.binaryLength != static_cast<int>(sizeof(std::int32_t))) {
+            return std::nullopt;
+        }
+        return hashBytes(hashSeed(), {static_cast<const char*>(value.binary()), sizeof(std::int32_t)});
+    }
+    if (match == dnCompare && value.dn() != nullptr) {
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = 0; level < value.dn()->size(); ++level) {
+            hash = mixed(hash, value.dn()->shared(level).hash(fold));
+        }
+        return hash;
+    }
+    if (match == pwCompare) {
+        try {
+            const Decoded clear = decoded(value, "");
+            return hashBytes(hashSeed(), clear == nullptr ? std::string_view() : std::string_view(clear.get()));
+        } catch (...) {
+            // The comparison will say what is wrong.
+            return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
 // ---- ces: text, compared byte by byte ----
 
 int cesCompare(const LDIF_Value& left, const LDIF_Value& right)
 {
-    const TextForm leftText(left);
-    const TextForm rightText(right);
-    const int difference =
-        std::memcmp(leftText->data(), rightText->data(), std::min(leftText->size(), rightText->size()));
-    if (difference != 0) {
-        return difference;
-    }
-    const auto lengths = static_cast<std::ptrdiff_t>(leftText->size()) - static_cast<std::ptrdiff_t>(rightText->size());
-    return static_cast<int>(std::clamp<std::ptrdiff_t>(lengths, INT_MIN, INT_MAX));
+    return onTextForms(left, right, [](std::string_view leftText, std::string_view rightText) {
+        const int difference =
+            std::memcmp(leftText.data(), rightText.data(), std::min(leftText.size(), rightText.size()));
+        if (difference != 0) {
+            return difference;
+        }
+        const auto lengths =
+            static_cast<std::ptrdiff_t>(leftText.size()) - static_cast<std::ptrdiff_t>(rightText.size());
+        return static_cast<int>(std::clamp<std::ptrdiff_t>(lengths, INT_MIN, INT_MAX));
+    });
 }
 
 void cesFromStr(LDIF_Value& value, const std::string& text)
 {
     const _AttrType* const type = value.attrType;
-    const std::int32_t min = type != nullptr ? type->min : 0;
-    const std::int32_t max = type != nullptr ? type->max : 0;
-    // A bound of 0 leaves its side open.
-    if ((min != 0 && text.size() < static_cast<std::uint32_t>(min)) ||
-        (max != 0 && text.size() > static_cast<std::uint32_t>(max))) {
+    if (type != nullptr && !isLongEnough(*type, text)) {
         const std::string what = type->name != nullptr ? std::string(type->name) + " " : std::string();
-        refuse(__LINE__, result::invalidSyntax, lengthRange, lengthMessage(what.c_str(), min, max), text, type);
+        refuse(__LINE__, result::invalidSyntax, lengthRange, lengthMessage(what.c_str(), type->min, type->max), text,
+               type);
     }
     value.setText(text);
 }
@@ -226,15 +297,31 @@ const void* cesToBin(const LDIF_Value& value, int& length)
 
 int cisCompare(const LDIF_Value& left, const LDIF_Value& right)
 {
-    const TextForm leftText(left);
-    const TextForm rightText(right);
-    if (leftText->empty()) {
-        return rightText->empty() ? 0 : -1;
-    }
-    return rightText->empty() ? 1 : strcasecmp(leftText.cText(), rightText.cText());
+    return onTextForms(left, right, [](std::string_view leftText, std::string_view rightText) {
+        if (leftText.empty()) {
+            return rightText.empty() ? 0 : -1;
+        }
+        return rightText.empty() ? 1 : strcasecmp(leftText.data(), rightText.data());
+    });
 }
 
 // ---- enum: one of a list ----
+
+namespace {
+
+/// True for one of a type's allowed values in any letter case. The text has no NUL.
+bool isAllowed(const _AttrType& type, std::string_view text)
+{
+    for (const char* const* allowed = type.enumValues; *allowed != nullptr; ++allowed) {
+        const bool begins = text.empty() || strncasecmp(*allowed, text.data(), text.size()) == 0;
+        if (begins && (*allowed)[text.size()] == '\0') {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
 
 void enumFromStr(LDIF_Value& value, const std::string& text)
 {
@@ -242,10 +329,8 @@ void enumFromStr(LDIF_Value& value, const std::string& text)
         refuse(__LINE__, result::other, unexpected, "Enumerated values undefined", text, value.attrType);
     }
     cisFromStr(value, text);
-    for (const char* const* allowed = value.attrType->enumValues; *allowed != nullptr; ++allowed) {
-        if (strcasecmp(*allowed, value.cText()) == 0) {
-            return;
-        }
+    if (isAllowed(*value.attrType, value.cText())) {
+        return;
     }
     refuse(__LINE__, result::invalidSyntax, enumInvalid, "value not one of attrType.enumValues", text, value.attrType);
 }
@@ -292,8 +377,7 @@ void intFromStr(LDIF_Value& value, const std::string& text)
         refuseIntRange(__LINE__, text, type);
     }
     const auto number = static_cast<std::int32_t>(negative ? 0U - magnitude : magnitude);
-    // Two zero bounds mean no range here. Binary input knows no such exemption.
-    if (type != nullptr && (type->min != 0 || type->max != 0) && !inRange(*type, number)) {
+    if (type != nullptr && !isRightNumber(*type, number)) {
         refuseIntRange(__LINE__, text, type);
     }
     store(value, number);
@@ -368,11 +452,20 @@ int dnCompare(const LDIF_Value& left, const LDIF_Value& right)
     return leftDn.compare(dnOf(right, parsed[1]));
 }
 
-void dnFromStr(LDIF_Value& value, const std::string& text)
+namespace {
+
+void setDnText(LDIF_Value& value, std::string_view text)
 {
     std::string normalForm;
     value.setDn(parsedDn(text, value.attrType, &normalForm));
     value.setText(normalForm);
+}
+
+} // namespace
+
+void dnFromStr(LDIF_Value& value, const std::string& text)
+{
+    setDnText(value, text);
 }
 
 void dnFromBin(LDIF_Value& value, const void* data, int length)
@@ -382,6 +475,16 @@ void dnFromBin(LDIF_Value& value, const void* data, int length)
 }
 
 // ---- pw: a password, stored encoded ----
+
+namespace {
+
+/// This shape alone tells an encoded password from a clear one.
+bool isEncoded(std::string_view text)
+{
+    return !text.empty() && text.front() == '>' && text.back() == '<';
+}
+
+} // namespace
 
 int pwCompare(const LDIF_Value& left, const LDIF_Value& right)
 {
@@ -412,8 +515,7 @@ void pwFromStr(LDIF_Value& value, const std::string& text)
                 lo = value.attrType->min > 0 ? value.attrType->min : lo;
                 hi = value.attrType->max >= lo ? value.attrType->max : hi;
             }
-            // This shape alone tells an encoded password from a clear one.
-            if (!text.empty() && text.front() == '>' && text.back() == '<') {
+            if (isEncoded(text)) {
                 value.setText(text);
                 return;
             }
@@ -432,4 +534,58 @@ void pwFromStr(LDIF_Value& value, const std::string& text)
             failure.value = text;
             failure.attrType = value.attrType;
         });
+}
+
+// ---- The road of most values: right, and written as they are stored ----
+
+namespace {
+
+/// A number that is nothing but digits in its shortest form, and surely fits.
+std::optional<std::int32_t> plainNumber(std::string_view text)
+{
+    constexpr std::size_t fewDigits = 9;
+    if (text.empty() || text.size() > fewDigits || (text.front() == '0' && text.size() > 1)) {
+        return std::nullopt;
+    }
+    std::int32_t number = 0;
+    for (const char character : text) {
+        if (character < '0' || character > '9') {
+            return std::nullopt;
+        }
+        number = number * 10 + (character - '0');
+    }
+    return number;
+}
+
+} // namespace
+
+bool veltor::detail::setPlainText(LDIF_Value& value, std::string_view text)
+{
+    const _AttrType& type = *value.attrType;
+    const auto fromStr = type.fromStr;
+    if (fromStr == cesFromStr) {
+        if (!isLongEnough(type, text)) {
+            return false;
+        }
+    } else if (fromStr == intFromStr || fromStr == maskFromStr) {
+        const auto number = plainNumber(text);
+        if (!number || !isRightNumber(type, *number) ||
+            (fromStr == maskFromStr && (type.bitmask == 0 || !hasRightBits(type, *number)))) {
+            return false;
+        }
+        value.setText(text);
+        value.setBinary(&*number, sizeof *number);
+        return true;
+    } else if (fromStr == enumFromStr) {
+        if (type.enumValues == nullptr || !isLongEnough(type, text) || !isAllowed(type, text)) {
+            return false;
+        }
+    } else if (fromStr == dnFromStr) {
+        setDnText(value, text);
+        return true;
+    } else if (fromStr != pwFromStr || !isEncoded(text)) {
+        return false;
+    }
+    value.setText(text);
+    return true;
 }

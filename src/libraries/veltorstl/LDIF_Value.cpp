@@ -35,16 +35,32 @@ const char* nameOf(const _AttrType* type)
 LDIF_Value::LDIF_Value(const _AttrType* type, const char* text) : LDIF_Value(type)
 {
     const std::string given = text == nullptr ? "" : text;
-    if (type == nullptr) {
-        refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( string ) constructor: attrType undefined", given,
-               type);
+    build(given, [&] { type->fromStr(*this, given); });
+}
+
+LDIF_Value::LDIF_Value(const _AttrType* type, std::string_view text) : LDIF_Value(type)
+{
+    const std::string_view given = text.substr(0, text.find('\0'));
+    build(given, [&] {
+        if (!veltor::detail::setPlainText(*this, given)) {
+            type->fromStr(*this, std::string(given));
+        }
+    });
+}
+
+/// Lets the syntax fill in the value.
+template <class FromStr>
+void LDIF_Value::build(std::string_view text, FromStr&& fromStr)
+{
+    if (attrType == nullptr) {
+        refuse(__LINE__, veltor::result::other, "Illegal LDIF_Value( string ) constructor: attrType undefined", text,
+               attrType);
     }
-    guarded(
-        Layer{VELTOR_HERE, "System error in LDIF_Value( string ) constructor"}, [&] { type->fromStr(*this, given); },
-        [&](LDIF_Exception& failure) {
-            failure.value = given;
-            failure.attribute = nameOf(type);
-        });
+    guarded(Layer{VELTOR_HERE, "System error in LDIF_Value( string ) constructor"}, fromStr,
+            [&](LDIF_Exception& failure) {
+                failure.value = text;
+                failure.attribute = nameOf(attrType);
+            });
 }
 
 LDIF_Value::LDIF_Value(const _AttrType* type, const void* data, int length) : LDIF_Value(type)
@@ -180,6 +196,15 @@ std::string LDIF_Value::str() const
     return attrType->toStr(*this);
 }
 
+void LDIF_Value::appendTo(std::string& text) const
+{
+    if (attrType != nullptr && attrType->toStr == cesToStr) {
+        text += text_.view();
+    } else {
+        text += str();
+    }
+}
+
 int LDIF_Value::compare(const LDIF_Value& other) const
 {
     if (attrType == nullptr || attrType->match == nullptr) {
@@ -195,7 +220,7 @@ int LDIF_Value::compare(const std::string& text) const
         refuse(__LINE__, veltor::result::other, "Invalid LDIF_Value detected: attrType->match == NULL", this->text(),
                attrType);
     }
-    return attrType->match(*this, LDIF_Value(attrType, text.c_str()));
+    return attrType->match(*this, LDIF_Value(attrType, std::string_view(text)));
 }
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Value& value)
@@ -244,31 +269,29 @@ void LDIF_Values::appendTo(std::string& text) const
     for (const auto& value : values) {
         text += name;
         text += ": ";
-        text += value.str();
+        value.appendTo(text);
         text += '\n';
     }
 }
 
-bool LDIF_Values::contains(const LDIF_Value& candidate) const
+/// The candidate for the comparisons is the value that is kept in the end.
+void LDIF_Values::add(LDIF_Value&& candidate)
 {
-    return std::any_of(values.begin(), values.end(),
-                       [&](const LDIF_Value& value) { return value.compare(candidate) == 0; });
-}
-
-/// An operation that fails half-way leaves the list as it was.
-void LDIF_Values::dropFrom(std::size_t count)
-{
-    values.erase(values.begin() + static_cast<std::ptrdiff_t>(count), values.end());
+    const auto place = values.placeOf(candidate);
+    if (place.position == values.size()) {
+        values.append(std::move(candidate), place);
+    }
 }
 
 LDIF_Values& LDIF_Values::operator+=(const std::string& text)
 {
-    // The candidate for the comparisons is the value that is kept in the end.
-    LDIF_Value candidate(type, text.c_str());
-    if (!contains(candidate)) {
-        values.push_back(std::move(candidate));
-    }
+    addText(text);
     return *this;
+}
+
+void LDIF_Values::addText(std::string_view text)
+{
+    add(LDIF_Value(type, text));
 }
 
 LDIF_Values& LDIF_Values::operator+=(const LDIF_Value& value)
@@ -294,15 +317,17 @@ LDIF_Values& LDIF_Values::operator+=(const LDIF_Values& other)
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator +="},
         [&]() -> LDIF_Values& {
             // By index and up to the count at the start: the other list may be this one.
-            const std::size_t count = other.values.size();
+            const veltor::detail::ValueList& added = other.values;
+            const std::size_t count = added.size();
             for (std::size_t index = 0; index < count; ++index) {
-                text = other.values[index].str();
+                text = added[index].str();
                 *this += text;
             }
             return *this;
         },
         [&](LDIF_Exception& failure) {
-            dropFrom(present);
+            // An operation that fails half-way leaves the list as it was.
+            values.dropFrom(present);
             failure.attrType = type;
             failure.value = text;
         });
@@ -320,13 +345,11 @@ void LDIF_Values::absorb(LDIF_Values&& other)
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator +="},
         [&] {
             for (; current != other.values.end(); ++current) {
-                if (!contains(*current)) {
-                    values.push_back(std::move(*current));
-                }
+                add(std::move(*current));
             }
         },
         [&](LDIF_Exception& failure) {
-            dropFrom(present);
+            values.dropFrom(present);
             failure.attrType = type;
             failure.value = current->text();
         });
@@ -337,8 +360,12 @@ LDIF_Values& LDIF_Values::operator-=(const std::string& text)
     return guarded(
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator -="},
         [&]() -> LDIF_Values& {
-            if (const auto place = find(text); place != values.end()) {
-                values.erase(place);
+            if (values.empty()) {
+                return *this;
+            }
+            const auto place = values.placeOf(LDIF_Value(type, text.c_str()));
+            if (place.position != values.size()) {
+                values.remove(place.position);
             }
             return *this;
         },
@@ -348,18 +375,145 @@ LDIF_Values& LDIF_Values::operator-=(const std::string& text)
         });
 }
 
+void LDIF_Values::remove(const std::vector<std::string>& texts)
+{
+    veltor::detail::ValueList::Removal removal(values);
+    for (const std::string& text : texts) {
+        if (removal.isEmpty()) {
+            return;
+        }
+        guarded(
+            Layer{VELTOR_HERE, "System error in LDIF_Values::operator -="},
+            [&] { removal.remove(LDIF_Value(type, std::string_view(text))); },
+            [&](LDIF_Exception& failure) {
+                failure.attrType = type;
+                failure.value = text;
+            });
+    }
+}
+
 LDIF_Values::iterator LDIF_Values::find(const std::string& text)
 {
-    const auto place = std::as_const(*this).find(text);
+    const auto place = placeOf(text);
     return values.begin() + (place - values.cbegin());
 }
 
 LDIF_Values::const_iterator LDIF_Values::find(const std::string& text) const
 {
-    if (values.empty()) {
-        return values.end();
-    }
-    const LDIF_Value candidate(type, text.c_str());
-    return std::find_if(values.begin(), values.end(),
-                        [&](const LDIF_Value& value) { return value.compare(candidate) == 0; });
+    return placeOf(text);
 }
+
+LDIF_Values::const_iterator LDIF_Values::placeOf(const std::string& text) const
+{
+    if (values.empty()) {
+        return values.cend();
+    }
+    return values.cbegin() +
+           static_cast<std::ptrdiff_t>(values.placeOf(LDIF_Value(type, std::string_view(text))).position);
+}
+
+// ---- The list of values and its index ----
+
+namespace veltor::detail {
+
+namespace {
+
+// Below this a walk over the values is cheaper than keeping an index.
+constexpr std::size_t indexedFrom = 16;
+
+} // namespace
+
+/// The index, made where there is none that serves; null where the list has to be walked.
+ValueIndex* ValueList::usableIndex(const _AttrType* type) const
+{
+    if (items_.size() < indexedFrom || index_ == exposedMark || type == nullptr) {
+        return nullptr;
+    }
+    if (index() == nullptr || !index()->serves(*type)) {
+        setIndex(ValueIndex::of(*type, {items_.data(), items_.size()}).release());
+    }
+    return index();
+}
+
+ValueList::Place ValueList::placeOf(const LDIF_Value& candidate) const
+{
+    if (const ValueIndex* const index = usableIndex(candidate.attrType); index != nullptr) {
+        if (const auto key = index->keyOf(candidate); key) {
+            return {std::min(index->find({items_.data(), items_.size()}, candidate, *key), items_.size()), key};
+        }
+    }
+    const auto place = std::find_if(items_.begin(), items_.end(),
+                                    [&](const LDIF_Value& value) { return value.compare(candidate) == 0; });
+    return {static_cast<size_type>(place - items_.begin()), std::nullopt};
+}
+
+void ValueList::append(LDIF_Value&& value, const Place& place)
+{
+    items_.push_back(std::move(value));
+    if (index() != nullptr && !(place.key && index()->add(*place.key, items_.size() - 1))) {
+        dropIndex();
+    }
+}
+
+void ValueList::remove(size_type position)
+{
+    items_.erase(items_.cbegin() + static_cast<difference_type>(position));
+    if (index() != nullptr) {
+        index()->closeGap(position);
+    }
+}
+
+void ValueList::dropFrom(size_type count) noexcept
+{
+    if (count < items_.size()) {
+        dropIndex();
+        items_.erase(items_.cbegin() + static_cast<difference_type>(count), items_.cend());
+    }
+}
+
+void ValueList::Removal::remove(const LDIF_Value& candidate)
+{
+    if (count_ != 0 && (list_.index() == nullptr || !list_.index()->serves(*candidate.attrType))) {
+        // Neither a new index nor a walk may meet what is gone.
+        close();
+    }
+    ValueIndex* const index = list_.usableIndex(candidate.attrType);
+    const auto key = index == nullptr ? std::nullopt : index->keyOf(candidate);
+    if (!key) {
+        close();
+        if (const Place place = list_.placeOf(candidate); place.position != list_.size()) {
+            list_.remove(place.position);
+        }
+        return;
+    }
+    const size_type position = index->find({list_.items_.data(), list_.items_.size()}, candidate, *key);
+    if (position != ValueIndex::none) {
+        gone_.resize(list_.size());
+        gone_[position] = true;
+        ++count_;
+        index->forget(*key, position);
+    }
+}
+
+/// Closes the gaps.
+void ValueList::Removal::close() noexcept
+{
+    if (count_ == 0) {
+        return;
+    }
+    Items& items = list_.changed();
+    size_type kept = 0;
+    for (size_type position = 0; position < items.size(); ++position) {
+        if (!gone_[position]) {
+            if (kept != position) {
+                items[kept] = std::move(items[position]);
+            }
+            ++kept;
+        }
+    }
+    items.erase(items.cbegin() + static_cast<difference_type>(kept), items.cend());
+    gone_.clear();
+    count_ = 0;
+}
+
+} // namespace veltor::detail

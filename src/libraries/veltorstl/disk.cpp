@@ -2,11 +2,14 @@
 #include "disk.h"
 
 #include "LDIF_Exception.h"
+#include "region.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -73,6 +76,52 @@ std::size_t readUpTo(const Descriptor& file, char* bytes, std::size_t size)
 
 } // namespace
 
+FileText::FileText(std::size_t capacity) : capacity_(capacity)
+{
+    constexpr std::size_t fewestChunks = 2;
+    if (capacity < fewestChunks * chunkBytes) {
+        bytes_ = static_cast<char*>(::operator new(capacity));
+        return;
+    }
+    chunks_ = (capacity + chunkBytes - 1) / chunkBytes;
+    bytes_ = mapChunks(chunks_);
+    if (bytes_ == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+FileText::FileText(FileText&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+FileText& FileText::operator=(FileText&& other) noexcept
+{
+    std::swap(bytes_, other.bytes_);
+    std::swap(capacity_, other.capacity_);
+    std::swap(size_, other.size_);
+    std::swap(chunks_, other.chunks_);
+    std::swap(givenUp_, other.givenUp_);
+    return *this;
+}
+
+FileText::~FileText()
+{
+    if (chunks_ == 0) {
+        ::operator delete(bytes_);
+    } else if (givenUp_ < chunks_) {
+        unmapChunks(bytes_ + givenUp_ * chunkBytes, chunks_ - givenUp_);
+    }
+}
+
+void* FileText::giveUpChunkBefore(std::size_t position)
+{
+    if (givenUp_ == chunks_ || (givenUp_ + 1) * chunkBytes > position) {
+        return nullptr;
+    }
+    return bytes_ + givenUp_++ * chunkBytes;
+}
+
 FileText readWholeFile(const std::string& fileName)
 {
     const Descriptor file(opened(fileName, O_RDONLY, 0));
@@ -88,17 +137,16 @@ FileText readWholeFile(const std::string& fileName)
         }
     }
     // One byte more than the file has, so that a single read finds its end; files that tell no size grow.
-    std::size_t capacity = static_cast<std::size_t>(status.st_size) + 1;
-    auto bytes = std::make_unique_for_overwrite<char[]>(capacity);
-    std::size_t size = readUpTo(file, bytes.get(), capacity);
-    while (size == capacity) {
-        capacity = std::max<std::size_t>(2 * capacity, 65536);
-        auto larger = std::make_unique_for_overwrite<char[]>(capacity);
-        std::memcpy(larger.get(), bytes.get(), size);
-        bytes = std::move(larger);
-        size += readUpTo(file, bytes.get() + size, capacity - size);
+    FileText text(static_cast<std::size_t>(status.st_size) + 1);
+    std::size_t size = readUpTo(file, text.data(), text.capacity());
+    while (size == text.capacity()) {
+        FileText larger(std::max<std::size_t>(2 * size, 65536));
+        std::memcpy(larger.data(), text.data(), size);
+        text = std::move(larger);
+        size += readUpTo(file, text.data() + size, text.capacity() - size);
     }
-    return {std::move(bytes), size};
+    text.setSize(size);
+    return text;
 }
 
 bool writeWholeFile(const std::string& fileName, std::string_view text)

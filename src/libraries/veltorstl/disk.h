@@ -3,23 +3,39 @@
 #define VELTOR_DISK_H
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
 
 namespace veltor::detail {
 
-/// The content of a file. Not a std::string, whose memory would be cleared before it is filled.
+/// The content of a file. Not a std::string, whose memory would be cleared before it is filled. A large one lies in
+/// chunks, which can be given up one by one while it is being read through.
 class FileText
 {
 public:
-    FileText(std::unique_ptr<char[]> bytes, std::size_t size) : bytes_(std::move(bytes)), size_(size) {}
+    /// @throws std::bad_alloc
+    explicit FileText(std::size_t capacity);
+    FileText(const FileText&) = delete;
+    FileText& operator=(const FileText&) = delete;
+    FileText(FileText&& other) noexcept;
+    FileText& operator=(FileText&& other) noexcept;
+    ~FileText();
 
-    std::string_view view() const { return {bytes_.get(), size_}; }
+    char* data() { return bytes_; }
+    std::size_t capacity() const { return capacity_; }
+    void setSize(std::size_t size) { size_ = size; }
+    std::string_view view() const { return {bytes_, size_}; }
+
+    /// Gives up the next chunk, if it lies before that position of the text: nothing reads what stands there again.
+    /// @return the chunk, which now belongs to the caller (unmapChunks), or null
+    void* giveUpChunkBefore(std::size_t position);
 
 private:
-    std::unique_ptr<char[]> bytes_;
-    std::size_t size_;
+    char* bytes_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t size_ = 0;
+    std::size_t chunks_ = 0; // 0: the memory is from operator new
+    std::size_t givenUp_ = 0;
 };
 
 /// Reads a file without ever waiting for one.

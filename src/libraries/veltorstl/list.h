@@ -146,10 +146,18 @@ public:
         if (size_ < capacity()) {
             return emplaceInCapacity(std::forward<Arguments>(arguments)...);
         }
-        // Made before the others move: the arguments may lie in this list.
-        Element element(std::forward<Arguments>(arguments)...);
-        moveTo(grown());
-        return emplaceInCapacity(std::move(element));
+        const size_type count = grown();
+        const Piece piece = pieceFor(count);
+        // Made before the others move, since the arguments may lie in this list; and a failure leaves them as they are.
+        try {
+            std::construct_at(static_cast<Element*>(piece.memory) + size_, std::forward<Arguments>(arguments)...);
+        } catch (...) {
+            giveBack(piece.memory, piece.fromRegion);
+            throw;
+        }
+        moveInto(piece, count);
+        ++size_;
+        return back();
     }
     template <class... Arguments>
     iterator emplace(const_iterator position, Arguments&&... arguments)
@@ -295,20 +303,29 @@ private:
     /// Gives the elements a home with room for that many, at least those there are.
     void moveTo(size_type count)
     {
-        static_assert(std::is_nothrow_move_constructible_v<Element>);
+        if (count > inPlace) {
+            moveInto(pieceFor(count), count);
+            return;
+        }
+        if (!isInPlace()) {
+            List moved(std::move(*this));
+            for (Element& element : moved) {
+                emplaceInCapacity(std::move(element));
+            }
+        }
+    }
+
+    static Piece pieceFor(size_type count)
+    {
         if (count > max_size()) {
             throw std::length_error("a list of too many elements");
         }
-        if (count <= inPlace) {
-            if (!isInPlace()) {
-                List moved(std::move(*this));
-                for (Element& element : moved) {
-                    emplaceInCapacity(std::move(element));
-                }
-            }
-            return;
-        }
-        const Piece piece = obtain(count * sizeof(Element), alignof(Element));
+        return obtain(count * sizeof(Element), alignof(Element));
+    }
+
+    void moveInto(const Piece& piece, size_type count) noexcept
+    {
+        static_assert(std::is_nothrow_move_constructible_v<Element>);
         auto* const home = static_cast<Element*>(piece.memory);
         std::uninitialized_move(begin(), end(), home);
         std::destroy(begin(), end());

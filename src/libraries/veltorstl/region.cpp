@@ -1,6 +1,8 @@
 // Chunks of memory from the system, and the region that fills them.
 #include "region.h"
 
+#include <utility>
+
 #include <sys/mman.h>
 
 namespace veltor::detail {
@@ -26,12 +28,14 @@ constexpr bool piecewise = false;
 constexpr bool piecewise = false;
 #endif
 
-/// A chunk at a multiple of its size; null when memory is short.
-void* mapChunk()
+} // namespace
+
+char* mapChunks(std::size_t count) noexcept
 {
-    constexpr std::size_t twice = 2 * chunkBytes;
+    // One more than needed, so that they can begin at a multiple of their size.
+    const std::size_t bytes = (count + 1) * chunkBytes;
     void* const mapped =
-        mmap(nullptr, twice, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (mapped == MAP_FAILED) {
         return nullptr;
     }
@@ -40,15 +44,18 @@ void* mapChunk()
     if (before != 0) {
         munmap(begin, before);
     }
-    munmap(begin + before + chunkBytes, chunkBytes - before);
+    munmap(begin + before + count * chunkBytes, chunkBytes - before);
     return begin + before;
 }
 
-} // namespace
+void unmapChunks(void* first, std::size_t count) noexcept
+{
+    munmap(first, count * chunkBytes);
+}
 
 void releaseChunk(ChunkHead* chunk) noexcept
 {
-    munmap(chunk, chunkBytes);
+    unmapChunks(chunk, 1);
 }
 
 LoadRegion::LoadRegion() : outer_(regionInForce)
@@ -59,19 +66,28 @@ LoadRegion::LoadRegion() : outer_(regionInForce)
 LoadRegion::~LoadRegion()
 {
     closeChunk();
+    while (donations_ != nullptr) {
+        unmapChunks(std::exchange(donations_, donations_->next), 1);
+    }
     regionInForce = outer_;
+}
+
+void LoadRegion::donate(void* chunk) noexcept
+{
+    donations_ = new (chunk) Donation{donations_};
 }
 
 bool LoadRegion::nextChunk()
 {
-    void* const memory = mapChunk();
+    char* const memory =
+        donations_ == nullptr ? mapChunks(1) : reinterpret_cast<char*>(std::exchange(donations_, donations_->next));
     if (memory == nullptr) {
         return false;
     }
     closeChunk();
     new (memory) ChunkHead{filling};
-    cursor_.next = static_cast<char*>(memory) + headBytes;
-    cursor_.end = static_cast<char*>(memory) + chunkBytes;
+    cursor_.next = memory + headBytes;
+    cursor_.end = memory + chunkBytes;
     return true;
 }
 

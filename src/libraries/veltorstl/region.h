@@ -46,6 +46,10 @@ struct RegionCursor
 // Read on every allocation: the model spares the call that a shared library pays otherwise.
 extern __attribute__((tls_model("initial-exec"))) constinit thread_local RegionCursor* regionInForce;
 
+/// Chunks from the system, one behind the other; null when memory is short. Each goes back by itself.
+char* mapChunks(std::size_t count) noexcept;
+void unmapChunks(void* first, std::size_t count) noexcept;
+
 Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
 void releaseChunk(ChunkHead* chunk) noexcept;
 
@@ -120,6 +124,9 @@ class LoadRegion
 {
 public:
     LoadRegion();
+    /// Takes over a chunk from mapChunks whose content nobody needs any more. Its pages are there already.
+    void donate(void* chunk) noexcept;
+
     LoadRegion(const LoadRegion&) = delete;
     LoadRegion& operator=(const LoadRegion&) = delete;
     ~LoadRegion();
@@ -130,7 +137,13 @@ private:
     bool nextChunk();
     void closeChunk() noexcept;
 
-    RegionCursor cursor_; // first: the cursor in force is the region
+    struct Donation
+    {
+        Donation* next;
+    };
+
+    RegionCursor cursor_;           // first: the cursor in force is the region
+    Donation* donations_ = nullptr; // they lie in the donated chunks
     RegionCursor* outer_;
 };
 
