@@ -327,6 +327,7 @@ private:
         for (LDIF_Attribute& attribute : attributes_) {
             current_->attributes.push_back(std::move(attribute));
         }
+        current_->attributes.mapNames();
         attributes_.clear();
         LDIF_Entry* const entry = current_.get();
         LDIF_Entry& ancestor = nearestKnown();
