@@ -380,8 +380,8 @@ void parse(LDIF_DN& dn, std::string_view text);
 /// How many RDNs two DNs have in common, counted from the root in one and from a level on in the other.
 std::size_t commonLevels(const LDIF_DN& dn, const LDIF_DN& other, std::size_t from = 0);
 
-/// Remembers ancestors while it is in force on a thread: files say the same ones again and again, and DNs below them
-/// get the RDNs that are there already.
+/// Remembers the RDNs of ancestors while it is in force on a thread: files say the same ones again and again, and DNs
+/// below them get those that are there already.
 ///
 /// Only what parses well is remembered, by its exact text, and only plain ASCII, whose meaning no locale changes.
 class DnMemory
@@ -395,22 +395,23 @@ public:
 
     static DnMemory* inForce() { return inForce_; }
 
-    /// What was remembered for a text; null if nothing was.
-    const LDIF_DN* find(std::string_view text) const;
-    /// Remembers the parent of a DN by its text.
-    void rememberParent(std::string_view parentText, const LDIF_DN& dn);
-    /// Lends a DN until the next one is lent: the next line most likely lies below it.
+    /// The RDN that was remembered for a text; null if none was.
+    const RdnRef* find(std::string_view text) const;
+    void remember(std::string_view text, const RdnRef& rdn);
+
+    /// Lends a whole DN until the next one is lent: the next line most likely lies below it.
     void lend(std::string_view text, const LDIF_DN& dn);
+    /// The DN that is lent, if that is its text; else null.
+    const LDIF_DN* lent(std::string_view text) const { return text == lentText_ ? lent_ : nullptr; }
 
 private:
     struct Slot
     {
         std::string text;
-        LDIF_DN dn;
+        LDIF_DN rdn; // one level, or none
     };
 
-    Slot& slotOf(std::string_view text);
-    const Slot& slotOf(std::string_view text) const;
+    std::size_t placeOf(std::string_view text) const { return hashBytes(hashSeed(), text) & (slots_.size() - 1); }
 
     static constinit thread_local DnMemory* inForce_;
 

@@ -76,15 +76,8 @@ public:
     /// caller. Returns the entry of the tree that holds it now.
     LDIF_Entry& insert(std::unique_ptr<LDIF_Entry>&& entry);
 
-    /// Where an entry of the file came to stand.
-    struct Landing
-    {
-        LDIF_Entry* entry;  // the entry of the tree that holds it
-        LDIF_Entry* parent; // the nearest existing ancestor
-    };
-
     /// What insert does, for a new entry whose relDn is not made yet and whose DN lies below this entry's.
-    Landing insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
+    LDIF_Entry& insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
 
     /// Appends the texts of the entry and of everything below it, each entry before its children.
     void appendTreeTo(std::string& text) const;

@@ -6,6 +6,7 @@
 #include "LDIF_Line.h"
 #include "disk.h"
 #include "fold_hash.h"
+#include "hash_cells.h"
 #include "region.h"
 
 #include "veltor/platform.h"
@@ -193,13 +194,52 @@ private:
     std::optional<Order> order_;
 };
 
+/// The entries that a load has put into the tree, by their DNs. They stay while it lasts, and where they are.
+class PresentEntries
+{
+public:
+    /// The nearest ancestor of a DN among them, or null.
+    LDIF_Entry* nearestAncestor(const LDIF_DN& dn)
+    {
+        hashes_.clear();
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = 0; level < dn.size(); ++level) {
+            hash = mixed(hash, dn.shared(level).hash(fold_));
+            hashes_.push_back(hash);
+            entries_.prefetch(hash);
+        }
+        for (std::size_t levels = dn.size(); levels > 1; --levels) {
+            LDIF_Entry* const* const found = entries_.find(hashes_[levels - 2], [&](const LDIF_Entry* entry) {
+                return entry->dn.size() == levels - 1 && commonLevels(entry->dn, dn) == levels - 1;
+            });
+            if (found != nullptr) {
+                return *found;
+            }
+        }
+        return nullptr;
+    }
+
+    /// Adds the entry whose nearest ancestor was asked for last.
+    void add(LDIF_Entry& entry)
+    {
+        if (!hashes_.empty()) {
+            entries_.add(hashes_.back(), &entry);
+        }
+    }
+
+private:
+    FoldTable fold_ = foldTable();
+    HashCells<LDIF_Entry*> entries_;
+    std::vector<std::uint64_t> hashes_;
+};
+
 /// One load of the file into an empty tree.
 class Loader
 {
 public:
     Loader(FileText& text, LDIF_Entry& root, LDIF_Comment& trailingComment)
-        : ancestors_(text.view().size() / usualFamilyBytes), text_(text), reader_(text.view()), root_(root),
-          pending_(trailingComment)
+        : region_(text.isInChunks()), ancestors_(text.view().size() / usualFamilyBytes), text_(text),
+          reader_(text.view()), root_(root), pending_(trailingComment)
     {
     }
 
@@ -330,36 +370,14 @@ private:
         current_->attributes.mapNames();
         attributes_.clear();
         LDIF_Entry* const entry = current_.get();
-        LDIF_Entry& ancestor = nearestKnown();
-        last_ = {};
-        const LDIF_Entry::Landing landing = ancestor.insertDescendant(std::move(current_));
+        LDIF_Entry* const ancestor = present_.nearestAncestor(entry->dn);
+        LDIF_Entry& placed = (ancestor != nullptr ? *ancestor : root_).insertDescendant(std::move(current_));
         current_.reset();
-        if (landing.entry == entry) {
-            last_ = landing;
-            ancestors_.lend(dnText_, entry->dn);
+        if (&placed == entry) {
+            present_.add(placed);
+            ancestors_.lend(dnText_, placed.dn);
         }
         closing_ = false;
-    }
-
-    /// An existing ancestor of the current entry: the last entry or its parent where that is one, else the root.
-    LDIF_Entry& nearestKnown() const
-    {
-        if (last_.entry != nullptr) {
-            const LDIF_DN& dn = current_->dn;
-            const LDIF_DN& other = last_.entry->dn;
-            // The memory of ancestors gives both the same RDNs.
-            std::size_t level = 0;
-            while (level < dn.size() && level < other.size() && dn.shared(level).isSame(other.shared(level))) {
-                ++level;
-            }
-            if (level == other.size() && level < dn.size()) {
-                return *last_.entry;
-            }
-            if (level < dn.size() && level >= last_.parent->dn.size()) {
-                return *last_.parent;
-            }
-        }
-        return root_;
     }
 
     void openEntry(std::string_view label, std::string_view dn)
@@ -429,12 +447,11 @@ private:
     void addPlainAttribute()
     {
         NameTable::Name& name = names_.of(plain_.name);
-        valueText_.assign(plain_.value);
         LDIF_Attribute* const last = attributes_.empty() || collector_.isActive() ? nullptr : &attributes_.back();
         if (last != nullptr && last->values.name.c_str() == name.text.c_str()) {
             // One more value of the last attribute.
             LDIF_Values values(name.text, name.type);
-            values += valueText_;
+            values.addText(plain_.value);
             last->comment.absorb(std::move(pending_));
             last->values.absorb(std::move(values));
             return;
@@ -442,7 +459,7 @@ private:
         if (last != nullptr && isInOrder(*last, name)) {
             attributes_.emplace_back(plain_.name, name.text, name.type);
             try {
-                attributes_.back().values += valueText_;
+                attributes_.back().values.addText(plain_.value);
             } catch (...) {
                 attributes_.pop_back();
                 throw;
@@ -451,7 +468,7 @@ private:
             return;
         }
         LDIF_Attribute attribute(plain_.name, name.text, name.type);
-        attribute.values += valueText_;
+        attribute.values.addText(plain_.value);
         attribute.comment.absorb(std::move(pending_));
         collector_.add(attributes_, std::move(attribute));
     }
@@ -522,11 +539,10 @@ private:
     LDIF_Line line_;
     PlainLine plain_;
     std::string dnText_; // of the current entry
-    std::string valueText_;
     std::unique_ptr<LDIF_Entry> current_;
     LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
     NameTable names_;
-    LDIF_Entry::Landing last_ = {}; // of the entry before it, if that is in the tree as it was read
+    PresentEntries present_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;

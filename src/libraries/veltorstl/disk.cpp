@@ -84,7 +84,7 @@ FileText::FileText(std::size_t capacity) : capacity_(capacity)
         return;
     }
     chunks_ = (capacity + chunkBytes - 1) / chunkBytes;
-    bytes_ = mapChunks(chunks_);
+    bytes_ = mapChunks(chunks_, true);
     if (bytes_ == nullptr) {
         throw std::bad_alloc();
     }

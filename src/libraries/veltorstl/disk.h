@@ -25,6 +25,7 @@ public:
     std::size_t capacity() const { return capacity_; }
     void setSize(std::size_t size) { size_ = size; }
     std::string_view view() const { return {bytes_, size_}; }
+    bool isInChunks() const { return chunks_ != 0; }
 
     /// Gives up the next chunk, if it lies before that position of the text: nothing reads what stands there again.
     /// @return the chunk, which now belongs to the caller (unmapChunks), or null

@@ -30,7 +30,7 @@ constexpr bool piecewise = false;
 
 } // namespace
 
-char* mapChunks(std::size_t count) noexcept
+char* mapChunks(std::size_t count, bool inUseSoon) noexcept
 {
     // One more than needed, so that they can begin at a multiple of their size.
     const std::size_t bytes = (count + 1) * chunkBytes;
@@ -45,6 +45,10 @@ char* mapChunks(std::size_t count) noexcept
         munmap(begin, before);
     }
     munmap(begin + before + count * chunkBytes, chunkBytes - before);
+    if (inUseSoon) {
+        // One call instead of a fault for every page. Where the system knows no such call, they come one by one.
+        static_cast<void>(madvise(begin + before, count * chunkBytes, MADV_POPULATE_WRITE));
+    }
     return begin + before;
 }
 
@@ -58,7 +62,7 @@ void releaseChunk(ChunkHead* chunk) noexcept
     unmapChunks(chunk, 1);
 }
 
-LoadRegion::LoadRegion() : outer_(regionInForce)
+LoadRegion::LoadRegion(bool fillsChunks) : outer_(regionInForce), fillsChunks_(fillsChunks)
 {
     regionInForce = piecewise ? nullptr : &cursor_;
 }
@@ -79,8 +83,8 @@ void LoadRegion::donate(void* chunk) noexcept
 
 bool LoadRegion::nextChunk()
 {
-    char* const memory =
-        donations_ == nullptr ? mapChunks(1) : reinterpret_cast<char*>(std::exchange(donations_, donations_->next));
+    char* const memory = donations_ == nullptr ? mapChunks(1, fillsChunks_)
+                                               : reinterpret_cast<char*>(std::exchange(donations_, donations_->next));
     if (memory == nullptr) {
         return false;
     }

@@ -47,7 +47,8 @@ struct RegionCursor
 extern __attribute__((tls_model("initial-exec"))) constinit thread_local RegionCursor* regionInForce;
 
 /// Chunks from the system, one behind the other; null when memory is short. Each goes back by itself.
-char* mapChunks(std::size_t count) noexcept;
+/// @param inUseSoon  all of it is about to be written to
+char* mapChunks(std::size_t count, bool inUseSoon) noexcept;
 void unmapChunks(void* first, std::size_t count) noexcept;
 
 Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
@@ -123,7 +124,8 @@ inline void giveBackMarked(void* object) noexcept
 class LoadRegion
 {
 public:
-    LoadRegion();
+    /// @param fillsChunks  so much is going to be made that whole chunks are worth preparing
+    explicit LoadRegion(bool fillsChunks = false);
     /// Takes over a chunk from mapChunks whose content nobody needs any more. Its pages are there already.
     void donate(void* chunk) noexcept;
 
@@ -145,6 +147,7 @@ private:
     RegionCursor cursor_;           // first: the cursor in force is the region
     Donation* donations_ = nullptr; // they lie in the donated chunks
     RegionCursor* outer_;
+    bool fillsChunks_;
 };
 
 } // namespace veltor::detail
