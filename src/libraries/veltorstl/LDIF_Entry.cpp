@@ -225,7 +225,7 @@ std::ostream& operator<<(std::ostream& stream, const LDIF_Entry& entry)
 
 void veltor::detail::TreeWalk::next(bool intoChildren)
 {
-    if (intoChildren) {
+    if (intoChildren && !current_->children.isBlank()) {
         path_.push_back({current_, 0});
     }
     while (!path_.empty()) {

@@ -114,6 +114,12 @@ public:
     const LDIF_Entry* current() const { return current_; }
     /// How far below the top that entry is.
     std::size_t depth() const { return path_.size(); }
+    /// The entry that stands so many slots behind the current one on its level; null when there is none. For those
+    /// who read ahead: the walk may come elsewhere first.
+    const LDIF_Entry* ahead(std::size_t slots) const noexcept
+    {
+        return path_.empty() ? nullptr : path_.back().parent->children.inSlot(path_.back().slot + slots - 1);
+    }
     /// Goes on, with the children of the current entry first, or without them.
     void next(bool intoChildren = true);
 

@@ -392,6 +392,7 @@ private:
         for (LDIF_Attribute& attribute : attributes_) {
             current_->attributes.push_back(std::move(attribute));
         }
+        current_->attributes.mapNames();
         attributes_.clear();
         LDIF_Entry* const entry = current_.get();
         LDIF_Entry* const ancestor = present_.nearestAncestor(entry->dn);
