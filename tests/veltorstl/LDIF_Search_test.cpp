@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
