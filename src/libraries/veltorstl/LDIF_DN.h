@@ -180,7 +180,8 @@ private:
 };
 
 /// The RDNs of a DN: a dynamic array of LDIF_RDN with the interface of std::vector, but for data(). Copies share the
-/// RDNs until one of them is changed. Positions are valid until the list changes.
+/// RDNs until one of them is changed, and may live on different threads. Positions are valid until the list changes;
+/// a constant reference to an RDN no longer than until the list is asked for a mutable one.
 class RdnList
 {
 public:
