@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,6 +49,14 @@ public:
     /// Entries that a load makes lie with the rest of what it makes.
     static void* operator new(std::size_t bytes) { return veltor::detail::obtainMarked(bytes); }
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
+    {
+        try {
+            return operator new(bytes);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
     static void operator delete(void* entry) noexcept { veltor::detail::giveBackMarked(entry); }
 
     // Copies are deep. The destructor is not virtual, on purpose: entries are held by value. The order of the
