@@ -9,10 +9,12 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -493,7 +495,8 @@ Gen<std::string> valueText()
         {{10, oneOf("x", "X", "y", "another value", "Another Value", "a rather long value that stands elsewhere", "")},
          {6, oneOf("389", "0389", "70000", "-1", "3 8 9", "SSL", "ssl", "true", "imask", "1")},
          {6, dnText(true)},
-         {5, oneOf("secret", ">1encoded", "{imask}x", "{none}y", ">1a1b", "!", ">", ">1\xC3\xA9")},
+         {5, oneOf("secret", ">1encoded<", "><", ">secret<", ">1", "{imask}x", "{none}y", ">1a1b", "!", ">",
+                   ">1\xC3\xA9<")},
          {3, oneOf("(in parentheses)", "( )", " x ", "\tx", "x:y", "#x", "\\", "\"x\"")},
          {2, oneOf("caf\xC3\xA9", "CAF\xC3\x89", "a\xC2\xA0", "a\rb", "x\r")},
          {1, rc::gen::just(std::string("a\0b", 3))}});
@@ -662,4 +665,35 @@ TEST(LoadRoad, OrderOfNamesIsNotTakenFromNamesThatAreGone)
                 << entry.dn.str() << ": " << entry.attributes[index].name;
         }
     }
+}
+
+// A file of several chunks, whose memory serves what is made of it. An entry that is moved out takes what it needs.
+TEST(LoadRoad, EntryThatIsMovedOutOutlivesItsStore)
+{
+    const LocaleGuard guard("C.UTF-8");
+    const std::string padding(1000, 'x');
+    std::string text;
+    for (int number = 0; number < 6000; ++number) {
+        const std::string digits = std::to_string(number);
+        text += "# remark\ndn: cn=" + digits + ", ou=all of them in one place, o=a\nalpha: " + padding + digits +
+                "\nzor-slapdAdminDN: cn=" + digits + ", o=a\n\n";
+    }
+    const TemporaryFolder folder;
+    auto file = std::make_unique<LDIF_File>(folder.write("zorslapd.conf", text), "");
+    LDIF_DN wanted;
+    wanted = cisString("CN=4321,ou=all of them in one place,o=a");
+    LDIF_Entry moved = std::move(*file->root.find(wanted));
+    wanted = LDIF_DN();
+    wanted = cisString("cn=17,ou=all of them in one place,o=a");
+    LDIF_Entry copy = *file->root.find(wanted);
+    file.reset();
+    std::thread([entry = std::move(moved), &copy, &padding]() mutable {
+        EXPECT_EQ(entry.str(), "# remark\ndn: cn=4321, ou=all of them in one place, o=a\nalpha: " + padding +
+                                   "4321\nzor-slapdAdminDN: cn=4321, o=a\n\n");
+        entry += copy.attributes.front();
+        EXPECT_EQ(entry.attributes.front().values.size(), 2U);
+        entry.dn[2] = copy.dn[2];
+        EXPECT_EQ(entry.dn.str(), "cn=17, ou=all of them in one place, o=a");
+    }).join();
+    EXPECT_EQ(copy.dn.str(), "cn=17, ou=all of them in one place, o=a");
 }
