@@ -515,7 +515,10 @@ private:
 
     void addAttribute()
     {
-        LDIF_Attribute attribute(line_, LDIF_Comment());
+        // Also from here no name gets into an entry that the table does not keep.
+        NameTable::Name& name = names_.of(line_.name);
+        LDIF_Attribute attribute(line_.name, name.text, name.type);
+        attribute.values.addText(line_.value);
         attribute.comment.absorb(std::move(pending_));
         reprocess_ = false;
         if (current_ != nullptr) {
