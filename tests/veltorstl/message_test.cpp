@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <strings.h>
 #include <vector>
 
 using namespace veltor::test;
@@ -390,6 +391,27 @@ TEST_F(CfgMessage, TheFirstAttributeOfANameCounts)
     const Values values(cfg_get_values(handle(), entry.get(), "A"));
     ASSERT_EQ(cfg_count_values(values.get()), 1);
     EXPECT_STREQ(values.get()[0], "first");
+}
+
+TEST_F(CfgMessage, NamesAreTheSameWhereTheLocaleSaysSo)
+{
+    // Every byte in the place of every other, behind a common beginning and in front of a common end.
+    const Message entry = node(0, "cn=x");
+    entry->children = node(1, "a?z").release();
+    entry->children->children = node(2, "value").release();
+    char wanted[] = "A?z";
+    for (const char* const locale : {"C", "C.UTF-8"}) {
+        const LocaleGuard guard(locale);
+        for (int held = 0; held < 256; ++held) {
+            entry->children->text[1] = static_cast<char>(held);
+            for (int asked = 0; asked < 256; ++asked) {
+                wanted[1] = static_cast<char>(asked);
+                const Values values(cfg_get_values(handle(), entry.get(), wanted));
+                ASSERT_EQ(values != nullptr, strcasecmp(entry->children->text, wanted) == 0)
+                    << locale << " " << held << " " << asked;
+            }
+        }
+    }
 }
 
 TEST_F(CfgMessage, CountValuesTakesNullAndEmptyArrays)

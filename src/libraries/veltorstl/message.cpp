@@ -37,10 +37,31 @@ char* copyOrRecord(void* handle, const char* text)
     return copy;
 }
 
+/// What strcasecmp says of two names, mostly without a call of it: names that differ do so in letters that no locale
+/// takes for the same.
+bool isSameName(const char* left, const char* right)
+{
+    std::size_t common = 0;
+    while (left[common] == right[common] && left[common] != '\0') {
+        ++common;
+    }
+    const auto leftByte = static_cast<unsigned char>(left[common]);
+    const auto rightByte = static_cast<unsigned char>(right[common]);
+    constexpr unsigned letterCase = 0x20;
+    constexpr unsigned beyondAscii = 0x80;
+    if (leftByte == rightByte) {
+        return true;
+    }
+    if (leftByte < beyondAscii && rightByte < beyondAscii && ((leftByte ^ rightByte) & ~letterCase) != 0) {
+        return false;
+    }
+    return strcasecmp(left, right) == 0;
+}
+
 const cfg_message* findAttribute(const cfg_message& entry, const char* name)
 {
     const cfg_message* attribute = entry.children;
-    while (attribute != nullptr && (attribute->text == nullptr || strcasecmp(attribute->text, name) != 0)) {
+    while (attribute != nullptr && (attribute->text == nullptr || !isSameName(attribute->text, name))) {
         attribute = attribute->next;
     }
     return attribute;
