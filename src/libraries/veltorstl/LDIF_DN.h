@@ -374,6 +374,22 @@ std::string printable(const LDIF_DN& dn);
 /// Appends what str() gives. @throws LDIF_Exception 34/1013
 void appendTo(std::string& text, const LDIF_DN& dn);
 
+/// Prints DNs one after the other of which most share their upper levels with the one before.
+class DnPrinter
+{
+public:
+    /// What str() gives, valid until the next call.
+    /// @param dn  is not changed, and neither are its RDNs, until the next one was printed
+    /// @throws LDIF_Exception 34/1013; the printer can't be used any more then
+    std::string_view print(const LDIF_DN& dn);
+
+private:
+    const LDIF_DN* last_ = nullptr;
+    std::string text_;
+    std::string spare_;
+    std::vector<std::size_t> lengths_; // of the text from each level on to its end, which is the root
+};
+
 /// What the assignment of a text does. @throws as that
 void parse(LDIF_DN& dn, std::string_view text);
 
