@@ -39,8 +39,9 @@ public:
     /// The comment lines, then one line for each value, each with its line feed.
     virtual std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
     /// Adds the comment lines, then the values, of an attribute of this name that is given up.
     void merge(LDIF_Attribute&& other);
@@ -72,8 +73,9 @@ public:
     /// The attributes' texts in order.
     std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
 private:
     const_iterator placeOf(const cisString& name) const;

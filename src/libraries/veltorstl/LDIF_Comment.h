@@ -22,8 +22,15 @@ public:
     /// What += would do with the other's lines, which are given up.
     void absorb(LDIF_Comment&& other);
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text, which is a std::string or takes what that takes.
+    template <class Text>
+    void appendTo(Text& text) const
+    {
+        for (const auto& line : lines) {
+            line.appendTo(text);
+            text.push_back('\n');
+        }
+    }
 };
 
 #endif
