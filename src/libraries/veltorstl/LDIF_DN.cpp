@@ -643,7 +643,7 @@ RdnRef::RdnRef(const RdnRef& other) : shared_(other.shared_)
         RdnRef copy(LDIF_RDN(other.shared_->rdn));
         shared_ = std::exchange(copy.shared_, nullptr);
     } else {
-        shared_->owners.fetch_add(1, std::memory_order_relaxed);
+        shared_->owners.add();
     }
 }
 
@@ -656,7 +656,7 @@ void RdnRef::destroy(SharedRdn* shared) noexcept
 
 LDIF_RDN& RdnRef::exposed()
 {
-    if (shared_->owners.load(std::memory_order_acquire) != 1) {
+    if (!shared_->owners.isOne()) {
         *this = RdnRef(LDIF_RDN(shared_->rdn));
     }
     shared_->exposed = true;

@@ -15,6 +15,7 @@
 #include "fold_hash.h"
 #include "indirect_iterator.h"
 #include "list.h"
+#include "owner_count.h"
 
 #include <atomic>
 #include <cstddef>
@@ -115,7 +116,7 @@ namespace veltor::detail {
 /// neither shared again nor is its hash kept.
 struct SharedRdn
 {
-    std::atomic<std::uint32_t> owners{1};
+    OwnerCount owners = {};
     bool exposed = false;
     bool fromRegion = false;
     // The hash of the pairs, made with that table; no table: not made yet.
@@ -145,7 +146,7 @@ public:
     }
     ~RdnRef()
     {
-        if (shared_ != nullptr && shared_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        if (shared_ != nullptr && shared_->owners.drop()) {
             destroy(shared_);
         }
     }
