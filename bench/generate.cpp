@@ -3,9 +3,7 @@
 
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <exception>
-#include <string>
 #include <string_view>
 #include <system_error>
 

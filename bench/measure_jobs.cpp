@@ -7,8 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <functional>
-#include <stdexcept>
 
 namespace veltor::bench {
 

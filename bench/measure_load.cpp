@@ -3,7 +3,6 @@
 #include "table.h"
 #include "yardstick.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>

@@ -4,7 +4,6 @@
 #include "LDIF_AttrType.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 

@@ -468,3 +468,171 @@ TEST(LdifAttributes, AnySequenceOfAdditionsKeepsOrderAndUniqueness)
         }
     }));
 }
+
+// ---- The map of the names ----
+
+namespace {
+
+using Finder = LDIF_Attributes::Finder;
+
+// Names at both ends of the catalogue and at the seam of the map's words, a name that stands there twice, and names
+// that it does not know, before, between and behind the others.
+const std::vector<std::string>& someNames()
+{
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> made = {"aaa", "description", "zor-slapdIdleTimeOut", "zor-slapdIdleTimeOuts", "zzz",
+                                         "",    "unknown"};
+        for (const std::size_t index : {0, 1, 2, 3, 30, 62, 63, 64, 65, 90, 113, 114, 115}) {
+            made.emplace_back(attrMapArray.at(index).name);
+        }
+        return made;
+    }();
+    return names;
+}
+
+LDIF_Attributes mapped(const std::vector<std::string>& names)
+{
+    LDIF_Attributes list;
+    for (const auto& name : names) {
+        list += LDIF_Attribute(name, "");
+    }
+    list.mapNames();
+    return list;
+}
+
+/// Whether looking with the map finds just what looking without it finds.
+bool mapAgrees(const LDIF_Attributes& list)
+{
+    const auto agrees = [&](const std::string& name) {
+        const cisString wanted(name);
+        const auto place = list.find(wanted);
+        const Finder finder(wanted);
+        return finder.find(list) == (place == list.end() ? nullptr : place) &&
+               (place == list.end() || finder.mayFindIn(list));
+    };
+    return std::all_of(someNames().begin(), someNames().end(), agrees);
+}
+
+} // namespace
+
+TEST(LdifAttributes, AMapFindsWhatIsThere)
+{
+    EXPECT_TRUE(mapAgrees(LDIF_Attributes()));
+    EXPECT_TRUE(mapAgrees(mapped(someNames())));
+    EXPECT_TRUE(rc::check([] {
+        auto names = *rc::gen::container<std::vector<std::string>>(rc::gen::elementOf(someNames()));
+        const LDIF_Attributes list = mapped(names);
+        RC_ASSERT(mapAgrees(list));
+        RC_ASSERT(mapAgrees(LDIF_Attributes(list)));
+    }));
+}
+
+TEST(LdifAttributes, AMapTellsWhatIsNotThere)
+{
+    const LDIF_Attributes list = mapped({"cn", "zor-slapdPort", "zor-slapdWorkers"});
+    for (const char* const name : {"charset", "objectclass", "zor-slapdPeerDN", "zor-slapdVersion", "unknown"}) {
+        const cisString wanted(name);
+        EXPECT_FALSE(Finder(wanted).mayFindIn(list)) << name;
+    }
+    for (const char* const name : {"CN", "zor-slapdport", "zor-slapdWorkers"}) {
+        const cisString wanted(name);
+        const Finder finder(wanted);
+        EXPECT_TRUE(finder.mayFindIn(list)) << name;
+        EXPECT_EQ(finder.likelyPlace(list), list.find(wanted)) << name;
+    }
+    const cisString other("another");
+    EXPECT_TRUE(Finder(other).mayFindIn(mapped({"unknown"})))
+        << "the names that the catalogue does not know share a bit";
+}
+
+TEST(LdifAttributes, ARecordOfAnotherNameLeavesAListWithoutAMap)
+{
+    _AttrType foreign = *getAttrType("cn");
+    LDIF_Attributes list = mapped({"cn", "zor-slapdPort"});
+    list.find("cn")->values.type = &foreign;
+    list.mapNames();
+    const cisString absent("zor-slapdPeerDN");
+    EXPECT_TRUE(Finder(absent).mayFindIn(list));
+    EXPECT_TRUE(mapAgrees(list));
+}
+
+TEST(LdifAttributes, WhoeverMayRenameEndsTheMap)
+{
+    const LDIF_Attribute added("zor-slapdPeerDN", "");
+    const struct
+    {
+        const char* name;
+        void (*change)(LDIF_Attributes&, const LDIF_Attribute&);
+    } rows[] = {
+        {"begin", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.begin(); }},
+        {"end", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.end(); }},
+        {"rbegin", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.rbegin(); }},
+        {"rend", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.rend(); }},
+        {"data", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.data(); }},
+        {"[]", [](LDIF_Attributes& list, const LDIF_Attribute&) { static_cast<void>(list[0]); }},
+        {"at", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.at(0); }},
+        {"front", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.front(); }},
+        {"back", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.back(); }},
+        {"find", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.find("cn"); }},
+        {"push_back", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.push_back(one); }},
+        {"push_back of a temporary",
+         [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.push_back(LDIF_Attribute(one)); }},
+        {"emplace_back", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.emplace_back(one); }},
+        {"emplace", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.emplace(list.cend(), one); }},
+        {"insert", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), one); }},
+        {"insert of a temporary",
+         [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), LDIF_Attribute(one)); }},
+        {"insert of some", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), 1, one); }},
+        {"insert of a range",
+         [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), &one, &one + 1); }},
+        {"erase", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.erase(list.cbegin()); }},
+        {"erase of a range",
+         [](LDIF_Attributes& list, const LDIF_Attribute&) { list.erase(list.cbegin(), list.cbegin()); }},
+        {"resize", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.resize(3, one); }},
+        {"assign", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.assign(1, one); }},
+        {"assign of a range", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.assign(&one, &one + 1); }},
+        {"+=", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list += one; }},
+    };
+    const cisString name("zor-slapdPeerDN");
+    const Finder finder(name);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        LDIF_Attributes list = mapped({"cn", "version"});
+        ASSERT_FALSE(finder.mayFindIn(list));
+        row.change(list, added);
+        EXPECT_TRUE(finder.mayFindIn(list));
+        EXPECT_TRUE(mapAgrees(list));
+    }
+}
+
+TEST(LdifAttributes, ARenamedAttributeIsFound)
+{
+    LDIF_Attributes list = mapped({"cn", "version"});
+    LDIF_Attribute& first = list.front();
+    first.name = "charset";
+    const cisString name("charset");
+    EXPECT_EQ(Finder(name).find(list), &std::as_const(list).front());
+}
+
+TEST(LdifAttributes, TheMapGoesWithTheAttributes)
+{
+    const cisString cn("cn");
+    const cisString version("version");
+    LDIF_Attributes left = mapped({"cn"});
+    LDIF_Attributes right = mapped({"version"});
+    swap(left, right);
+    EXPECT_TRUE(mapAgrees(left) && mapAgrees(right));
+    EXPECT_FALSE(Finder(cn).mayFindIn(left));
+    left.swap(right);
+    EXPECT_TRUE(mapAgrees(left) && mapAgrees(right));
+    EXPECT_FALSE(Finder(version).mayFindIn(left));
+    right = left;
+    EXPECT_TRUE(mapAgrees(right));
+    right = mapped({"version"});
+    EXPECT_TRUE(mapAgrees(right));
+    LDIF_Attributes moved(std::move(right));
+    EXPECT_TRUE(mapAgrees(moved));
+    moved -= LDIF_Attribute("version", "");
+    moved += LDIF_Attribute("cn", "");
+    EXPECT_TRUE(mapAgrees(moved));
+}

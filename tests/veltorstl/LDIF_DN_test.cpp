@@ -3,6 +3,7 @@
 #include "LDIF_DN.h"
 
 #include "LDIF_Exception.h"
+#include "support/failure_of.h"
 #include "support/locale_guard.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include <type_traits>
 #include <vector>
 
+using veltor::test::failureOf;
 using veltor::test::LocaleGuard;
 
 namespace {
@@ -25,17 +27,6 @@ namespace {
 using namespace std::string_literals;
 
 constexpr const char* bothLocales[] = {"C", "C.UTF-8"};
-
-template <class Work>
-std::optional<LDIF_Exception> failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const LDIF_Exception& failure) {
-        return failure;
-    }
-    return std::nullopt;
-}
 
 LDIF_DN parsed(const std::string& text)
 {

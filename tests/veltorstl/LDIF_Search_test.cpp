@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -510,6 +509,86 @@ TEST(LdifFileSearch, SelectGivesTheTreesOwnEntries)
         ASSERT_TRUE(left != nullptr && right != nullptr) << "as many layers";
         EXPECT_EQ(left->srcFile, right->srcFile);
     }
+}
+
+namespace {
+
+/// A tree of levels of every width: o=x has three children, of which each has more than the one before it, and so on.
+std::string unevenTree()
+{
+    std::string text = "dn: o=x\nobjectclass: top\n\n";
+    int number = 0;
+    const auto addBelow = [&](const auto& self, const std::string& parent, int width, int depth) -> void {
+        for (int child = 0; child < width; ++child, ++number) {
+            const std::string dn = "cn=" + std::to_string(number) + "," + parent;
+            text += "dn: " + dn + "\ncn: " + std::to_string(number) + "\n";
+            text += number % 3 == 0 ? "" : "objectclass: top\n";
+            text += number % 5 == 0 ? "unknown: " + std::to_string(number % 7) + "\n" : "";
+            text += number % 4 == 0 ? "zor-slapdPort: " + std::to_string(1 + number % 7) + "\n\n" : "\n";
+            if (depth > 0) {
+                self(self, dn, child * 5 % 23, depth - 1);
+            }
+        }
+    };
+    addBelow(addBelow, "o=x", 12, 2);
+    return text;
+}
+
+/// What the filter says of each entry, in the order of the tree.
+std::vector<const LDIF_Entry*> matchesOneByOne(const LDIF_Entry& top, const LDIF_Filter& filter, bool whole)
+{
+    std::vector<const LDIF_Entry*> found;
+    const auto visit = [&](const auto& self, const LDIF_Entry& entry, int depth) -> void {
+        if (filter.match(entry) && (whole || depth == 1)) {
+            found.push_back(&entry);
+        }
+        if (whole || depth == 0) {
+            for (const LDIF_Entry& child : entry.children) {
+                self(self, child, depth + 1);
+            }
+        }
+    };
+    visit(visit, top, 0);
+    return found;
+}
+
+} // namespace
+
+TEST(LdifFileSearch, AWalkThatReadsAheadFindsWhatEachEntryMatches)
+{
+    const TemporaryFolder folder;
+    LDIF_File file(folder.write("zorslapd.conf", unevenTree()), "");
+    const auto check = [&](const char* when) {
+        for (const char* const base : {"", "o=x", "cn=0,o=x", "cn=1,o=x"}) {
+            const LDIF_Entry* const top = file.root.find(dnOf(base));
+            for (const char* const filter : {"objectclass", "cn=17", "unknown", "unknown=3", "zor-slapdPort=3",
+                                             "zor-slapdPeerDN", "never=1", "CN"}) {
+                SCOPED_TRACE(std::string(when) + ": " + base + " " + filter);
+                if (top == nullptr) {
+                    continue;
+                }
+                const LDIF_Entry& entry = *top;
+                EXPECT_EQ(file.select(dnOf(base), Results::subtree, filterOf(filter)),
+                          matchesOneByOne(entry, filterOf(filter), true));
+                EXPECT_EQ(file.select(dnOf(base), Results::oneLevel, filterOf(filter)),
+                          matchesOneByOne(entry, filterOf(filter), false));
+            }
+        }
+    };
+    check("as loaded");
+    ASSERT_GT(file.select(dnOf("o=x"), Results::subtree, filterOf("cn")).size(), 500U);
+    // Holes in levels, and attributes that came later.
+    std::vector<LDIF_DN> gone;
+    for (const LDIF_Entry* const entry : file.select(dnOf(""), Results::subtree, filterOf("unknown=3"))) {
+        gone.push_back(entry->dn);
+    }
+    for (const LDIF_DN& dn : gone) {
+        if (file.root.find(dn) != nullptr) {
+            file.erase(dn, true);
+        }
+    }
+    *file.root.find(dnOf("o=x")) += LDIF_Attribute("zor-slapdPeerDN", "cn=x");
+    check("changed");
 }
 
 // ---- What results hold ----

@@ -4,16 +4,18 @@
 #include "LDIF_Exception.h"
 #include "LDIF_Value.h"
 
+#include "support/failure_of.h"
 #include "veltor/platform.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+using veltor::test::failureOf;
 
 namespace {
 
@@ -110,17 +112,6 @@ void _slapd_utils_decode_buffer_free(char* text)
 }
 
 namespace {
-
-template <class Work>
-std::optional<LDIF_Exception> failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const LDIF_Exception& failure) {
-        return failure;
-    }
-    return std::nullopt;
-}
 
 class SyntaxPwCodec : public testing::Test
 {

@@ -5,6 +5,7 @@
 #include "LDIF_DN.h"
 #include "LDIF_Exception.h"
 #include "LDIF_Value.h"
+#include "support/failure_of.h"
 #include "support/locale_guard.h"
 
 #include <climits>
@@ -20,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+using veltor::test::failureOf;
 using veltor::test::LocaleGuard;
 
 namespace {
@@ -27,17 +29,6 @@ namespace {
 using namespace std::string_literals;
 
 constexpr const char* bothLocales[] = {"C", "C.UTF-8"};
-
-template <class Work>
-std::optional<LDIF_Exception> failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const LDIF_Exception& failure) {
-        return failure;
-    }
-    return std::nullopt;
-}
 
 int sign(int number)
 {

@@ -5,6 +5,7 @@
 #include "LDIF_AttrType.h"
 #include "LDIF_DN.h"
 #include "LDIF_Exception.h"
+#include "support/failure_of.h"
 #include "support/locale_guard.h"
 
 #include <algorithm>
@@ -21,22 +22,12 @@
 #include <utility>
 #include <vector>
 
+using veltor::test::failureOf;
 using veltor::test::LocaleGuard;
 
 namespace {
 
 using namespace std::string_literals;
-
-template <class Work>
-std::optional<LDIF_Exception> failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const LDIF_Exception& failure) {
-        return failure;
-    }
-    return std::nullopt;
-}
 
 int recordsOf(const LDIF_Exception& failure)
 {

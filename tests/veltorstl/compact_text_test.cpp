@@ -1,7 +1,6 @@
 // The text of a value: what it keeps at every length around the border between in place and elsewhere.
 #include "compact_text.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <iterator>
 #include <numeric>
 #include <rapidcheck.h>

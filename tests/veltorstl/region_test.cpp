@@ -1,10 +1,11 @@
 // Memory of a load: where pieces come from, how long their chunks stay, and what happens when the system has no more.
 //
-// This program stands between the library and mmap, so that chunks can be counted and made to fail. In a build with the
-// address sanitizer every piece comes from operator new, and there are no chunks to count.
+// Chunks are counted and made to fail. In a build with the address sanitizer every piece comes from operator new, and
+// there are no chunks to count.
 #include "region.h"
 
-#include <atomic>
+#include "support/mapping_watch.h"
+
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -12,42 +13,13 @@
 #include <thread>
 #include <vector>
 
-#include <sys/mman.h>
-
+using namespace veltor::test;
 using veltor::detail::chunkBytes;
 using veltor::detail::LoadRegion;
 using veltor::detail::obtain;
 using veltor::detail::Piece;
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VELTOR_PIECEWISE 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VELTOR_PIECEWISE 1
-#endif
-#endif
-
 namespace {
-
-#ifdef VELTOR_PIECEWISE
-constexpr bool piecewise = true;
-#else
-constexpr bool piecewise = false;
-#endif
-
-bool mappingFails = false;
-std::atomic<std::size_t> mappedBytes = 0; // mapped by the library and not given back
-
-/// What the library has mapped since this was made.
-class MappingWatch
-{
-public:
-    std::size_t chunks() const { return (mappedBytes - before_) / chunkBytes; }
-    bool isWhole() const { return (mappedBytes - before_) % chunkBytes == 0; }
-
-private:
-    std::size_t before_ = mappedBytes;
-};
 
 Piece filled(std::size_t bytes, std::size_t alignment = 8)
 {
@@ -72,32 +44,7 @@ void giveBack(const Piece& piece)
     veltor::detail::giveBack(piece.memory, piece.fromRegion);
 }
 
-std::size_t expectedChunks(std::size_t count)
-{
-    return piecewise ? 0 : count;
-}
-
 } // namespace
-
-extern "C" {
-void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
-int __real_munmap(void* address, size_t length);
-
-void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset)
-{
-    if (mappingFails) {
-        return MAP_FAILED;
-    }
-    mappedBytes += length;
-    return __real_mmap(address, length, protection, flags, file, offset);
-}
-
-int __wrap_munmap(void* address, size_t length)
-{
-    mappedBytes -= length;
-    return __real_munmap(address, length);
-}
-}
 
 TEST(Region, WithoutOnePiecesComeFromOperatorNew)
 {

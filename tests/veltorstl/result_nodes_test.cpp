@@ -6,10 +6,10 @@
 #include "result_nodes.h"
 
 #include "support/api_test.h"
+#include "support/mapping_watch.h"
 
 #include "handle.h"
 
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,50 +17,17 @@
 #include <thread>
 #include <vector>
 
-#include <sys/mman.h>
-
 using namespace veltor::test;
 using veltor::detail::chunkBytes;
 using veltor::detail::ClearText;
 using veltor::detail::NodeMaker;
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VELTOR_PIECEWISE 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VELTOR_PIECEWISE 1
-#endif
-#endif
-
 namespace {
-
-#ifdef VELTOR_PIECEWISE
-constexpr bool piecewise = true;
-#else
-constexpr bool piecewise = false;
-#endif
 
 // So many nodes are blocks; the next one is the first in a chunk.
 constexpr std::size_t blocks = 1024;
 
-bool mappingFails = false;
-std::atomic<std::size_t> mappedBytes = 0; // mapped by the library and not given back
-std::vector<std::string> givenBack;       // what the decoder's buffers held when they went back
-
-/// What the library has mapped since this was made.
-class MappingWatch
-{
-public:
-    std::size_t chunks() const { return (mappedBytes - before_) / chunkBytes; }
-
-private:
-    std::size_t before_ = mappedBytes;
-};
-
-std::size_t expectedChunks(std::size_t count)
-{
-    return piecewise ? 0 : count;
-}
+std::vector<std::string> givenBack; // what the decoder's buffers held when they went back
 
 bool liesInChunk(const cfg_message& node)
 {
@@ -130,24 +97,6 @@ protected:
 } // namespace
 
 extern "C" {
-void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
-int __real_munmap(void* address, size_t length);
-
-void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset)
-{
-    if (mappingFails) {
-        return MAP_FAILED;
-    }
-    mappedBytes += length;
-    return __real_mmap(address, length, protection, flags, file, offset);
-}
-
-int __wrap_munmap(void* address, size_t length)
-{
-    mappedBytes -= length;
-    return __real_munmap(address, length);
-}
-
 // The codec is a frame around the text.
 int _slapd_utils_decode_buffer(char* encodedText, char** text)
 {

@@ -2,6 +2,7 @@
 #include "shared_name.h"
 
 #include <gtest/gtest.h>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -55,6 +56,29 @@ TEST(SharedName, GoesWhereAStringGoes)
     stream << name;
     EXPECT_EQ(stream.str(), "cn");
     EXPECT_TRUE(cisString(name) == "CN");
+}
+
+TEST(SharedName, GoesWhereACisStringGoes)
+{
+    const SharedName name("cn");
+    cisString text = name;
+    EXPECT_STREQ(text.c_str(), "cn");
+    text = "other";
+    text = name;
+    EXPECT_STREQ(text.c_str(), "cn");
+    EXPECT_EQ(cisString("CN").compare(name), 0);
+    EXPECT_LT(cisString("CM").compare(name), 0);
+    EXPECT_EQ(std::set<cisString>{cisString("CN")}.count(name), 1U);
+}
+
+TEST(SharedName, GoesWhereAStringViewGoes)
+{
+    const SharedName name("cn");
+    const std::string_view view = name;
+    EXPECT_EQ(view, "cn");
+    EXPECT_EQ(view.data(), name.data());
+    EXPECT_EQ(name + 'x', "cnx");
+    EXPECT_EQ('x' + name, "xcn");
 }
 
 TEST(SharedName, ComparesInEveryDirection)

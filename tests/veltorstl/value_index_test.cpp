@@ -6,13 +6,13 @@
 #include "LDIF_DN.h"
 #include "LDIF_Exception.h"
 #include "LDIF_Value.h"
+#include "support/failure_of.h"
 #include "support/locale_guard.h"
 
 #include <algorithm>
 #include <cctype>
 #include <clocale>
 #include <gtest/gtest.h>
-#include <optional>
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
 #include <string>
@@ -20,6 +20,7 @@
 #include <vector>
 
 using veltor::detail::ValueIndex;
+using veltor::test::failureOf;
 using veltor::test::LocaleGuard;
 
 namespace {
@@ -119,17 +120,6 @@ Texts textsOf(const Values& values)
 std::size_t positionOf(const LDIF_Values& list, const std::string& text)
 {
     return static_cast<std::size_t>(list.find(text) - list.begin());
-}
-
-template <class Work>
-std::optional<LDIF_Exception> failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const LDIF_Exception& failure) {
-        return failure;
-    }
-    return std::nullopt;
 }
 
 } // namespace

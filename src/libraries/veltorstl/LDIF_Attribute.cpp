@@ -1,11 +1,14 @@
 // Attributes and attribute lists.
 #include "LDIF_Attribute.h"
 
+#include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
 #include "rendered_text.h"
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 const char* veltor::detail::lineTypeName(LDIF_Line::Type type)
@@ -82,7 +85,8 @@ LDIF_Attributes& LDIF_Attributes::operator+=(LDIF_Attribute&& attribute)
 {
     const auto position = std::as_const(*this).placeOf(attribute.name);
     if (position != cend() && position->name.compare(attribute.name) == 0) {
-        (*this)[static_cast<size_type>(position - cbegin())].merge(std::move(attribute));
+        // The name stays: no reason to forget the map.
+        Items::operator[](static_cast<size_type>(position - cbegin())).merge(std::move(attribute));
     } else {
         insert(position, std::move(attribute));
     }
@@ -150,6 +154,79 @@ LDIF_Attributes::const_iterator LDIF_Attributes::find(const cisString& name) con
 {
     const auto position = placeOf(name);
     return position != end() && position->name.compare(name) == 0 ? position : end();
+}
+
+namespace {
+
+struct Bit
+{
+    std::size_t word;
+    std::uint64_t mask;
+};
+
+/// The bit of a record of the catalogue; none for a record from elsewhere.
+std::optional<Bit> bitOf(const _AttrType* type) noexcept
+{
+    constexpr std::size_t wordBits = 64;
+    static_assert(attrMapArray.size() < 2 * wordBits);
+    const auto offset = reinterpret_cast<std::uintptr_t>(type) - reinterpret_cast<std::uintptr_t>(attrMapArray.data());
+    const std::size_t index = offset / sizeof(_AttrType);
+    if (index >= attrMapArray.size()) {
+        return std::nullopt;
+    }
+    return Bit{index / wordBits, std::uint64_t{1} << (index % wordBits)};
+}
+
+} // namespace
+
+void LDIF_Attributes::mapNames() noexcept
+{
+    Map map = {};
+    for (const LDIF_Attribute& attribute : std::as_const(*this)) {
+        const auto bit = bitOf(attribute.values.type);
+        if (!bit) {
+            return;
+        }
+        map[bit->word] |= bit->mask;
+    }
+    map_ = map;
+}
+
+LDIF_Attributes::Finder::Finder(const cisString& name) : name_(name), type_(veltor::detail::attrTypeOf(name))
+{
+    const Bit bit = *bitOf(type_);
+    word_ = bit.word;
+    mask_ = bit.mask;
+    if (type_ == &attrMapArray.back()) {
+        type_ = nullptr;
+    }
+}
+
+const LDIF_Attribute* LDIF_Attributes::Finder::likelyPlace(const LDIF_Attributes& list) const noexcept
+{
+    if (!mayFindIn(list) || !list.isMapped()) {
+        return nullptr;
+    }
+    // As many attributes stand before it as records that have a bit, if the catalogue knows them all.
+    auto before = static_cast<size_type>(std::popcount(list.map_[word_] & (mask_ - 1)));
+    if (word_ == 1) {
+        before += static_cast<size_type>(std::popcount(list.map_[0]));
+    }
+    return before < list.size() ? list.data() + before : nullptr;
+}
+
+const LDIF_Attribute* LDIF_Attributes::Finder::find(const LDIF_Attributes& list,
+                                                    const LDIF_Attribute* likelyPlace) const
+{
+    if (!mayFindIn(list)) {
+        return nullptr;
+    }
+    // With a map every attribute has the record of its name, so the record tells the name.
+    if (likelyPlace != nullptr && likelyPlace->values.type == type_) {
+        return likelyPlace;
+    }
+    const auto place = list.find(name_);
+    return place == list.end() ? nullptr : place;
 }
 
 /// The first attribute whose name does not sort before the name.

@@ -11,7 +11,7 @@ LDIF_Comment& LDIF_Comment::operator+=(const LDIF_Comment& other)
     return *this;
 }
 
-void LDIF_Comment::absorb(LDIF_Comment&& other)
+void LDIF_Comment::append(LDIF_Comment&& other)
 {
     if (lines.empty()) {
         lines = std::move(other.lines);

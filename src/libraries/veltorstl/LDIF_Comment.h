@@ -6,6 +6,7 @@
 #include "list.h"
 
 #include <string>
+#include <utility>
 
 /// Comment lines in file order, each kept whole with its "#". An entry's comment also keeps blank lines.
 class LDIF_Comment
@@ -20,7 +21,13 @@ public:
     virtual std::string str() const;
 
     /// What += would do with the other's lines, which are given up.
-    void absorb(LDIF_Comment&& other);
+    void absorb(LDIF_Comment&& other)
+    {
+        // Most attributes have no comment.
+        if (!other.lines.empty()) {
+            append(std::move(other));
+        }
+    }
 
     /// Appends str() to a text, which is a std::string or takes what that takes.
     template <class Text>
@@ -31,6 +38,9 @@ public:
             text.push_back('\n');
         }
     }
+
+private:
+    void append(LDIF_Comment&& other);
 };
 
 #endif

@@ -205,11 +205,8 @@ public:
     }
 
     // RDN, or several separated by "," or ";"; parsed leftmost first, kept root first
-    //
-    // Gives the text of the parent, unless there is none or it was remembered.
-    View dn(LDIF_DN& into, std::string_view wholeText)
+    void dn(LDIF_DN& into, std::string_view wholeText)
     {
-        View parentText;
         // Also after a failure the RDNs parsed so far are moved to the root side of those present.
         struct ToRootSide
         {
@@ -226,11 +223,17 @@ public:
                         // Nothing stands between two separators.
                         refuse(__LINE__, missingAttribute, "Missing RDN attribute");
                     }
-                    into.push_back(rdn());
+                    if (first || !takeRemembered(into)) {
+                        const View text = rest_;
+                        into.push_back(rdn());
+                        if (!first) {
+                            remember(text.substr(0, text.size() - rest_.size()), into);
+                        }
+                    }
                 },
                 nameText);
             if (rest_.empty()) {
-                return parentText;
+                return;
             }
             if (!atSeparator()) {
                 LDIF_Exception failure(VELTOR_HERE, result::other, 1000, "Unexpected syntax error");
@@ -238,30 +241,58 @@ public:
                 throw failure;
             }
             skip(1);
-            if (first) {
-                parentText = rest_;
-            }
-            if (takeRemembered(into)) {
-                return first ? View() : parentText;
+            if (first && takeLent(into)) {
+                return;
             }
         }
     }
 
 private:
-    /// Adds what is left to a DN, if it was parsed before.
+    // In a text that others say, too, the RDNs of ancestors are looked for among those that were parsed before.
+
+    static DnMemory* memory() { return std::is_same_v<Character, char> ? DnMemory::inForce() : nullptr; }
+
+    /// Adds all that is left to a DN, if it is lent.
+    bool takeLent(LDIF_DN& into) const
+    {
+        if constexpr (std::is_same_v<Character, char>) {
+            const LDIF_DN* const known = memory() == nullptr ? nullptr : memory()->lent(rest_);
+            for (std::size_t level = known == nullptr ? 0 : known->size(); level > 0; --level) {
+                into.push_back(known->shared(level - 1));
+            }
+            return known != nullptr;
+        }
+        return false;
+    }
+
+    /// Adds the next RDN to a DN, if it is remembered.
     bool takeRemembered(LDIF_DN& into)
     {
         if constexpr (std::is_same_v<Character, char>) {
-            const DnMemory* const memory = DnMemory::inForce();
-            const LDIF_DN* const known = memory == nullptr ? nullptr : memory->find(rest_);
-            if (known != nullptr) {
-                for (std::size_t level = known->size(); level > 0; --level) {
-                    into.push_back(known->shared(level - 1));
-                }
-                return true;
+            if (memory() == nullptr) {
+                return false;
             }
+            // Where it has an escape or a quote in it the RDN may go on behind the separator: no such text is
+            // remembered.
+            const View text = rest_.substr(0, rest_.find_first_of(separators));
+            const RdnRef* const known = memory()->find(text);
+            if (known != nullptr) {
+                into.push_back(*known);
+                rest_.remove_prefix(text.size());
+            }
+            return known != nullptr;
         }
         return false;
+    }
+
+    /// Remembers the last RDN of a DN by its text.
+    void remember(View text, const LDIF_DN& dn) const
+    {
+        if constexpr (std::is_same_v<Character, char>) {
+            if (memory() != nullptr && text.find_first_of(separatorsAndEscapes) == View::npos) {
+                memory()->remember(text, dn.shared(dn.size() - 1));
+            }
+        }
     }
 
     /// What a level had in front of it, for its messages.
@@ -438,6 +469,8 @@ private:
         return true;
     }
 
+    static constexpr char separators[] = ",;";
+    static constexpr char separatorsAndEscapes[] = ",;\\\"";
     static constexpr Character quotedStops[] = {Character('"'), Character('\\'), Character(0)};
 
     View rest_;
@@ -703,35 +736,19 @@ DnMemory::~DnMemory()
     inForce_ = outer_;
 }
 
-DnMemory::Slot& DnMemory::slotOf(std::string_view text)
+const RdnRef* DnMemory::find(std::string_view text) const
 {
-    return slots_[hashBytes(hashSeed(), text) & (slots_.size() - 1)];
+    const Slot& slot = slots_[placeOf(text)];
+    return text == slot.text && !slot.rdn.empty() ? &slot.rdn.shared(0) : nullptr;
 }
 
-const DnMemory::Slot& DnMemory::slotOf(std::string_view text) const
+void DnMemory::remember(std::string_view text, const RdnRef& rdn)
 {
-    return slots_[hashBytes(hashSeed(), text) & (slots_.size() - 1)];
-}
-
-const LDIF_DN* DnMemory::find(std::string_view text) const
-{
-    if (lent_ != nullptr && text == lentText_) {
-        return lent_;
-    }
-    const Slot& slot = slotOf(text);
-    return !text.empty() && text == slot.text ? &slot.dn : nullptr;
-}
-
-void DnMemory::rememberParent(std::string_view parentText, const LDIF_DN& dn)
-{
-    Slot& slot = slotOf(parentText);
-    // Without its text a slot says nothing, should memory run out half-way.
-    slot.text.clear();
-    slot.dn.clear();
-    for (std::size_t level = 0; level + 1 < dn.size(); ++level) {
-        slot.dn.push_back(dn.shared(level));
-    }
-    slot.text.assign(parentText);
+    Slot& slot = slots_[placeOf(text)];
+    // Without its RDN a slot says nothing, should memory run out half-way.
+    slot.rdn.clear();
+    slot.text.assign(text);
+    slot.rdn.push_back(rdn);
 }
 
 void DnMemory::lend(std::string_view text, const LDIF_DN& dn)
@@ -743,7 +760,8 @@ void DnMemory::lend(std::string_view text, const LDIF_DN& dn)
 
 void parse(LDIF_DN& dn, std::string_view text)
 {
-    if (!isPlainAscii(text)) {
+    const DnMemory* const memory = DnMemory::inForce();
+    if (!isAsciiWithoutNul(text) || !(memory != nullptr ? memory->readsAscii() : localeReadsAscii())) {
         cisString stripped = std::string(text);
         stripLeading(stripped);
         if (!stripped.empty()) {
@@ -756,11 +774,7 @@ void parse(LDIF_DN& dn, std::string_view text)
     if (view.empty()) {
         return;
     }
-    const bool whole = dn.empty();
-    const std::string_view parentText = DnParser<char>(view).dn(dn, text);
-    if (DnMemory* const memory = DnMemory::inForce(); memory != nullptr && whole && !parentText.empty()) {
-        memory->rememberParent(parentText, dn);
-    }
+    DnParser<char>(view).dn(dn, text);
 }
 
 } // namespace veltor::detail

@@ -181,7 +181,8 @@ private:
 };
 
 /// The RDNs of a DN: a dynamic array of LDIF_RDN with the interface of std::vector, but for data(). Copies share the
-/// RDNs until one of them is changed. Positions are valid until the list changes.
+/// RDNs until one of them is changed, and may live on different threads. Positions are valid until the list changes;
+/// a constant reference to an RDN no longer than until the list is asked for a mutable one.
 class RdnList
 {
 public:
@@ -397,8 +398,8 @@ void parse(LDIF_DN& dn, std::string_view text);
 /// How many RDNs two DNs have in common, counted from the root in one and from a level on in the other.
 std::size_t commonLevels(const LDIF_DN& dn, const LDIF_DN& other, std::size_t from = 0);
 
-/// Remembers ancestors while it is in force on a thread: files say the same ones again and again, and DNs below them
-/// get the RDNs that are there already.
+/// Remembers the RDNs of ancestors while it is in force on a thread: files say the same ones again and again, and DNs
+/// below them get those that are there already.
 ///
 /// Only what parses well is remembered, by its exact text, and only plain ASCII, whose meaning no locale changes.
 class DnMemory
@@ -412,22 +413,26 @@ public:
 
     static DnMemory* inForce() { return inForce_; }
 
-    /// What was remembered for a text; null if nothing was.
-    const LDIF_DN* find(std::string_view text) const;
-    /// Remembers the parent of a DN by its text.
-    void rememberParent(std::string_view parentText, const LDIF_DN& dn);
-    /// Lends a DN until the next one is lent: the next line most likely lies below it.
+    /// What localeReadsAscii() says: as long as a memory is in force the locale stays what it is.
+    bool readsAscii() const { return readsAscii_; }
+
+    /// The RDN that was remembered for a text; null if none was.
+    const RdnRef* find(std::string_view text) const;
+    void remember(std::string_view text, const RdnRef& rdn);
+
+    /// Lends a whole DN until the next one is lent: the next line most likely lies below it.
     void lend(std::string_view text, const LDIF_DN& dn);
+    /// The DN that is lent, if that is its text; else null.
+    const LDIF_DN* lent(std::string_view text) const { return text == lentText_ ? lent_ : nullptr; }
 
 private:
     struct Slot
     {
         std::string text;
-        LDIF_DN dn;
+        LDIF_DN rdn; // one level, or none
     };
 
-    Slot& slotOf(std::string_view text);
-    const Slot& slotOf(std::string_view text) const;
+    std::size_t placeOf(std::string_view text) const { return hashBytes(hashSeed(), text) & (slots_.size() - 1); }
 
     static constinit thread_local DnMemory* inForce_;
 
@@ -435,6 +440,7 @@ private:
     std::vector<Slot> slots_; // a power of two; one slot serves all texts whose hashes end alike
     std::string lentText_;
     const LDIF_DN* lent_ = nullptr;
+    bool readsAscii_ = localeReadsAscii();
 };
 
 } // namespace veltor::detail

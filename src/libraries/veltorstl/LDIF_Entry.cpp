@@ -139,16 +139,16 @@ LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::si
     return appendAdopting(std::move(entry), place.parent->children);
 }
 
-LDIF_Entry::Landing LDIF_Entry::insertDescendant(std::unique_ptr<LDIF_Entry>&& entry)
+LDIF_Entry& LDIF_Entry::insertDescendant(std::unique_ptr<LDIF_Entry>&& entry)
 {
     const Place place = placeOf(entry->dn, dn.size());
     if (place.existing != nullptr) {
         place.existing->mergeFrom(*entry);
-        return {place.existing, place.parent};
+        return *place.existing;
     }
     place.parent->children.makeRoom();
     entry->relDn.assignFrom(entry->dn, place.level);
-    return {&appendAdopting(std::move(entry), place.parent->children), place.parent};
+    return appendAdopting(std::move(entry), place.parent->children);
 }
 
 /// Puts an entry into the room behind its siblings, of which it adopts those that belong below it.
@@ -231,7 +231,7 @@ std::ostream& operator<<(std::ostream& stream, const LDIF_Entry& entry)
 
 void veltor::detail::TreeWalk::next(bool intoChildren)
 {
-    if (intoChildren) {
+    if (intoChildren && !current_->children.isBlank()) {
         path_.push_back({current_, 0});
     }
     while (!path_.empty()) {

@@ -76,15 +76,8 @@ public:
     /// caller. Returns the entry of the tree that holds it now.
     LDIF_Entry& insert(std::unique_ptr<LDIF_Entry>&& entry);
 
-    /// Where an entry of the file came to stand.
-    struct Landing
-    {
-        LDIF_Entry* entry;  // the entry of the tree that holds it
-        LDIF_Entry* parent; // the nearest existing ancestor
-    };
-
     /// What insert does, for a new entry whose relDn is not made yet and whose DN lies below this entry's.
-    Landing insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
+    LDIF_Entry& insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
 
     /// Appends the texts of the entry and of everything below it, each entry before its children.
     /// @param text  a std::string or a veltor::detail::RenderedText
@@ -125,6 +118,12 @@ public:
     const LDIF_Entry* current() const { return current_; }
     /// How far below the top that entry is.
     std::size_t depth() const { return path_.size(); }
+    /// The entry that stands so many slots behind the current one on its level; null when there is none. For those
+    /// who read ahead: the walk may come elsewhere first.
+    const LDIF_Entry* ahead(std::size_t slots) const noexcept
+    {
+        return path_.empty() ? nullptr : path_.back().parent->children.inSlot(path_.back().slot + slots - 1);
+    }
     /// Goes on, with the children of the current entry first, or without them.
     void next(bool intoChildren = true);
 

@@ -3,15 +3,15 @@
 
 #include "LDIF_Entry.h"
 #include "fold_hash.h"
+#include "hash_cells.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <stdexcept>
-#include <unordered_map>
 
 using veltor::detail::FoldTable;
 using veltor::detail::foldTable;
+using veltor::detail::HashCells;
 using veltor::detail::hashSeed;
 using veltor::detail::mixed;
 
@@ -48,25 +48,25 @@ bool liesBelow(const LDIF_DN& descendant, const LDIF_DN& dn, std::size_t from)
 
 struct LDIF_EntryList::Index
 {
-    /// Open addressing; a cell of a child that left is told by the hole in its slot.
-    struct Cell
-    {
-        std::uint32_t hash = 0;
-        std::uint32_t slotPlusOne = 0;
-    };
+    using Slot = std::uint32_t;
+    using Group = std::vector<Slot>;
 
     FoldTable fold = foldTable();
     std::size_t longest = 0; // RDNs of the longest relative DN
-    std::vector<Cell> cells;
-    std::size_t used = 0;
-    // For each number of RDNs that was asked for: slots of the children that lie deeper, ascending, by those RDNs.
-    // Made on demand, so that moving children down a deep tree does not cost the square of its depth.
-    using Below = std::unordered_map<std::uint64_t, std::vector<std::uint32_t>>;
-    std::map<std::size_t, Below> belowByLevels;
+    // The slots of the children, plus one, by their relative DNs. A child that left is told by the hole in its slot.
+    HashCells<Slot> equals;
+    // For each number of RDNs that was asked for: the children that lie deeper, by those RDNs. Mostly one child, which
+    // is then its slot with the lone bit; else a group's position plus one. Made on demand, so that moving children
+    // down a deep tree does not cost the square of its depth.
+    HashCells<Slot> below;
+    std::vector<Group> groups; // ascending
+    std::vector<bool> belowLevels;
+    std::vector<std::uint64_t> hashes; // of the DN at hand, by number of RDNs less one
 
-    explicit Index(const Slots& slots)
+    static constexpr Slot lone = 0x80000000U;
+
+    explicit Index(const Slots& slots) : equals(slots.size())
     {
-        cells.resize(std::max<std::size_t>(64, nextPowerOfTwo(slots.size() * 2)));
         for (std::size_t slot = 0; slot < slots.size(); ++slot) {
             if (slots[slot] != nullptr) {
                 add(slots[slot]->relDn, slot);
@@ -74,105 +74,100 @@ struct LDIF_EntryList::Index
         }
     }
 
-    static std::size_t nextPowerOfTwo(std::size_t count)
+    /// Fills in the hashes of what a DN says from a level on, up to a number of RDNs.
+    void hash(const LDIF_DN& dn, std::size_t from, std::size_t count)
     {
-        std::size_t power = 1;
-        while (power < count) {
-            power *= 2;
+        hashes.resize(count);
+        std::uint64_t chained = hashSeed();
+        for (std::size_t index = 0; index < count; ++index) {
+            chained = mixed(chained, dn.shared(from + index).hash(fold));
+            hashes[index] = chained;
         }
-        return power;
     }
+
+    bool isKeptBelow(std::size_t levels) const { return levels < belowLevels.size() && belowLevels[levels]; }
 
     void add(const LDIF_DN& relDn, std::size_t slot)
     {
-        const auto number = static_cast<std::uint32_t>(slot);
-        std::uint64_t hash = hashSeed();
-        auto below = belowByLevels.begin();
-        for (std::size_t level = 0; level < relDn.size(); ++level) {
-            hash = mixed(hash, relDn.shared(level).hash(fold));
-            if (below != belowByLevels.end() && below->first == level + 1 && level + 1 < relDn.size()) {
-                below->second[hash].push_back(number);
-                ++below;
+        if (relDn.empty()) {
+            // No DN below this level names it.
+            return;
+        }
+        hash(relDn, 0, relDn.size());
+        equals.prefetch(hashes.back());
+        for (std::size_t levels = 1; levels < relDn.size(); ++levels) {
+            if (isKeptBelow(levels)) {
+                below.prefetch(hashes[levels - 1]);
+            }
+        }
+        for (std::size_t levels = 1; levels < relDn.size(); ++levels) {
+            if (isKeptBelow(levels)) {
+                addBelow(hashes[levels - 1], static_cast<Slot>(slot));
             }
         }
         longest = std::max(longest, relDn.size());
-        if ((used + 1) * 2 > cells.size()) {
-            grow();
-        }
-        place({static_cast<std::uint32_t>(hash >> 32U), number + 1});
+        equals.add(hashes.back(), static_cast<Slot>(slot) + 1);
     }
 
-    void grow()
+    void addBelow(std::uint64_t key, Slot slot)
     {
-        std::vector<Cell> old(cells.size() * 2);
-        old.swap(cells);
-        used = 0;
-        for (const Cell& cell : old) {
-            if (cell.slotPlusOne != 0) {
-                place(cell);
+        Slot* const present = below.find(key, [](Slot) { return true; });
+        if (present == nullptr) {
+            below.add(key, slot | lone);
+        } else if ((*present & lone) != 0) {
+            groups.push_back({*present & ~lone, slot});
+            *present = static_cast<Slot>(groups.size());
+        } else {
+            groups[*present - 1].push_back(slot);
+        }
+    }
+
+    std::unique_ptr<LDIF_Entry>* find(Slots& slots, const LDIF_DN& dn, std::size_t from)
+    {
+        const std::size_t most = std::min(dn.size() - from, longest);
+        hash(dn, from, most);
+        for (std::size_t levels = 1; levels <= most; ++levels) {
+            const std::uint64_t key = hashes[levels - 1];
+            std::unique_ptr<LDIF_Entry>* hit = nullptr;
+            equals.find(key, [&](Slot slotPlusOne) {
+                auto& slot = slots[slotPlusOne - 1];
+                hit = slot != nullptr && slot->relDn.size() == levels && leads(slot->relDn, dn, from) ? &slot : nullptr;
+                return hit != nullptr;
+            });
+            if (hit != nullptr) {
+                return hit;
             }
-        }
-    }
-
-    void place(Cell cell)
-    {
-        std::size_t position = cell.hash & (cells.size() - 1);
-        while (cells[position].slotPlusOne != 0) {
-            position = (position + 1) & (cells.size() - 1);
-        }
-        cells[position] = cell;
-        ++used;
-    }
-
-    std::unique_ptr<LDIF_Entry>* find(Slots& slots, const LDIF_DN& dn, std::size_t from) const
-    {
-        std::uint64_t hash = hashSeed();
-        const std::size_t last = std::min(dn.size(), from + longest);
-        for (std::size_t level = from; level < last; ++level) {
-            hash = mixed(hash, dn.shared(level).hash(fold));
-            const auto wanted = static_cast<std::uint32_t>(hash >> 32U);
-            for (std::size_t position = wanted & (cells.size() - 1); cells[position].slotPlusOne != 0;
-                 position = (position + 1) & (cells.size() - 1)) {
-                if (cells[position].hash != wanted) {
-                    continue;
-                }
-                auto& slot = slots[cells[position].slotPlusOne - 1];
-                if (slot != nullptr && slot->relDn.size() == level + 1 - from && leads(slot->relDn, dn, from)) {
-                    return &slot;
-                }
+            if (isKeptBelow(levels) && below.find(key, [](Slot) { return true; }) == nullptr) {
+                // Nobody lies below these RDNs, so nobody has more of them.
+                return nullptr;
             }
         }
         return nullptr;
     }
 
-    /// The key of `count` RDNs from a level on.
-    std::uint64_t keyOf(const LDIF_DN& dn, std::size_t from, std::size_t count) const
-    {
-        std::uint64_t hash = hashSeed();
-        for (std::size_t level = from; level < from + count; ++level) {
-            hash = mixed(hash, dn.shared(level).hash(fold));
-        }
-        return hash;
-    }
-
-    /// The slots that may hold children below what the DN says from a level on; null if there are none.
-    const std::vector<std::uint32_t>* slotsBelow(const Slots& slots, const LDIF_DN& dn, std::size_t from)
+    /// The slots that may hold children below what the DN says from a level on.
+    Group slotsBelow(const Slots& slots, const LDIF_DN& dn, std::size_t from)
     {
         const std::size_t levels = dn.size() - from;
         if (longest <= levels) {
-            return nullptr;
+            return {};
         }
-        const auto [place, isNew] = belowByLevels.try_emplace(levels);
-        Below& below = place->second;
-        if (isNew) {
+        if (!isKeptBelow(levels)) {
+            belowLevels.resize(std::max(belowLevels.size(), levels + 1));
+            belowLevels[levels] = true;
             for (std::size_t slot = 0; slot < slots.size(); ++slot) {
                 if (slots[slot] != nullptr && slots[slot]->relDn.size() > levels) {
-                    below[keyOf(slots[slot]->relDn, 0, levels)].push_back(static_cast<std::uint32_t>(slot));
+                    hash(slots[slot]->relDn, 0, levels);
+                    addBelow(hashes.back(), static_cast<Slot>(slot));
                 }
             }
         }
-        const auto group = below.find(keyOf(dn, from, levels));
-        return group == below.end() ? nullptr : &group->second;
+        hash(dn, from, levels);
+        const Slot* const found = below.find(hashes.back(), [](Slot) { return true; });
+        if (found == nullptr) {
+            return {};
+        }
+        return (*found & lone) != 0 ? Group{*found & ~lone} : groups[*found - 1];
     }
 };
 
@@ -224,12 +219,19 @@ std::vector<std::size_t> LDIF_EntryList::below(const LDIF_DN& dn, std::size_t fr
             found.push_back(slot);
         }
     };
-    if (slots.size() < indexedFrom || body_->exposed) {
+    if (slots.size() < indexedFrom || body_->exposed || dn.size() == from) {
         for (std::size_t slot = 0; slot < slots.size(); ++slot) {
             look(slot);
         }
-    } else if (const auto* const group = usableIndex()->slotsBelow(slots, dn, from); group != nullptr) {
-        std::for_each(group->begin(), group->end(), look);
+        return found;
+    }
+    try {
+        const auto group = usableIndex()->slotsBelow(slots, dn, from);
+        std::for_each(group.begin(), group.end(), look);
+    } catch (...) {
+        // Half an index would hide children.
+        body_->index.reset();
+        throw;
     }
     return found;
 }

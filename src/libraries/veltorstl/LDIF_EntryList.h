@@ -163,6 +163,15 @@ public:
         return nullptr;
     }
 
+    /// True when it never had a child. Some that had are empty by now.
+    bool isBlank() const noexcept { return body_ == nullptr; }
+
+    /// The child in a slot; null for a hole, and behind the last. For those who read ahead.
+    const LDIF_Entry* inSlot(std::size_t slot) const noexcept
+    {
+        return body_ != nullptr && slot < body_->slots.size() ? body_->slots[slot].get() : nullptr;
+    }
+
 private:
     struct Index;
     struct Body

@@ -6,6 +6,7 @@
 #include "LDIF_Line.h"
 #include "disk.h"
 #include "fold_hash.h"
+#include "hash_cells.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -73,11 +74,40 @@ public:
         SharedName text;
         const _AttrType* type = nullptr;
         const char* behind = nullptr; // the text of a name that sorts before this one; texts live as long as the table
+        std::size_t next = 0;         // where the name stands that followed this one
     };
 
     NameTable() { slots_.resize(fewest); }
 
     Name& of(std::string_view text)
+    {
+        // Entries resemble each other: mostly the same name follows, or the name comes again.
+        Name& last = slots_[last_];
+        Name& next = slots_[last.next];
+        if (next.text == text && next.type != nullptr) {
+            last_ = last.next;
+            return next;
+        }
+        if (last.text == text && last.type != nullptr) {
+            return last;
+        }
+        Name& name = lookedUp(text);
+        if (&name != &passing_) {
+            const auto position = static_cast<std::size_t>(&name - slots_.data());
+            slots_[last_].next = position;
+            last_ = position;
+        }
+        return name;
+    }
+
+    /// Every name that was asked for is in the table, so that no two names ever share an address.
+    bool isWhole() const { return isWhole_; }
+
+private:
+    static constexpr std::size_t fewest = 256;
+    static constexpr std::size_t most = 4096;
+
+    Name& lookedUp(std::string_view text)
     {
         std::size_t position = hashBytes(hashSeed(), text);
         for (;; ++position) {
@@ -90,13 +120,6 @@ public:
             }
         }
     }
-
-    /// Every name that was asked for is in the table, so that no two names ever share an address.
-    bool isWhole() const { return isWhole_; }
-
-private:
-    static constexpr std::size_t fewest = 256;
-    static constexpr std::size_t most = 4096;
 
     Name& add(std::string_view text, Name& slot)
     {
@@ -113,16 +136,19 @@ private:
         std::vector<Name> old(2 * slots_.size());
         old.swap(slots_);
         used_ = 0;
+        last_ = 0;
         for (Name& known : old) {
             if (known.type != nullptr) {
-                of(known.text.str()) = known;
+                known.next = 0;
+                lookedUp(known.text.str()) = known;
             }
         }
-        return of(text);
+        return lookedUp(text);
     }
 
     std::vector<Name> slots_; // a power of two, by the hash of the text
     std::size_t used_ = 0;
+    std::size_t last_ = 0; // where the name stands that was asked for last
     Name passing_;
     bool isWhole_ = true;
 };
@@ -192,6 +218,45 @@ private:
     using Order = std::set<std::size_t, ByName>;
 
     std::optional<Order> order_;
+};
+
+/// The entries that a load has put into the tree, by their DNs. They stay while it lasts, and where they are.
+class PresentEntries
+{
+public:
+    /// The nearest ancestor of a DN among them, or null.
+    LDIF_Entry* nearestAncestor(const LDIF_DN& dn)
+    {
+        hashes_.clear();
+        std::uint64_t hash = hashSeed();
+        for (std::size_t level = 0; level < dn.size(); ++level) {
+            hash = mixed(hash, dn.shared(level).hash(fold_));
+            hashes_.push_back(hash);
+            entries_.prefetch(hash);
+        }
+        for (std::size_t levels = dn.size(); levels > 1; --levels) {
+            LDIF_Entry* const* const found = entries_.find(hashes_[levels - 2], [&](const LDIF_Entry* entry) {
+                return entry->dn.size() == levels - 1 && commonLevels(entry->dn, dn) == levels - 1;
+            });
+            if (found != nullptr) {
+                return *found;
+            }
+        }
+        return nullptr;
+    }
+
+    /// Adds the entry whose nearest ancestor was asked for last.
+    void add(LDIF_Entry& entry)
+    {
+        if (!hashes_.empty()) {
+            entries_.add(hashes_.back(), &entry);
+        }
+    }
+
+private:
+    FoldTable fold_ = foldTable();
+    HashCells<LDIF_Entry*> entries_;
+    std::vector<std::uint64_t> hashes_;
 };
 
 /// One load of the file into an empty tree.
@@ -328,38 +393,17 @@ private:
         for (LDIF_Attribute& attribute : attributes_) {
             current_->attributes.push_back(std::move(attribute));
         }
+        current_->attributes.mapNames();
         attributes_.clear();
         LDIF_Entry* const entry = current_.get();
-        LDIF_Entry& ancestor = nearestKnown();
-        last_ = {};
-        const LDIF_Entry::Landing landing = ancestor.insertDescendant(std::move(current_));
+        LDIF_Entry* const ancestor = present_.nearestAncestor(entry->dn);
+        LDIF_Entry& placed = (ancestor != nullptr ? *ancestor : root_).insertDescendant(std::move(current_));
         current_.reset();
-        if (landing.entry == entry) {
-            last_ = landing;
-            ancestors_.lend(dnText_, entry->dn);
+        if (&placed == entry) {
+            present_.add(placed);
+            ancestors_.lend(dnText_, placed.dn);
         }
         closing_ = false;
-    }
-
-    /// An existing ancestor of the current entry: the last entry or its parent where that is one, else the root.
-    LDIF_Entry& nearestKnown() const
-    {
-        if (last_.entry != nullptr) {
-            const LDIF_DN& dn = current_->dn;
-            const LDIF_DN& other = last_.entry->dn;
-            // The memory of ancestors gives both the same RDNs.
-            std::size_t level = 0;
-            while (level < dn.size() && level < other.size() && dn.shared(level).isSame(other.shared(level))) {
-                ++level;
-            }
-            if (level == other.size() && level < dn.size()) {
-                return *last_.entry;
-            }
-            if (level < dn.size() && level >= last_.parent->dn.size()) {
-                return *last_.parent;
-            }
-        }
-        return root_;
     }
 
     void openEntry(std::string_view label, std::string_view dn)
@@ -524,7 +568,7 @@ private:
     std::unique_ptr<LDIF_Entry> current_;
     LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
     NameTable names_;
-    LDIF_Entry::Landing last_ = {}; // of the entry before it, if that is in the tree as it was read
+    PresentEntries present_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;

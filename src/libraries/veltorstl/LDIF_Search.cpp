@@ -4,6 +4,7 @@
 #include "LDIF_Exception.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <ostream>
 #include <type_traits>
@@ -67,23 +68,106 @@ std::string unescaped(const std::string& text)
     return value;
 }
 
+/// The matches below an entry, in the order of the walk.
+///
+/// The entries lie all over the memory, so the walk runs ahead: what may match is fetched and waits until those before
+/// it were looked at.
+class Matches
+{
+public:
+    /// @param whole  everything below, not just the children
+    Matches(const LDIF_Entry& top, bool whole, veltor::detail::FilterRun& run) : run_(run), scout_(top), whole_(whole)
+    {
+        scout_.next();
+        fetchLevel();
+    }
+
+    /// The next match; null behind the last.
+    const LDIF_Entry* next()
+    {
+        for (;;) {
+            while (last_ - first_ < waiting_.size() && scout_.current() != nullptr) {
+                advance();
+            }
+            if (first_ == last_) {
+                return nullptr;
+            }
+            const Waiting& waiting = waiting_[first_++ % waiting_.size()];
+            if (run_.matches(*waiting.entry, waiting.place)) {
+                return waiting.entry;
+            }
+        }
+    }
+
+private:
+    struct Waiting
+    {
+        const LDIF_Entry* entry;
+        const LDIF_Attribute* place;
+    };
+
+    static constexpr std::size_t entriesAhead = 8;
+
+    static void fetch(const LDIF_Entry* entry) noexcept
+    {
+        if (entry != nullptr) {
+            __builtin_prefetch(&entry->attributes);
+            __builtin_prefetch(&entry->children);
+        }
+    }
+
+    /// Fetches the first entries of a level that the walk has come to.
+    void fetchLevel() noexcept
+    {
+        for (std::size_t slots = 1; slots < entriesAhead; ++slots) {
+            fetch(scout_.ahead(slots));
+        }
+    }
+
+    void advance()
+    {
+        const LDIF_Entry* const entry = scout_.current();
+        if (run_.mayMatch(*entry)) {
+            const LDIF_Attribute* const place = run_.likelyPlace(*entry);
+            if (place != nullptr) {
+                __builtin_prefetch(&place->values);
+                __builtin_prefetch(&place->values.type);
+            }
+            waiting_[last_++ % waiting_.size()] = {entry, place};
+        }
+        const std::size_t depth = scout_.depth();
+        scout_.next(whole_);
+        if (scout_.depth() > depth) {
+            fetchLevel();
+        }
+        fetch(scout_.ahead(entriesAhead));
+    }
+
+    veltor::detail::FilterRun& run_;
+    veltor::detail::TreeWalk scout_;
+    bool whole_;
+    std::array<Waiting, 4> waiting_ = {};
+    std::size_t first_ = 0;
+    std::size_t last_ = 0;
+};
+
 /// Calls `take` with each match in scope: depth first, parents before children.
 template <class Take>
 void visitMatches(const LDIF_Entry& entry, bool isBase, LDIF_Search_Results::Scope scope, const LDIF_Filter& filter,
                   Take&& take)
 {
-    const bool whole = scope == LDIF_Search_Results::subtree;
-    const bool level = scope != LDIF_Search_Results::base && !whole && isBase;
     veltor::detail::FilterRun run(filter);
-    veltor::detail::TreeWalk walk(entry);
     // The base of a one-level search is tested all the same: a filter that can't be compared fails there too.
     if (run.matches(entry) && !(scope == LDIF_Search_Results::oneLevel && isBase)) {
         take(entry);
     }
-    for (walk.next(whole || level); walk.current() != nullptr; walk.next(whole)) {
-        if (run.matches(*walk.current())) {
-            take(*walk.current());
-        }
+    const bool whole = scope == LDIF_Search_Results::subtree;
+    if (!whole && (scope == LDIF_Search_Results::base || !isBase)) {
+        return;
+    }
+    Matches below(entry, whole, run);
+    while (const LDIF_Entry* const match = below.next()) {
+        take(*match);
     }
 }
 
@@ -140,10 +224,10 @@ void LDIF_Search_Results::addEntry(const LDIF_Entry& entry, const bool& isBase)
 
 // ---- Searches without copies ----
 
-bool veltor::detail::FilterRun::matches(const LDIF_Entry& entry)
+bool veltor::detail::FilterRun::matches(const LDIF_Entry& entry, const LDIF_Attribute* likelyPlace)
 {
-    const auto found = entry.attributes.find(filter_.attribute);
-    if (found == entry.attributes.end()) {
+    const LDIF_Attribute* const found = finder_.find(entry.attributes, likelyPlace);
+    if (found == nullptr) {
         return false;
     }
     if (filter_.presence) {
@@ -157,8 +241,10 @@ bool veltor::detail::FilterRun::matches(const LDIF_Entry& entry)
     if (!candidate_ || candidate_->attrType != list.type) {
         candidate_.emplace(list.type, filter_.value.c_str());
     }
-    return std::any_of(list.begin(), list.end(),
-                       [&](const LDIF_Value& value) { return value.compare(*candidate_) == 0; });
+    if (list.size() == 1) {
+        return list.begin()->compare(*candidate_) == 0;
+    }
+    return list.values.placeOf(*candidate_).position != list.size();
 }
 
 std::vector<const LDIF_Entry*> veltor::detail::select(const LDIF_Entry& base, LDIF_Search_Results::Scope scope,

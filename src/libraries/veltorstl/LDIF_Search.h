@@ -76,13 +76,24 @@ class FilterRun
 {
 public:
     /// @param filter  must outlive the run
-    explicit FilterRun(const LDIF_Filter& filter) : filter_(filter) {}
+    explicit FilterRun(const LDIF_Filter& filter) : filter_(filter), finder_(filter.attribute) {}
 
     /// What LDIF_Filter::match() says of the entry. @throws as that
-    bool matches(const LDIF_Entry& entry);
+    bool matches(const LDIF_Entry& entry) { return matches(entry, likelyPlace(entry)); }
+
+    /// False when the entry surely does not match, which takes no look at its attributes.
+    bool mayMatch(const LDIF_Entry& entry) const noexcept { return finder_.mayFindIn(entry.attributes); }
+
+    /// What matches() will look at first, for who has that fetched and passes it on; null if it is not known.
+    const LDIF_Attribute* likelyPlace(const LDIF_Entry& entry) const noexcept
+    {
+        return finder_.likelyPlace(entry.attributes);
+    }
+    bool matches(const LDIF_Entry& entry, const LDIF_Attribute* likelyPlace);
 
 private:
     const LDIF_Filter& filter_;
+    LDIF_Attributes::Finder finder_;
     // Built when there is a value to compare with, and not before: without one, no text is wrong.
     std::optional<LDIF_Value> candidate_;
 };

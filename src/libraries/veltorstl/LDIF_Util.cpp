@@ -55,6 +55,11 @@ bool localeReadsAscii()
 
 bool isPlainAscii(std::string_view text)
 {
+    return isAsciiWithoutNul(text) && localeReadsAscii();
+}
+
+bool isAsciiWithoutNul(std::string_view text)
+{
     constexpr std::uint64_t highBits = 0x8080808080808080U;
     constexpr std::uint64_t lowBits = 0x0101010101010101U;
     const char* position = text.data();
@@ -70,7 +75,7 @@ bool isPlainAscii(std::string_view text)
         const auto byte = static_cast<unsigned char>(*position);
         found |= byte == 0 || byte > 0x7F ? 1U : 0U;
     }
-    return found == 0 && localeReadsAscii();
+    return found == 0;
 }
 
 } // namespace veltor::detail

@@ -11,6 +11,10 @@
 #include <string_view>
 #include <utility>
 
+namespace veltor::detail {
+class SharedName;
+} // namespace veltor::detail
+
 /// A string that compares without regard to case, as strcasecmp does: byte by byte, folded as the process
 /// locale folds, up to the first NUL. It keeps its text as it was given.
 ///
@@ -23,6 +27,8 @@ public:
     cisString(const char* text) : std::string(text) {}
     cisString(const std::string& text) : std::string(text) {}
     cisString(std::string&& text) noexcept : std::string(std::move(text)) {}
+    /// With compare() below: the name of a value list serves wherever a std::string does.
+    cisString(const veltor::detail::SharedName& name);
     cisString(const cisString&) = default;
     cisString(cisString&&) noexcept = default;
     cisString& operator=(const cisString&) = default;
@@ -40,6 +46,7 @@ public:
     virtual int compare(const char* other) const;
     virtual int compare(const std::string& other) const;
     virtual int compare(const cisString& other) const;
+    int compare(const veltor::detail::SharedName& other) const;
 
     virtual bool operator==(const char* other) const { return compare(other) == 0; }
     virtual bool operator==(const std::string& other) const { return compare(other) == 0; }
@@ -114,6 +121,9 @@ bool isPlainAscii(std::string_view text);
 
 /// The same without a look at the text.
 bool localeReadsAscii();
+
+/// The same without a look at the locale.
+bool isAsciiWithoutNul(std::string_view text);
 
 /// True for the six ASCII characters that every locale counts as white space.
 constexpr bool isAsciiSpace(char character)

@@ -10,7 +10,6 @@
 #include <limits>
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 
 namespace veltor::detail {
 

@@ -69,6 +69,7 @@ public:
 
     const std::string& str() const noexcept { return shared_ == nullptr ? empty_str : shared_->text; }
     operator const std::string&() const noexcept { return str(); }
+    operator std::string_view() const noexcept { return str(); }
 
     // ---- What std::string gives to read ----
 
@@ -151,6 +152,8 @@ public:
     {
         return std::string(left).append(right.str());
     }
+    friend std::string operator+(const SharedName& left, char right) { return left.str() + right; }
+    friend std::string operator+(char left, const SharedName& right) { return left + right.str(); }
     friend std::ostream& operator<<(std::ostream& stream, const SharedName& name) { return stream << name.str(); }
 
 private:
@@ -168,5 +171,14 @@ private:
 static_assert(sizeof(SharedName) == sizeof(void*));
 
 } // namespace veltor::detail
+
+// ---- Members of cisString that need the name's definition ----
+
+inline cisString::cisString(const veltor::detail::SharedName& name) : std::string(name.str()) {}
+
+inline int cisString::compare(const veltor::detail::SharedName& other) const
+{
+    return compare(other.str());
+}
 
 #endif
