@@ -1774,3 +1774,53 @@ RC_GTEST_PROP(LdifDn, SetHasAncestorsBeforeDescendants, ())
         }
     }
 }
+
+TEST(LdifDn, OnePrinterPrintsWhatEachDnPrints)
+{
+    veltor::detail::DnPrinter printer;
+    const LDIF_DN suffix = parsed("o=\"x,y\"");
+    LDIF_DN unit = suffix;
+    unit += rdnOf("ou=a+cn=b");
+    LDIF_DN leaf = unit;
+    leaf += rdnOf("cn=1\\, 2");
+    LDIF_DN sibling = unit;
+    sibling += rdnOf("cn=#4142");
+    const LDIF_DN root;
+    const LDIF_DN stranger = parsed("cn=z, ou=a + cn=b, o=\"x,y\"");
+    for (const LDIF_DN* const dn :
+         std::initializer_list<const LDIF_DN*>{&root, &suffix, &unit, &leaf, &leaf, &sibling, &suffix, &stranger, &leaf,
+                                               &root, &root, &sibling, &unit, &stranger}) {
+        EXPECT_EQ(printer.print(*dn), dn->str());
+    }
+}
+
+TEST(LdifDn, PrinterRefusesWhatPrintingRefuses)
+{
+    veltor::detail::DnPrinter printer;
+    LDIF_DN dn = parsed("o=x");
+    EXPECT_EQ(printer.print(dn), "o=x");
+    LDIF_DN below = dn;
+    below += rdnOf("cn=");
+    expectFailure(failureOf([&] { printer.print(below); }), {34, 1013, "Missing RDN attribute value", 0});
+}
+
+RC_GTEST_PROP(LdifDn, OnePrinterPrintsWhatEachDnPrintsInAnyOrder, ())
+{
+    // Each DN shares RDNs with an earlier one, or says them anew.
+    std::vector<LDIF_DN> dns = {LDIF_DN()};
+    const int count = *rc::gen::inRange(1, 12);
+    for (int index = 0; index < count; ++index) {
+        LDIF_DN dn = dns[*rc::gen::inRange<std::size_t>(0, dns.size())];
+        if (*rc::gen::inRange(0, 3) == 0) {
+            dn = parsed(dn.str());
+        }
+        dn += rdnOf("cn=" + std::to_string(*rc::gen::inRange(0, 3)));
+        dns.push_back(dn);
+    }
+    veltor::detail::DnPrinter printer;
+    const int prints = *rc::gen::inRange(1, 30);
+    for (int print = 0; print < prints; ++print) {
+        const LDIF_DN& dn = dns[*rc::gen::inRange<std::size_t>(0, dns.size())];
+        RC_ASSERT(std::string(printer.print(dn)) == dn.str());
+    }
+}

@@ -3,6 +3,7 @@
 
 #include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
+#include "rendered_text.h"
 
 #include <algorithm>
 #include <bit>
@@ -59,11 +60,15 @@ std::string LDIF_Attribute::str() const
     return text;
 }
 
-void LDIF_Attribute::appendTo(std::string& text) const
+template <class Text>
+void LDIF_Attribute::appendTo(Text& text) const
 {
     comment.appendTo(text);
     values.appendTo(text);
 }
+
+template void LDIF_Attribute::appendTo(std::string&) const;
+template void LDIF_Attribute::appendTo(veltor::detail::RenderedText&) const;
 
 void LDIF_Attribute::merge(LDIF_Attribute&& other)
 {
@@ -243,9 +248,13 @@ std::string LDIF_Attributes::str() const
     return text;
 }
 
-void LDIF_Attributes::appendTo(std::string& text) const
+template <class Text>
+void LDIF_Attributes::appendTo(Text& text) const
 {
     for (const auto& attribute : *this) {
         attribute.appendTo(text);
     }
 }
+
+template void LDIF_Attributes::appendTo(std::string&) const;
+template void LDIF_Attributes::appendTo(veltor::detail::RenderedText&) const;

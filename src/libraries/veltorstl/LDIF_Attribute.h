@@ -42,8 +42,9 @@ public:
     /// The comment lines, then one line for each value, each with its line feed.
     virtual std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
     /// Adds the comment lines, then the values, of an attribute of this name that is given up.
     void merge(LDIF_Attribute&& other);
@@ -172,8 +173,9 @@ public:
     /// The attributes' texts in order.
     std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
 private:
     // A bit for each record of the catalogue, in its order, which is that of the names; the names that it does not know

@@ -28,11 +28,3 @@ std::string LDIF_Comment::str() const
     appendTo(text);
     return text;
 }
-
-void LDIF_Comment::appendTo(std::string& text) const
-{
-    for (const auto& line : lines) {
-        text += line.str();
-        text += '\n';
-    }
-}

@@ -29,8 +29,15 @@ public:
         }
     }
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text, which is a std::string or takes what that takes.
+    template <class Text>
+    void appendTo(Text& text) const
+    {
+        for (const auto& line : lines) {
+            line.appendTo(text);
+            text.push_back('\n');
+        }
+    }
 
 private:
     void append(LDIF_Comment&& other);

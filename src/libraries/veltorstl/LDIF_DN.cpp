@@ -512,6 +512,13 @@ void appendPlain(std::string& out, View text, Narrow narrowed)
     const auto blank = [](auto character) { return isSpace(character); };
     const auto first = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), blank) - text.begin());
     const auto last = static_cast<std::size_t>(text.rend() - std::find_if_not(text.rbegin(), text.rend(), blank));
+    if constexpr (std::is_same_v<typename View::value_type, char>) {
+        const auto escaped = [](char character) { return isOf(character, isSpecial); };
+        if (first == 0 && last == text.size() && std::none_of(text.begin(), text.end(), escaped)) {
+            out += text;
+            return;
+        }
+    }
     for (std::size_t position = 0; position < text.size(); ++position) {
         const auto character = text[position];
         if (isSpace(character)) {
@@ -609,6 +616,31 @@ void appendTo(std::string& text, const LDIF_DN& dn)
     }
 }
 
+std::string_view DnPrinter::print(const LDIF_DN& dn)
+{
+    std::size_t known = 0;
+    while (known < lengths_.size() && known < dn.size() && dn.shared(known).isSame(last_->shared(known))) {
+        ++known;
+    }
+    // The text ends in what is known. What is above that is put in front of it, in the other string.
+    const std::string_view tail =
+        std::string_view(text_).substr(known == 0 ? text_.size() : text_.size() - lengths_[known - 1]);
+    lengths_.resize(dn.size());
+    spare_.clear();
+    for (std::size_t level = dn.size(); level > known; --level) {
+        lengths_[level - 1] = spare_.size();
+        appendRdn(spare_, dn[level - 1]);
+        spare_ += level == 1 ? "" : ", ";
+    }
+    spare_ += tail;
+    for (std::size_t level = known; level < dn.size(); ++level) {
+        lengths_[level] = spare_.size() - lengths_[level];
+    }
+    text_.swap(spare_);
+    last_ = &dn;
+    return text_;
+}
+
 std::size_t commonLevels(const LDIF_DN& dn, const LDIF_DN& other, std::size_t from)
 {
     std::size_t level = 0;
@@ -644,7 +676,7 @@ RdnRef::RdnRef(const RdnRef& other) : shared_(other.shared_)
         RdnRef copy(LDIF_RDN(other.shared_->rdn));
         shared_ = std::exchange(copy.shared_, nullptr);
     } else {
-        shared_->owners.fetch_add(1, std::memory_order_relaxed);
+        shared_->owners.add();
     }
 }
 
@@ -657,7 +689,7 @@ void RdnRef::destroy(SharedRdn* shared) noexcept
 
 LDIF_RDN& RdnRef::exposed()
 {
-    if (shared_->owners.load(std::memory_order_acquire) != 1) {
+    if (!shared_->owners.isOne()) {
         *this = RdnRef(LDIF_RDN(shared_->rdn));
     }
     shared_->exposed = true;

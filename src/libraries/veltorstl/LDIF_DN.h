@@ -15,6 +15,7 @@
 #include "fold_hash.h"
 #include "indirect_iterator.h"
 #include "list.h"
+#include "owner_count.h"
 
 #include <atomic>
 #include <cstddef>
@@ -115,7 +116,7 @@ namespace veltor::detail {
 /// neither shared again nor is its hash kept.
 struct SharedRdn
 {
-    std::atomic<std::uint32_t> owners{1};
+    OwnerCount owners = {};
     bool exposed = false;
     bool fromRegion = false;
     // The hash of the pairs, made with that table; no table: not made yet.
@@ -145,7 +146,7 @@ public:
     }
     ~RdnRef()
     {
-        if (shared_ != nullptr && shared_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        if (shared_ != nullptr && shared_->owners.drop()) {
             destroy(shared_);
         }
     }
@@ -374,6 +375,22 @@ std::string printable(const LDIF_DN& dn);
 
 /// Appends what str() gives. @throws LDIF_Exception 34/1013
 void appendTo(std::string& text, const LDIF_DN& dn);
+
+/// Prints DNs one after the other of which most share their upper levels with the one before.
+class DnPrinter
+{
+public:
+    /// What str() gives, valid until the next call.
+    /// @param dn  is not changed, and neither are its RDNs, until the next one was printed
+    /// @throws LDIF_Exception 34/1013; the printer can't be used any more then
+    std::string_view print(const LDIF_DN& dn);
+
+private:
+    const LDIF_DN* last_ = nullptr;
+    std::string text_;
+    std::string spare_;
+    std::vector<std::size_t> lengths_; // of the text from each level on to its end, which is the root
+};
 
 /// What the assignment of a text does. @throws as that
 void parse(LDIF_DN& dn, std::string_view text);

@@ -2,6 +2,7 @@
 #include "LDIF_Entry.h"
 
 #include "LDIF_Exception.h"
+#include "rendered_text.h"
 
 #include <ostream>
 #include <utility>
@@ -182,18 +183,18 @@ LDIF_Entry& LDIF_Entry::clear()
 std::string LDIF_Entry::str() const
 {
     std::string text;
-    appendTo(text);
+    veltor::detail::DnPrinter printer;
+    appendTo(text, printer);
     return text;
 }
 
-void LDIF_Entry::appendTo(std::string& text) const
+template <class Text>
+void LDIF_Entry::appendTo(Text& text, veltor::detail::DnPrinter& printer) const
 {
     comment.appendTo(text);
     if (!dnLabel.empty()) {
-        text += dnLabel;
-        text += ": ";
-        veltor::detail::appendTo(text, dn);
-        text += '\n';
+        text.append(dnLabel).append(": ").append(printer.print(dn));
+        text.push_back('\n');
     }
     attributes.appendTo(text);
     bool separated = !dnLabel.empty();
@@ -204,16 +205,21 @@ void LDIF_Entry::appendTo(std::string& text) const
         separated = lines.empty() || lines.front().type != LDIF_Line::blankLine;
     }
     if (separated) {
-        text += '\n';
+        text.push_back('\n');
     }
 }
 
-void LDIF_Entry::appendTreeTo(std::string& text) const
+template <class Text>
+void LDIF_Entry::appendTreeTo(Text& text) const
 {
+    veltor::detail::DnPrinter printer;
     for (veltor::detail::TreeWalk walk(*this); walk.current() != nullptr; walk.next()) {
-        walk.current()->appendTo(text);
+        walk.current()->appendTo(text, printer);
     }
 }
+
+template void LDIF_Entry::appendTreeTo(std::string&) const;
+template void LDIF_Entry::appendTreeTo(veltor::detail::RenderedText&) const;
 
 std::ostream& operator<<(std::ostream& stream, const LDIF_Entry& entry)
 {

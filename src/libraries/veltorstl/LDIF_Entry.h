@@ -89,7 +89,10 @@ public:
     LDIF_Entry& insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
 
     /// Appends the texts of the entry and of everything below it, each entry before its children.
-    void appendTreeTo(std::string& text) const;
+    /// @param text  a std::string or a veltor::detail::RenderedText
+    /// @throws LDIF_Exception 34/1013 for a DN with an empty value
+    template <class Text>
+    void appendTreeTo(Text& text) const;
 
 private:
     struct Place
@@ -104,7 +107,8 @@ private:
     void mergeFrom(LDIF_Entry& entry);
     LDIF_Entry& insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::size_t level);
     static LDIF_Entry& appendAdopting(std::unique_ptr<LDIF_Entry>&& entry, LDIF_EntryList& siblings);
-    void appendTo(std::string& text) const;
+    template <class Text>
+    void appendTo(Text& text, veltor::detail::DnPrinter& printer) const;
 };
 
 /// Writes the entry and everything below it.

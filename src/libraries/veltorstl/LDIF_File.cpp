@@ -8,6 +8,7 @@
 #include "fold_hash.h"
 #include "hash_cells.h"
 #include "region.h"
+#include "rendered_text.h"
 
 #include "veltor/platform.h"
 
@@ -653,14 +654,10 @@ bool nameOneFile(const std::string& left, const std::string& right)
 
 } // namespace
 
-std::string LDIF_File::rendered() const
+void LDIF_File::render(veltor::detail::RenderedText& text) const
 {
-    std::string text;
-    // The file as it was is the best guess at its size.
-    text.reserve(static_cast<std::size_t>(fileStatus.st_size) + 4096);
     root.appendTreeTo(text);
     trailingComment.appendTo(text);
-    return text;
 }
 
 // The steps, in this order, and what each failure leaves behind:
@@ -682,8 +679,10 @@ void LDIF_File::flush()
         refuseFile(__LINE__, result::insufficientAccess, fileOpen,
                    "Unable to rename: \"" + fileName + "\" to \"" + backupFileName + "\" ", fileName);
     };
-    const std::string text = guarded(
-        layer, [&] { return rendered(); }, nameFile);
+    // The file as it was is the best guess at its size.
+    veltor::detail::RenderedText text(static_cast<std::size_t>(fileStatus.st_size) + 4096);
+    guarded(
+        layer, [&] { render(text); }, nameFile);
     translating(
         layer,
         [&] {

@@ -17,6 +17,7 @@
 namespace veltor::detail {
 
 class FileText;
+class RenderedText;
 
 /// True when every record of a modification list has a type, and every berval in it has data.
 bool isSound(LDAPMod** mods);
@@ -110,7 +111,7 @@ private:
     const LDIF_Entry& searchBase(const LDIF_DN& base);
     bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
-    std::string rendered() const;
+    void render(veltor::detail::RenderedText& text) const;
 
     bool inMemory_ = false; // the last load came to its end
 };

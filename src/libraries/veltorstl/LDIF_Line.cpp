@@ -337,7 +337,9 @@ int LDIF_Line::next(std::istream& stream, int number)
 
 std::string LDIF_Line::str() const
 {
-    return type == dn || type == attribute ? name + ": " + value : value;
+    std::string text;
+    appendTo(text);
+    return text;
 }
 
 void LDIF_Line::changeToInvalidAttr()

@@ -48,6 +48,16 @@ public:
     /// The line as it is written back, without its line feed.
     std::string str() const;
 
+    /// Appends str() to a text, which is a std::string or takes what that takes.
+    template <class Text>
+    void appendTo(Text& text) const
+    {
+        if (type == dn || type == attribute) {
+            text.append(name).append(": ");
+        }
+        text.append(value);
+    }
+
     /// Turns a line that can't be used into an attribute "zor-slapdInvalidLine" that keeps its text.
     void changeToInvalidAttr();
 };

@@ -4,6 +4,7 @@
 #include "LDIF_AttrType.h"
 #include "LDIF_DN.h"
 #include "LDIF_Exception.h"
+#include "rendered_text.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -196,14 +197,18 @@ std::string LDIF_Value::str() const
     return attrType->toStr(*this);
 }
 
-void LDIF_Value::appendTo(std::string& text) const
+template <class Text>
+void LDIF_Value::appendTo(Text& text) const
 {
     if (attrType != nullptr && attrType->toStr == cesToStr) {
-        text += text_.view();
+        text.append(text_.view());
     } else {
-        text += str();
+        text.append(str());
     }
 }
+
+template void LDIF_Value::appendTo(std::string&) const;
+template void LDIF_Value::appendTo(veltor::detail::RenderedText&) const;
 
 int LDIF_Value::compare(const LDIF_Value& other) const
 {
@@ -264,15 +269,19 @@ std::string LDIF_Values::str() const
     return text;
 }
 
-void LDIF_Values::appendTo(std::string& text) const
+template <class Text>
+void LDIF_Values::appendTo(Text& text) const
 {
+    const std::string_view label = name.str();
     for (const auto& value : values) {
-        text += name;
-        text += ": ";
+        text.append(label).append(": ");
         value.appendTo(text);
-        text += '\n';
+        text.push_back('\n');
     }
 }
+
+template void LDIF_Values::appendTo(std::string&) const;
+template void LDIF_Values::appendTo(veltor::detail::RenderedText&) const;
 
 /// The candidate for the comparisons is the value that is kept in the end.
 void LDIF_Values::add(LDIF_Value&& candidate)

@@ -52,8 +52,9 @@ public:
     /// The text form, as the type gives it.
     std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
     /// Orders or equates by this value's type, whatever the type of the other.
     int compare(const LDIF_Value& other) const;
@@ -381,8 +382,9 @@ public:
     /// One line for each value: the name, ": ", the text, a line feed.
     std::string str() const;
 
-    /// Appends str() to a text.
-    void appendTo(std::string& text) const;
+    /// Appends str() to a text: a std::string or a veltor::detail::RenderedText.
+    template <class Text>
+    void appendTo(Text& text) const;
 
     /// Adds a value unless an equal one is there. Values and lists are added by their texts.
     /// @throws LDIF_Exception for a text that the type refuses

@@ -3,6 +3,7 @@
 
 #include "LDIF_Exception.h"
 #include "region.h"
+#include "rendered_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -72,6 +73,20 @@ std::size_t readUpTo(const Descriptor& file, char* bytes, std::size_t size)
         }
     }
     return filled;
+}
+
+/// @return false when the system refuses to write the whole text
+bool writeAll(const Descriptor& file, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(file.get(), text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -149,21 +164,14 @@ FileText readWholeFile(const std::string& fileName)
     return text;
 }
 
-bool writeWholeFile(const std::string& fileName, std::string_view text)
+bool writeWholeFile(const std::string& fileName, const RenderedText& text)
 {
     constexpr mode_t everybodyUnlessMasked = 0666;
     const Descriptor file(opened(fileName, O_WRONLY | O_CREAT | O_TRUNC, everybodyUnlessMasked));
     if (!file.valid()) {
         return false;
     }
-    while (!text.empty()) {
-        const ssize_t written = write(file.get(), text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            break;
-        }
-    }
+    text.handOver([&file](std::string_view piece) { return writeAll(file, piece); });
     return true;
 }
 

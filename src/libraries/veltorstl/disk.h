@@ -46,10 +46,12 @@ private:
 /// @throws std::system_error for a read that fails, and for a directory
 FileText readWholeFile(const std::string& fileName);
 
+class RenderedText;
+
 /// Creates or truncates a file and writes a text to it. A write or close that fails is not reported.
 ///
 /// @return false when the file can't be opened for writing
-bool writeWholeFile(const std::string& fileName, std::string_view text);
+bool writeWholeFile(const std::string& fileName, const RenderedText& text);
 
 } // namespace veltor::detail
 

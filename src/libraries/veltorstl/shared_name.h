@@ -3,8 +3,8 @@
 #define VELTOR_SHARED_NAME_H
 
 #include "LDIF_Util.h"
+#include "owner_count.h"
 
-#include <atomic>
 #include <compare>
 #include <concepts>
 #include <cstddef>
@@ -36,7 +36,7 @@ public:
     SharedName(const SharedName& other) noexcept : shared_(other.shared_)
     {
         if (shared_ != nullptr) {
-            shared_->owners.fetch_add(1, std::memory_order_relaxed);
+            shared_->owners.add();
         }
     }
     SharedName(SharedName&& other) noexcept : shared_(std::exchange(other.shared_, nullptr)) {}
@@ -54,7 +54,7 @@ public:
     }
     SharedName& operator=(std::string_view text)
     {
-        if (shared_ != nullptr && !text.empty() && shared_->owners.load(std::memory_order_acquire) == 1) {
+        if (shared_ != nullptr && !text.empty() && shared_->owners.isOne()) {
             shared_->text.assign(text);
             return *this;
         }
@@ -62,7 +62,7 @@ public:
     }
     ~SharedName()
     {
-        if (shared_ != nullptr && shared_->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        if (shared_ != nullptr && shared_->owners.drop()) {
             delete shared_;
         }
     }
@@ -162,7 +162,7 @@ private:
         explicit Shared(std::string_view content) : text(content) {}
 
         std::string text;
-        std::atomic<std::uint32_t> owners = 1;
+        OwnerCount owners;
     };
 
     Shared* shared_ = nullptr; // null for the empty name
