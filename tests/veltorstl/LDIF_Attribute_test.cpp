@@ -482,7 +482,7 @@ const std::vector<std::string>& someNames()
     static const std::vector<std::string> names = [] {
         std::vector<std::string> made = {"aaa", "description", "zor-slapdIdleTimeOut", "zor-slapdIdleTimeOuts", "zzz",
                                          "",    "unknown"};
-        for (const std::size_t index : {0, 1, 2, 3, 30, 62, 63, 64, 65, 90, 113, 114, 115}) {
+        for (const std::size_t index : {0U, 1U, 2U, 3U, 30U, 62U, 63U, 64U, 65U, 90U, 113U, 114U, 115U}) {
             made.emplace_back(attrMapArray.at(index).name);
         }
         return made;
@@ -585,6 +585,8 @@ TEST(LdifAttributes, WhoeverMayRenameEndsTheMap)
         {"insert of some", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), 1, one); }},
         {"insert of a range",
          [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), &one, &one + 1); }},
+        {"insert of a list", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.insert(list.cend(), {one}); }},
+        {"assign of a list", [](LDIF_Attributes& list, const LDIF_Attribute& one) { list.assign({one}); }},
         {"erase", [](LDIF_Attributes& list, const LDIF_Attribute&) { list.erase(list.cbegin()); }},
         {"erase of a range",
          [](LDIF_Attributes& list, const LDIF_Attribute&) { list.erase(list.cbegin(), list.cbegin()); }},

@@ -10,6 +10,8 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -97,27 +99,37 @@ public:
     {
         return exposed().emplace(position, std::forward<Arguments>(arguments)...);
     }
-    template <class... Arguments>
-    iterator insert(const_iterator position, Arguments&&... arguments)
+    iterator insert(const_iterator position, const LDIF_Attribute& attribute)
     {
-        return exposed().insert(position, std::forward<Arguments>(arguments)...);
+        return exposed().insert(position, attribute);
     }
     iterator insert(const_iterator position, LDIF_Attribute&& attribute)
     {
         return exposed().insert(position, std::move(attribute));
     }
+    iterator insert(const_iterator position, size_type count, const LDIF_Attribute& attribute)
+    {
+        return exposed().insert(position, count, attribute);
+    }
+    template <std::input_iterator Input>
+    iterator insert(const_iterator position, Input first, Input last)
+    {
+        return exposed().insert(position, first, last);
+    }
+    iterator insert(const_iterator position, std::initializer_list<LDIF_Attribute> attributes)
+    {
+        return exposed().insert(position, attributes);
+    }
     iterator erase(const_iterator position) { return exposed().erase(position); }
     iterator erase(const_iterator first, const_iterator last) { return exposed().erase(first, last); }
-    template <class... Arguments>
-    void resize(Arguments&&... arguments)
+    void resize(size_type count, const LDIF_Attribute& attribute) { exposed().resize(count, attribute); }
+    template <std::input_iterator Input>
+    void assign(Input first, Input last)
     {
-        exposed().resize(std::forward<Arguments>(arguments)...);
+        exposed().assign(first, last);
     }
-    template <class... Arguments>
-    void assign(Arguments&&... arguments)
-    {
-        exposed().assign(std::forward<Arguments>(arguments)...);
-    }
+    void assign(size_type count, const LDIF_Attribute& attribute) { exposed().assign(count, attribute); }
+    void assign(std::initializer_list<LDIF_Attribute> attributes) { exposed().assign(attributes); }
     void swap(LDIF_Attributes& other) noexcept
     {
         Items::swap(other);
