@@ -94,8 +94,13 @@ bool writeAll(const Descriptor& file, std::string_view text)
 FileText::FileText(std::size_t capacity) : capacity_(capacity)
 {
     constexpr std::size_t fewestChunks = 2;
+    // Less lies in memory that the allocator has used before.
+    constexpr std::size_t worthPreparing = std::size_t{128} << 10U;
     if (capacity < fewestChunks * chunkBytes) {
         bytes_ = static_cast<char*>(::operator new(capacity));
+        if (capacity >= worthPreparing) {
+            makeReady(bytes_, capacity);
+        }
         return;
     }
     chunks_ = (capacity + chunkBytes - 1) / chunkBytes;

@@ -1,6 +1,7 @@
 // Chunks of memory from the system, and the region that fills them.
 #include "region.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <sys/mman.h>
@@ -14,6 +15,9 @@ namespace {
 // Keeps the count of a chunk that is being filled above zero, whatever is given back meanwhile.
 constexpr std::size_t filling = std::size_t{1} << 40U;
 constexpr std::size_t headBytes = 64;
+// Multiples of the size of a page.
+constexpr std::size_t smallestStep = std::size_t{32} << 10U;
+constexpr std::size_t largestStep = std::size_t{256} << 10U;
 
 #if defined(__SANITIZE_ADDRESS__)
 // Every piece by itself, so that the sanitizer sees where it ends and when it dies.
@@ -29,6 +33,17 @@ constexpr bool piecewise = false;
 #endif
 
 } // namespace
+
+void makeReady(char* begin, std::size_t bytes) noexcept
+{
+    // Whole pages of it; what is left at the ends is no loss.
+    constexpr std::size_t pageBytes = 4096;
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(begin) & (pageBytes - 1);
+    if (before < bytes) {
+        // Where the system knows no such call, the pages come one by one.
+        static_cast<void>(madvise(begin + before, bytes - before, MADV_POPULATE_WRITE));
+    }
+}
 
 char* mapChunks(std::size_t count, bool inUseSoon) noexcept
 {
@@ -46,8 +61,7 @@ char* mapChunks(std::size_t count, bool inUseSoon) noexcept
     }
     munmap(begin + before + count * chunkBytes, chunkBytes - before);
     if (inUseSoon) {
-        // One call instead of a fault for every page. Where the system knows no such call, they come one by one.
-        static_cast<void>(madvise(begin + before, count * chunkBytes, MADV_POPULATE_WRITE));
+        makeReady(begin + before, count * chunkBytes);
     }
     return begin + before;
 }
@@ -62,7 +76,7 @@ void releaseChunk(ChunkHead* chunk) noexcept
     unmapChunks(chunk, 1);
 }
 
-LoadRegion::LoadRegion(bool fillsChunks) : outer_(regionInForce), fillsChunks_(fillsChunks)
+LoadRegion::LoadRegion(bool fillsChunks) : outer_(regionInForce), stepBytes_(fillsChunks ? largestStep : smallestStep)
 {
     regionInForce = piecewise ? nullptr : &cursor_;
 }
@@ -81,17 +95,35 @@ void LoadRegion::donate(void* chunk) noexcept
     donations_ = new (chunk) Donation{donations_};
 }
 
-bool LoadRegion::nextChunk()
+/// Prepares more of the current chunk. Few entries get little memory, and each step is twice the one before.
+bool LoadRegion::nextStep() noexcept
 {
-    char* const memory = donations_ == nullptr ? mapChunks(1, fillsChunks_)
-                                               : reinterpret_cast<char*>(std::exchange(donations_, donations_->next));
+    if (cursor_.end == chunkEnd_) {
+        return false;
+    }
+    const std::size_t step = std::min(stepBytes_, static_cast<std::size_t>(chunkEnd_ - cursor_.end));
+    makeReady(cursor_.end, step);
+    cursor_.end += step;
+    stepBytes_ = std::min(2 * stepBytes_, largestStep);
+    return true;
+}
+
+bool LoadRegion::nextChunk() noexcept
+{
+    const bool isDonated = donations_ != nullptr;
+    char* const memory =
+        isDonated ? reinterpret_cast<char*>(std::exchange(donations_, donations_->next)) : mapChunks(1, false);
     if (memory == nullptr) {
         return false;
     }
     closeChunk();
-    new (memory) ChunkHead{filling};
+    chunkEnd_ = memory + chunkBytes;
     cursor_.next = memory + headBytes;
-    cursor_.end = memory + chunkBytes;
+    cursor_.end = isDonated ? chunkEnd_ : memory;
+    if (!isDonated) {
+        nextStep();
+    }
+    new (memory) ChunkHead{filling};
     return true;
 }
 
@@ -101,7 +133,7 @@ void LoadRegion::closeChunk() noexcept
     if (cursor_.end == nullptr) {
         return;
     }
-    auto* const chunk = reinterpret_cast<ChunkHead*>(cursor_.end - chunkBytes);
+    ChunkHead* const chunk = chunkOf(cursor_.end - 1);
     const std::size_t excess = filling - cursor_.handedOut;
     if (chunk->live.fetch_sub(excess, std::memory_order_acq_rel) == excess) {
         releaseChunk(chunk);
@@ -115,7 +147,7 @@ Piece obtainSlowly(std::size_t bytes, std::size_t alignment)
     if (bytes > largestPiece) {
         return {::operator new(bytes), false};
     }
-    if (!region->nextChunk()) {
+    if (!region->nextStep() && !region->nextChunk()) {
         throw std::bad_alloc();
     }
     return obtain(bytes, alignment);

@@ -46,6 +46,10 @@ struct RegionCursor
 // Read on every allocation: the model spares the call that a shared library pays otherwise.
 extern __attribute__((tls_model("initial-exec"))) constinit thread_local RegionCursor* regionInForce;
 
+/// Prepares memory that is about to be written to, as one call where there would be a fault for every page.
+/// @param bytes  not more than soon follows: the caches shall still hold it then
+void makeReady(char* begin, std::size_t bytes) noexcept;
+
 /// Chunks from the system, one behind the other; null when memory is short. Each goes back by itself.
 /// @param inUseSoon  all of it is about to be written to
 char* mapChunks(std::size_t count, bool inUseSoon) noexcept;
@@ -124,7 +128,7 @@ inline void giveBackMarked(void* object) noexcept
 class LoadRegion
 {
 public:
-    /// @param fillsChunks  so much is going to be made that whole chunks are worth preparing
+    /// @param fillsChunks  so much is going to be made that large steps are worth preparing from the start on
     explicit LoadRegion(bool fillsChunks = false);
     /// Takes over a chunk from mapChunks whose content nobody needs any more. Its pages are there already.
     void donate(void* chunk) noexcept;
@@ -136,7 +140,8 @@ public:
 private:
     friend Piece obtainSlowly(std::size_t bytes, std::size_t alignment);
 
-    bool nextChunk();
+    bool nextStep() noexcept;
+    bool nextChunk() noexcept;
     void closeChunk() noexcept;
 
     struct Donation
@@ -147,7 +152,8 @@ private:
     RegionCursor cursor_;           // first: the cursor in force is the region
     Donation* donations_ = nullptr; // they lie in the donated chunks
     RegionCursor* outer_;
-    bool fillsChunks_;
+    char* chunkEnd_ = nullptr; // what lies between the cursor's end and this is not ready yet
+    std::size_t stepBytes_;
 };
 
 } // namespace veltor::detail

@@ -1,6 +1,8 @@
 // Memory for a rendered text: blocks that are filled one behind the other.
 #include "rendered_text.h"
 
+#include "region.h"
+
 #include <algorithm>
 #include <new>
 
@@ -14,8 +16,7 @@ namespace {
 constexpr std::size_t smallestAddition = std::size_t{64} << 10U;
 // From here on a block comes from the system, else from operator new.
 constexpr std::size_t smallestMapping = std::size_t{128} << 10U;
-// So much of a mapping is made ready at a time: one call for many page faults, and not more than the caches hold, since
-// it is written to at once. A multiple of the size of a page.
+// So much of a mapping is made ready at a time, a multiple of the size of a page.
 constexpr std::size_t readyBytes = std::size_t{256} << 10U;
 
 char* mapped(std::size_t bytes)
@@ -66,8 +67,7 @@ void RenderedText::makeRoom()
         return;
     }
     const std::size_t ready = std::min(left, readyBytes);
-    // Where the system knows no such call, the pages come one by one.
-    static_cast<void>(madvise(end_, ready, MADV_POPULATE_WRITE));
+    makeReady(end_, ready);
     end_ += ready;
 }
 
