@@ -306,6 +306,7 @@ private:
 
     ValueIndex* index() const noexcept
     {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the mark and the pointer share one place
         return index_ == exposedMark ? nullptr : reinterpret_cast<ValueIndex*>(index_);
     }
     ValueIndex* usableIndex(const _AttrType* type) const;

@@ -87,7 +87,8 @@ inline void* obtainFromRegion(std::size_t bytes, std::size_t alignment)
 /// The chunk in which a piece from a region lies.
 inline ChunkHead* chunkOf(const void* memory) noexcept
 {
-    return reinterpret_cast<ChunkHead*>(reinterpret_cast<std::uintptr_t>(memory) & ~std::uintptr_t{chunkBytes - 1});
+    const std::size_t offset = reinterpret_cast<std::uintptr_t>(memory) & (chunkBytes - 1);
+    return reinterpret_cast<ChunkHead*>(const_cast<char*>(static_cast<const char*>(memory)) - offset);
 }
 
 /// Takes so many pieces of a chunk back. Thread-safe.
