@@ -47,7 +47,7 @@ public:
     using reverse_iterator = std::reverse_iterator<iterator>;
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
-    List() noexcept = default;
+    List() noexcept : elsewhere_(nullptr) {}
     explicit List(size_type count) : List() { resize(count); }
     List(size_type count, const Element& element) : List() { assign(count, element); }
     template <std::input_iterator Input>
