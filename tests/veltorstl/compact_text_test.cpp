@@ -7,7 +7,7 @@
 #include <utility>
 
 using veltor::detail::CompactText;
-using veltor::detail::LoadRegion;
+using veltor::detail::Region;
 
 namespace {
 
@@ -133,7 +133,7 @@ TEST(CompactText, OutlivesTheRegionItWasMadeIn)
     CompactText kept;
     CompactText copy;
     {
-        const LoadRegion region;
+        const Region region;
         CompactText text(sample(longest));
         copy = text;
         kept = std::move(text);

@@ -15,9 +15,9 @@
 
 using namespace veltor::test;
 using veltor::detail::chunkBytes;
-using veltor::detail::LoadRegion;
 using veltor::detail::obtain;
 using veltor::detail::Piece;
+using veltor::detail::Region;
 
 namespace {
 
@@ -59,7 +59,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
 {
     const MappingWatch watch;
     {
-        const LoadRegion region;
+        const Region region;
         std::vector<Piece> pieces;
         for (int count = 0; count < 1000; ++count) {
             pieces.push_back(filled(40));
@@ -84,7 +84,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
 
 TEST(Region, PiecesAreAlignedAsAsked)
 {
-    const LoadRegion region;
+    const Region region;
     std::vector<Piece> pieces;
     for (const std::size_t alignment : {1U, 2U, 4U, 8U, 16U, 16U, 1U, 16U, 2U, 8U}) {
         pieces.push_back(filled(alignment + 1, alignment));
@@ -99,7 +99,7 @@ TEST(Region, ARegionThatGaveNothingMapsNothing)
 {
     const MappingWatch watch;
     {
-        const LoadRegion region;
+        const Region region;
         EXPECT_EQ(watch.chunks(), 0U);
     }
     EXPECT_EQ(watch.chunks(), 0U);
@@ -110,7 +110,7 @@ TEST(Region, AChunkGoesBackWithItsLastPiece)
     const MappingWatch watch;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region;
+        const Region region;
         for (int count = 0; count < 10; ++count) {
             pieces.push_back(filled(64));
         }
@@ -131,7 +131,7 @@ TEST(Region, EachChunkGoesBackByItself)
     constexpr std::size_t pieceBytes = chunkBytes / 16;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region;
+        const Region region;
         for (int count = 0; count < 45; ++count) {
             pieces.push_back(filled(pieceBytes));
         }
@@ -150,7 +150,7 @@ TEST(Region, AnotherThreadMayGivePiecesBack)
     const MappingWatch watch;
     std::vector<Piece> pieces;
     {
-        const LoadRegion region;
+        const Region region;
         for (int count = 0; count < 20000; ++count) {
             pieces.push_back(filled(32));
         }
@@ -184,7 +184,7 @@ TEST(Region, AnotherThreadMayGivePiecesBack)
 
 TEST(Region, IsInForceOnItsOwnThreadAlone)
 {
-    const LoadRegion region;
+    const Region region;
     bool fromRegion = true;
     std::thread([&fromRegion] {
         const Piece piece = filled(16);
@@ -203,10 +203,10 @@ TEST(Region, MayBeNested)
     Piece outerPiece{};
     Piece innerPiece{};
     {
-        const LoadRegion outer;
+        const Region outer;
         outerPiece = filled(16);
         {
-            const LoadRegion inner;
+            const Region inner;
             innerPiece = filled(16);
             EXPECT_EQ(watch.chunks(), expectedChunks(2));
         }
@@ -229,7 +229,7 @@ TEST(Region, MayBeNested)
 TEST(Region, LargePiecesComeFromOperatorNew)
 {
     const MappingWatch watch;
-    const LoadRegion region;
+    const Region region;
     const Piece small = filled(16);
     const Piece large = filled(chunkBytes);
     EXPECT_FALSE(large.fromRegion);
@@ -251,7 +251,7 @@ TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
     }
     const MappingWatch watch;
     {
-        const LoadRegion region;
+        const Region region;
         mappingFails = true;
         EXPECT_THROW((void)obtain(16, 8), std::bad_alloc);
         mappingFails = false;

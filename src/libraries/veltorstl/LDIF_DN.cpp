@@ -712,6 +712,16 @@ std::uint64_t RdnRef::madeHash(FoldTable fold) const
     return hash;
 }
 
+void RdnList::hashLevels(std::vector<std::uint64_t>& hashes, size_type from, size_type count, FoldTable fold) const
+{
+    hashes.resize(count);
+    std::uint64_t chained = hashSeed();
+    for (size_type index = 0; index < count; ++index) {
+        chained = mixed(chained, refs_[from + index].hash(fold));
+        hashes[index] = chained;
+    }
+}
+
 void RdnList::turnAbove(size_type position)
 {
     std::reverse(refs_.begin() + position, refs_.end());

@@ -301,6 +301,8 @@ public:
     // ---- Reading and passing on without a copy ----
 
     const RdnRef& shared(size_type position) const { return refs_[position]; }
+    /// Fills in the hashes of the levels from one on: each that of all RDNs from there up to it.
+    void hashLevels(std::vector<std::uint64_t>& hashes, size_type from, size_type count, FoldTable fold) const;
     /// Becomes what `other` says from a level on.
     void assignFrom(const RdnList& other, size_type level)
     {

@@ -12,8 +12,6 @@
 using veltor::detail::FoldTable;
 using veltor::detail::foldTable;
 using veltor::detail::HashCells;
-using veltor::detail::hashSeed;
-using veltor::detail::mixed;
 
 namespace {
 
@@ -75,15 +73,7 @@ struct LDIF_EntryList::Index
     }
 
     /// Fills in the hashes of what a DN says from a level on, up to a number of RDNs.
-    void hash(const LDIF_DN& dn, std::size_t from, std::size_t count)
-    {
-        hashes.resize(count);
-        std::uint64_t chained = hashSeed();
-        for (std::size_t index = 0; index < count; ++index) {
-            chained = mixed(chained, dn.shared(from + index).hash(fold));
-            hashes[index] = chained;
-        }
-    }
+    void hash(const LDIF_DN& dn, std::size_t from, std::size_t count) { dn.hashLevels(hashes, from, count, fold); }
 
     bool isKeptBelow(std::size_t levels) const { return levels < belowLevels.size() && belowLevels[levels]; }
 

@@ -227,11 +227,8 @@ public:
     /// The nearest ancestor of a DN among them, or null.
     LDIF_Entry* nearestAncestor(const LDIF_DN& dn)
     {
-        hashes_.clear();
-        std::uint64_t hash = hashSeed();
-        for (std::size_t level = 0; level < dn.size(); ++level) {
-            hash = mixed(hash, dn.shared(level).hash(fold_));
-            hashes_.push_back(hash);
+        dn.hashLevels(hashes_, 0, dn.size(), fold_);
+        for (const std::uint64_t hash : hashes_) {
             entries_.prefetch(hash);
         }
         for (std::size_t levels = dn.size(); levels > 1; --levels) {
@@ -307,52 +304,12 @@ public:
 private:
     void step()
     {
-        if (!reprocess_ && reader_.nextPlain(plain_)) {
-            stepPlain();
-            return;
+        // The usual line is lent; every other has to be made.
+        const bool isLent = !reprocess_ && reader_.nextPlain(plain_);
+        if (!isLent) {
+            readLine();
         }
-        stepLine();
-    }
-
-    /// The usual line, without a copy of it.
-    void stepPlain()
-    {
-        switch (plain_.type) {
-        case LDIF_Line::blankLine:
-            if (current_ != nullptr) {
-                closeEntry();
-                break;
-            }
-            [[fallthrough]];
-        case LDIF_Line::comment:
-            pending_.lines.push_back(plain_.line());
-            break;
-        case LDIF_Line::dn:
-            closeEntry();
-            addRootDefaults();
-            openEntry(plain_.name, plain_.value);
-            break;
-        default:
-            if (current_ != nullptr) {
-                addPlainAttributeOrKeepLine();
-            } else {
-                line_ = plain_.line();
-                addAttributeOrKeepLine();
-            }
-            break;
-        }
-    }
-
-    void stepLine()
-    {
-        if (!reprocess_) {
-            reader_.next(line_);
-        }
-        if (!line_.valid) {
-            line_.changeToInvalidAttr();
-            dirty_ = true;
-        }
-        switch (line_.type) {
+        switch (isLent ? plain_.type : line_.type) {
         case LDIF_Line::endOfFile:
             closeEntry();
             while (!pending_.lines.empty() && pending_.lines.back().type == LDIF_Line::blankLine) {
@@ -367,18 +324,34 @@ private:
             }
             [[fallthrough]];
         case LDIF_Line::comment:
-            pending_.lines.push_back(std::move(line_));
+            pending_.lines.push_back(isLent ? plain_.line() : std::move(line_));
             break;
         case LDIF_Line::dn:
             closeEntry();
             addRootDefaults();
-            openEntry(line_.name, line_.value);
+            if (isLent) {
+                openEntry(plain_.name, plain_.value);
+            } else {
+                openEntry(line_.name, line_.value);
+            }
             break;
         case LDIF_Line::attribute:
-            addAttributeOrKeepLine();
+            addAttributeOrKeepLine(isLent);
             break;
         default:
             throw LDIF_Exception(VELTOR_HERE, result::other, unexpected, "Unknown LDIF_Line::Type!");
+        }
+    }
+
+    /// Reads a line that can't be lent, unless the one at hand is to be taken again.
+    void readLine()
+    {
+        if (!reprocess_) {
+            reader_.next(line_);
+        }
+        if (!line_.valid) {
+            line_.changeToInvalidAttr();
+            dirty_ = true;
         }
     }
 
@@ -437,36 +410,31 @@ private:
         root_.attributes += std::move(attribute);
     }
 
-    void addAttributeOrKeepLine()
+    /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root. When
+    /// the system fails nothing is known about the line: the load ends, and no good line is renamed on disk.
+    void addAttributeOrKeepLine(bool isLent)
     {
-        try {
-            addAttribute();
-        } catch (const LDIF_Exception& failure) {
-            keepLine(failure);
-        }
-    }
-
-    void addPlainAttributeOrKeepLine()
-    {
-        try {
-            addPlainAttribute();
-        } catch (const LDIF_Exception& failure) {
+        if (isLent && current_ == nullptr) {
             line_ = plain_.line();
-            keepLine(failure);
+            isLent = false;
         }
-    }
-
-    /// Called in a catch block. A line that its attribute refuses is kept under another name, unless it breaks the
-    /// rules of the root. When the system fails nothing is known about the line: the load ends, and no good line is
-    /// renamed on disk.
-    void keepLine(const LDIF_Exception& failure)
-    {
-        if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
-            throw;
+        try {
+            if (isLent) {
+                addPlainAttribute();
+            } else {
+                addAttribute();
+            }
+        } catch (const LDIF_Exception& failure) {
+            if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
+                throw;
+            }
+            if (isLent) {
+                line_ = plain_.line();
+            }
+            line_.changeToInvalidAttr();
+            dirty_ = true;
+            reprocess_ = true;
         }
-        line_.changeToInvalidAttr();
-        dirty_ = true;
-        reprocess_ = true;
     }
 
     /// What addAttribute does in an entry, for the line that is lent.
@@ -506,12 +474,9 @@ private:
         if (names_.isWhole() && name.behind == text) {
             return true;
         }
-        name.behind = text;
-        if (last.name.compare(name.text.c_str()) < 0) {
-            return true;
-        }
-        name.behind = nullptr;
-        return false;
+        const bool isBehind = last.name.compare(name.text.c_str()) < 0;
+        name.behind = isBehind ? text : nullptr;
+        return isBehind;
     }
 
     void addAttribute()
@@ -559,7 +524,7 @@ private:
     static constexpr std::size_t usualFamilyBytes = 4096;
 
     // First, so that they are in force for all that follows.
-    LoadRegion region_;
+    Region region_;
     DnMemory ancestors_;
     FileText& text_;
     LineReader reader_;

@@ -76,12 +76,12 @@ void releaseChunk(ChunkHead* chunk) noexcept
     unmapChunks(chunk, 1);
 }
 
-LoadRegion::LoadRegion(bool fillsChunks) : outer_(regionInForce), stepBytes_(fillsChunks ? largestStep : smallestStep)
+Region::Region(bool fillsChunks) : outer_(regionInForce), stepBytes_(fillsChunks ? largestStep : smallestStep)
 {
     regionInForce = piecewise ? nullptr : &cursor_;
 }
 
-LoadRegion::~LoadRegion()
+Region::~Region()
 {
     closeChunk();
     while (donations_ != nullptr) {
@@ -90,13 +90,13 @@ LoadRegion::~LoadRegion()
     regionInForce = outer_;
 }
 
-void LoadRegion::donate(void* chunk) noexcept
+void Region::donate(void* chunk) noexcept
 {
     donations_ = new (chunk) Donation{donations_};
 }
 
 /// Prepares more of the current chunk. Few entries get little memory, and each step is twice the one before.
-bool LoadRegion::nextStep() noexcept
+bool Region::nextStep() noexcept
 {
     if (cursor_.end == chunkEnd_) {
         return false;
@@ -108,7 +108,7 @@ bool LoadRegion::nextStep() noexcept
     return true;
 }
 
-bool LoadRegion::nextChunk() noexcept
+bool Region::nextChunk() noexcept
 {
     const bool isDonated = donations_ != nullptr;
     char* const memory =
@@ -128,7 +128,7 @@ bool LoadRegion::nextChunk() noexcept
 }
 
 /// The pieces handed out are what counts from now on.
-void LoadRegion::closeChunk() noexcept
+void Region::closeChunk() noexcept
 {
     if (cursor_.end == nullptr) {
         return;
@@ -143,7 +143,7 @@ void LoadRegion::closeChunk() noexcept
 
 Piece obtainSlowly(std::size_t bytes, std::size_t alignment)
 {
-    auto* const region = reinterpret_cast<LoadRegion*>(regionInForce);
+    auto* const region = reinterpret_cast<Region*>(regionInForce);
     if (bytes > largestPiece) {
         return {::operator new(bytes), false};
     }

@@ -1,11 +1,11 @@
-// Memory for what a load builds.
+// Memory for what is built in one go: by a load, or as a large search result.
 //
-// A load makes many small pieces that mostly live and die together. While a LoadRegion is in force they are laid
+// Either makes many small pieces that mostly live and die together. While a Region is in force they are laid
 // side by side in large chunks: no book-keeping for each piece, no gaps, and what is read together lies
 // together. A piece does not depend on the region or on the store: each chunk counts the pieces in it that still
 // live and goes back to the system with the last of them, so a piece may be moved anywhere, also to another thread.
 //
-// Outside of a load, pieces come from operator new: what a running server changes one by one comes and goes in
+// Outside of a region, pieces come from operator new: what a running server changes one by one comes and goes in
 // no order, and one long-lived piece would keep a chunk.
 #ifndef VELTOR_REGION_H
 #define VELTOR_REGION_H
@@ -126,17 +126,17 @@ inline void giveBackMarked(void* object) noexcept
 }
 
 /// Puts a region in force on this thread for as long as it lives. They may be nested.
-class LoadRegion
+class Region
 {
 public:
     /// @param fillsChunks  so much is going to be made that large steps are worth preparing from the start on
-    explicit LoadRegion(bool fillsChunks = false);
+    explicit Region(bool fillsChunks = false);
     /// Takes over a chunk from mapChunks whose content nobody needs any more. Its pages are there already.
     void donate(void* chunk) noexcept;
 
-    LoadRegion(const LoadRegion&) = delete;
-    LoadRegion& operator=(const LoadRegion&) = delete;
-    ~LoadRegion();
+    Region(const Region&) = delete;
+    Region& operator=(const Region&) = delete;
+    ~Region();
 
 private:
     friend Piece obtainSlowly(std::size_t bytes, std::size_t alignment);

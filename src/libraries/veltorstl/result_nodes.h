@@ -42,7 +42,7 @@ private:
     cfg_message* fromRegion(int kind, const char* text);
 
     std::size_t made_ = 0;
-    std::optional<LoadRegion> region_;
+    std::optional<Region> region_;
 };
 
 /// Frees nodes one by one, of either kind.
