@@ -5,6 +5,7 @@
 
 #include "LDIF_Exception.h"
 #include "LDIF_File.h"
+#include "handle.h"
 
 #include <algorithm>
 #include <cctype>
@@ -499,10 +500,11 @@ class StoreAndModel
 {
 public:
     /// @param persists  after every command the store is written and loaded anew
-    explicit StoreAndModel(bool persists) : persists_(persists)
+    /// @param indexed   with a store that finds entries by its index, as those of handles do
+    StoreAndModel(bool persists, bool indexed) : persists_(persists), indexed_(indexed)
     {
         writeFile(disk_, {}, false);
-        store_ = std::make_unique<LDIF_File>(path(), "");
+        store_ = opened();
         check();
     }
 
@@ -617,7 +619,7 @@ private:
 
     void reopen()
     {
-        store_ = std::make_unique<LDIF_File>(path(), "");
+        store_ = opened();
         memory_ = disk_;
     }
 
@@ -677,6 +679,12 @@ private:
         }
     }
 
+    std::shared_ptr<LDIF_File> opened() const
+    {
+        return indexed_ ? std::make_shared<veltor::detail::BoundStore>(path(), "")
+                        : std::make_shared<LDIF_File>(path(), "");
+    }
+
     void check() const
     {
         Entries found;
@@ -685,18 +693,19 @@ private:
     }
 
     TemporaryFolder folder_;
-    std::unique_ptr<LDIF_File> store_;
+    std::shared_ptr<LDIF_File> store_; // of either kind, which has no virtual destructor
     Model memory_;
     Model disk_;
     bool edited_ = false;
     bool persists_;
+    bool indexed_;
     time_t seconds_ = 1'000'000'000;
 };
 
-void runSequence(bool persists)
+void runSequence(bool persists, bool indexed)
 {
     const auto commands = *rc::gen::container<std::vector<Command>>(rc::gen::exec(anyCommand));
-    StoreAndModel both(persists);
+    StoreAndModel both(persists, indexed);
     for (const auto& command : commands) {
         both.run(command);
     }
@@ -708,11 +717,16 @@ void runSequence(bool persists)
 TEST(StoreModel, TheStoreAndTheModelStayAlike)
 {
     const LocaleGuard locale("C.UTF-8");
-    EXPECT_TRUE(rc::check("random sequences, in memory", [] { runSequence(false); }));
+    for (const bool indexed : {false, true}) {
+        EXPECT_TRUE(
+            rc::check(indexed ? "in memory, with an index" : "in memory", [=] { runSequence(false, indexed); }));
+    }
 }
 
 TEST(StoreModel, TheyStayAlikeWhenEveryStepIsWrittenAndLoadedAgain)
 {
     const LocaleGuard locale("C.UTF-8");
-    EXPECT_TRUE(rc::check("random sequences, written and loaded", [] { runSequence(true); }));
+    for (const bool indexed : {false, true}) {
+        EXPECT_TRUE(rc::check(indexed ? "written, with an index" : "written", [=] { runSequence(true, indexed); }));
+    }
 }

@@ -139,16 +139,11 @@ LDIF_Entry& LDIF_Entry::insertBelow(std::unique_ptr<LDIF_Entry>&& entry, std::si
     return appendAdopting(std::move(entry), place.parent->children);
 }
 
-LDIF_Entry& LDIF_Entry::insertDescendant(std::unique_ptr<LDIF_Entry>&& entry)
+LDIF_Entry& LDIF_Entry::insertMissing(std::unique_ptr<LDIF_Entry>&& entry)
 {
-    const Place place = placeOf(entry->dn, dn.size());
-    if (place.existing != nullptr) {
-        place.existing->mergeFrom(*entry);
-        return *place.existing;
-    }
-    place.parent->children.makeRoom();
-    entry->relDn.assignFrom(entry->dn, place.level);
-    return appendAdopting(std::move(entry), place.parent->children);
+    children.makeRoom();
+    entry->relDn.assignFrom(entry->dn, dn.size());
+    return appendAdopting(std::move(entry), children);
 }
 
 /// Puts an entry into the room behind its siblings, of which it adopts those that belong below it.

@@ -85,8 +85,9 @@ public:
     /// caller. Returns the entry of the tree that holds it now.
     LDIF_Entry& insert(std::unique_ptr<LDIF_Entry>&& entry);
 
-    /// What insert does, for a new entry whose relDn is not made yet and whose DN lies below this entry's.
-    LDIF_Entry& insertDescendant(std::unique_ptr<LDIF_Entry>&& entry);
+    /// What insert does, for an entry that the tree has not, below its nearest ancestor in there. Its relDn need not be
+    /// made yet.
+    LDIF_Entry& insertMissing(std::unique_ptr<LDIF_Entry>&& entry);
 
     /// Appends the texts of the entry and of everything below it, each entry before its children.
     /// @param text  a std::string or a veltor::detail::RenderedText

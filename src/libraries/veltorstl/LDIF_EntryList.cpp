@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 using veltor::detail::FoldTable;
 using veltor::detail::foldTable;
@@ -50,9 +52,10 @@ struct LDIF_EntryList::Index
     using Group = std::vector<Slot>;
 
     FoldTable fold = foldTable();
-    std::size_t longest = 0; // RDNs of the longest relative DN
     // The slots of the children, plus one, by their relative DNs. A child that left is told by the hole in its slot.
-    HashCells<Slot> equals;
+    // Made on demand too: a load that knows what is there never asks.
+    std::optional<HashCells<Slot>> equals;
+    std::size_t longest = 0; // RDNs of the longest relative DN among those
     // For each number of RDNs that was asked for: the children that lie deeper, by those RDNs. Mostly one child, which
     // is then its slot with the lone bit; else a group's position plus one. Made on demand, so that moving children
     // down a deep tree does not cost the square of its depth.
@@ -62,15 +65,6 @@ struct LDIF_EntryList::Index
     std::vector<std::uint64_t> hashes; // of the DN at hand, by number of RDNs less one
 
     static constexpr Slot lone = 0x80000000U;
-
-    explicit Index(const Slots& slots) : equals(slots.size())
-    {
-        for (std::size_t slot = 0; slot < slots.size(); ++slot) {
-            if (slots[slot] != nullptr) {
-                add(slots[slot]->relDn, slot);
-            }
-        }
-    }
 
     /// Fills in the hashes of what a DN says from a level on, up to a number of RDNs.
     void hash(const LDIF_DN& dn, std::size_t from, std::size_t count) { dn.hashLevels(hashes, from, count, fold); }
@@ -83,8 +77,13 @@ struct LDIF_EntryList::Index
             // No DN below this level names it.
             return;
         }
+        if (!equals && belowLevels.empty()) {
+            return;
+        }
         hash(relDn, 0, relDn.size());
-        equals.prefetch(hashes.back());
+        if (equals) {
+            equals->prefetch(hashes.back());
+        }
         for (std::size_t levels = 1; levels < relDn.size(); ++levels) {
             if (isKeptBelow(levels)) {
                 below.prefetch(hashes[levels - 1]);
@@ -95,8 +94,24 @@ struct LDIF_EntryList::Index
                 addBelow(hashes[levels - 1], static_cast<Slot>(slot));
             }
         }
-        longest = std::max(longest, relDn.size());
-        equals.add(hashes.back(), static_cast<Slot>(slot) + 1);
+        if (equals) {
+            longest = std::max(longest, relDn.size());
+            equals->add(hashes.back(), static_cast<Slot>(slot) + 1);
+        }
+    }
+
+    void makeEquals(const Slots& slots)
+    {
+        HashCells<Slot> made(slots.size());
+        for (std::size_t slot = 0; slot < slots.size(); ++slot) {
+            if (slots[slot] != nullptr && !slots[slot]->relDn.empty()) {
+                const LDIF_DN& relDn = slots[slot]->relDn;
+                hash(relDn, 0, relDn.size());
+                longest = std::max(longest, relDn.size());
+                made.add(hashes.back(), static_cast<Slot>(slot) + 1);
+            }
+        }
+        equals = std::move(made);
     }
 
     void addBelow(std::uint64_t key, Slot slot)
@@ -114,12 +129,15 @@ struct LDIF_EntryList::Index
 
     std::unique_ptr<LDIF_Entry>* find(Slots& slots, const LDIF_DN& dn, std::size_t from)
     {
+        if (!equals) {
+            makeEquals(slots);
+        }
         const std::size_t most = std::min(dn.size() - from, longest);
         hash(dn, from, most);
         for (std::size_t levels = 1; levels <= most; ++levels) {
             const std::uint64_t key = hashes[levels - 1];
             std::unique_ptr<LDIF_Entry>* hit = nullptr;
-            equals.find(key, [&](Slot slotPlusOne) {
+            equals->find(key, [&](Slot slotPlusOne) {
                 auto& slot = slots[slotPlusOne - 1];
                 hit = slot != nullptr && slot->relDn.size() == levels && leads(slot->relDn, dn, from) ? &slot : nullptr;
                 return hit != nullptr;
@@ -139,9 +157,6 @@ struct LDIF_EntryList::Index
     Group slotsBelow(const Slots& slots, const LDIF_DN& dn, std::size_t from)
     {
         const std::size_t levels = dn.size() - from;
-        if (longest <= levels) {
-            return {};
-        }
         if (!isKeptBelow(levels)) {
             belowLevels.resize(std::max(belowLevels.size(), levels + 1));
             belowLevels[levels] = true;
@@ -168,7 +183,7 @@ LDIF_EntryList::Index* LDIF_EntryList::usableIndex() const
 {
     // In another locale other DNs are equal, so the keys are made again.
     if (body_->index == nullptr || body_->index->fold != foldTable()) {
-        body_->index = std::make_unique<Index>(body_->slots);
+        body_->index = std::make_unique<Index>();
     }
     return body_->index.get();
 }
@@ -215,6 +230,9 @@ std::vector<std::size_t> LDIF_EntryList::below(const LDIF_DN& dn, std::size_t fr
         }
         return found;
     }
+    if (body_->longest <= dn.size() - from) {
+        return found;
+    }
     try {
         const auto group = usableIndex()->slotsBelow(slots, dn, from);
         std::for_each(group.begin(), group.end(), look);
@@ -243,6 +261,7 @@ LDIF_Entry& LDIF_EntryList::append(std::unique_ptr<LDIF_Entry> entry) noexcept
         --body_->holes;
     }
     LDIF_Entry& appended = *slots.back();
+    body_->longest = std::max(body_->longest, appended.relDn.size());
     if (body_->index != nullptr) {
         try {
             if (body_->index->fold == foldTable()) {

@@ -5,8 +5,7 @@
 #include "LDIF_Exception.h"
 #include "LDIF_Line.h"
 #include "disk.h"
-#include "fold_hash.h"
-#include "hash_cells.h"
+#include "entry_index.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -220,42 +219,6 @@ private:
     std::optional<Order> order_;
 };
 
-/// The entries that a load has put into the tree, by their DNs. They stay while it lasts, and where they are.
-class PresentEntries
-{
-public:
-    /// The nearest ancestor of a DN among them, or null.
-    LDIF_Entry* nearestAncestor(const LDIF_DN& dn)
-    {
-        dn.hashLevels(hashes_, 0, dn.size(), fold_);
-        for (const std::uint64_t hash : hashes_) {
-            entries_.prefetch(hash);
-        }
-        for (std::size_t levels = dn.size(); levels > 1; --levels) {
-            LDIF_Entry* const* const found = entries_.find(hashes_[levels - 2], [&](const LDIF_Entry* entry) {
-                return entry->dn.size() == levels - 1 && commonLevels(entry->dn, dn) == levels - 1;
-            });
-            if (found != nullptr) {
-                return *found;
-            }
-        }
-        return nullptr;
-    }
-
-    /// Adds the entry whose nearest ancestor was asked for last.
-    void add(LDIF_Entry& entry)
-    {
-        if (!hashes_.empty()) {
-            entries_.add(hashes_.back(), &entry);
-        }
-    }
-
-private:
-    FoldTable fold_ = foldTable();
-    HashCells<LDIF_Entry*> entries_;
-    std::vector<std::uint64_t> hashes_;
-};
-
 /// One load of the file into an empty tree.
 class Loader
 {
@@ -280,6 +243,9 @@ public:
 
     /// Some line was kept as zor-slapdInvalidLine: the file has to be written.
     bool dirty() const { return dirty_; }
+
+    /// The entries of the tree by their DNs, when the load is over.
+    EntryIndex takeIndex() { return std::move(index_); }
 
     /// Adds to a failure what only the load knows.
     void complete(LDIF_Exception& failure) const
@@ -368,14 +334,20 @@ private:
         }
         current_->attributes.mapNames();
         attributes_.clear();
-        LDIF_Entry* const entry = current_.get();
-        LDIF_Entry* const ancestor = present_.nearestAncestor(entry->dn);
-        LDIF_Entry& placed = (ancestor != nullptr ? *ancestor : root_).insertDescendant(std::move(current_));
-        current_.reset();
-        if (&placed == entry) {
-            present_.add(placed);
+        const EntryIndex::Place place = index_.placeOf(current_->dn);
+        if (place.existing != nullptr) {
+            current_->relDn = place.existing->relDn;
+            place.existing->insert(std::move(current_));
+        } else if (!index_.isComplete() || current_->dn.empty()) {
+            current_->relDn = current_->dn;
+            root_.insert(std::move(current_));
+        } else {
+            LDIF_Entry& parent = place.ancestor != nullptr ? *place.ancestor : root_;
+            LDIF_Entry& placed = parent.insertMissing(std::move(current_));
+            index_.addAsked(placed);
             ancestors_.lend(dnText_, placed.dn);
         }
+        current_.reset();
         closing_ = false;
     }
 
@@ -536,7 +508,7 @@ private:
     std::unique_ptr<LDIF_Entry> current_;
     LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
     NameTable names_;
-    PresentEntries present_;
+    EntryIndex index_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;
@@ -548,14 +520,20 @@ private:
 
 } // namespace veltor::detail
 
-LDIF_File::LDIF_File(const std::string& file, const std::string& backup)
-    : fileName(file), backupFileName(backup), fileStatus()
+LDIF_File::LDIF_File(const std::string& file, const std::string& backup) : LDIF_File(file, backup, TreeAccess::anybody)
+{
+}
+
+LDIF_File::LDIF_File(const std::string& file, const std::string& backup, TreeAccess access)
+    : fileName(file), backupFileName(backup), fileStatus(), access_(access)
 {
     if (fileName.empty()) {
         refuseFile(__LINE__, result::connectError, fileNameInvalid, "Config filename is NULL!", "<NULL>");
     }
     refresh();
 }
+
+LDIF_File::~LDIF_File() = default;
 
 bool LDIF_File::refresh()
 {
@@ -568,6 +546,7 @@ bool LDIF_File::refresh()
         [&](LDIF_Exception& failure) { failure.configFile = fileName; });
 
     inMemory_ = false;
+    index_.reset();
     trailingComment.lines.clear();
     root.clear();
     const bool dirty = load(text);
@@ -599,6 +578,9 @@ bool LDIF_File::load(veltor::detail::FileText& text)
             loader->keepCurrentEntry();
         }
         throw;
+    }
+    if (access_ == TreeAccess::storeAlone) {
+        index_ = std::make_unique<veltor::detail::EntryIndex>(loader->takeIndex());
     }
     return loader->dirty();
 }
@@ -688,9 +670,15 @@ void LDIF_File::flush()
 
 // ---- Search ----
 
+LDIF_Entry* LDIF_File::find(const LDIF_DN& dn)
+{
+    LDIF_Entry* const entry = index_ == nullptr ? nullptr : index_->find(dn);
+    return entry != nullptr ? entry : root.find(dn);
+}
+
 const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
 {
-    const LDIF_Entry* const entry = root.find(base);
+    const LDIF_Entry* const entry = find(base);
     if (entry == nullptr) {
         LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
         failure.entryDn = printable(base);

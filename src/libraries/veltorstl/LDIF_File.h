@@ -7,6 +7,7 @@
 #include "LDIF_Search.h"
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 
 namespace veltor::detail {
 
+class EntryIndex;
 class FileText;
 class RenderedText;
 
@@ -42,7 +44,7 @@ public:
     // The tree of a store has one owner: handles and results hold copies of what they need.
     LDIF_File(const LDIF_File&) = delete;
     LDIF_File& operator=(const LDIF_File&) = delete;
-    ~LDIF_File() = default;
+    ~LDIF_File();
 
     /// Reads the file again if its modification time differs from the one last read or written, to the second.
     /// Everything in memory is replaced. Lines that can't be used are kept as zor-slapdInvalidLine, and the file
@@ -107,13 +109,24 @@ public:
     int setAuthentication(const char* dn, const char* password, int method);
     int getAuthentication();
 
+protected:
+    /// Who may change the tree: a store that has it alone finds entries without a walk.
+    enum class TreeAccess { anybody, storeAlone };
+
+    LDIF_File(const std::string& fileName, const std::string& backupFileName, TreeAccess access);
+
 private:
+    LDIF_Entry* find(const LDIF_DN& dn);
+    void remember(LDIF_Entry& entry);
+    void forget(const LDIF_Entry& entry);
     const LDIF_Entry& searchBase(const LDIF_DN& base);
     bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
     void render(veltor::detail::RenderedText& text) const;
 
-    bool inMemory_ = false; // the last load came to its end
+    TreeAccess access_;
+    std::unique_ptr<veltor::detail::EntryIndex> index_; // null where others may change the tree, or without a load
+    bool inMemory_ = false;                             // the last load came to its end
 };
 
 #endif

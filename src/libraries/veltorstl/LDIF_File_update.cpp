@@ -2,6 +2,7 @@
 #include "LDIF_File.h"
 
 #include "LDIF_Exception.h"
+#include "entry_index.h"
 
 #include <string>
 #include <utility>
@@ -168,7 +169,7 @@ void LDIF_File::modify(const LDIF_DN& dn, LDAPMod** mods)
     }
     update(__LINE__, "System error in LDIF_File::modify()", dn, [&] {
         needSound(mods);
-        LDIF_Entry* const entry = root.find(dn);
+        LDIF_Entry* const entry = find(dn);
         if (entry == nullptr) {
             refuse(__LINE__, result::noSuchObject, result::noSuchObject, "Entry not found", "");
         }
@@ -187,15 +188,44 @@ void LDIF_File::add(const LDIF_DN& dn, LDAPMod** mods)
             addValues(*entry, **mod, textsOf(**mod));
         }
         try {
-            root.insert(std::move(entry));
+            const LDIF_Entry* const made = entry.get();
+            LDIF_Entry& placed = root.insert(std::move(entry));
+            if (&placed == made) {
+                remember(placed);
+            }
         } catch (const LDIF_Exception&) {
             throw;
         } catch (...) {
             // Memory ran out, perhaps while the entry adopted others: only the file still has them all.
+            index_.reset();
             inMemory_ = false;
             throw;
         }
     });
+}
+
+void LDIF_File::remember(LDIF_Entry& entry)
+{
+    if (index_ == nullptr) {
+        return;
+    }
+    try {
+        index_->add(entry);
+    } catch (...) {
+        // The tree has it, and is asked next.
+    }
+}
+
+void LDIF_File::forget(const LDIF_Entry& entry)
+{
+    if (index_ == nullptr) {
+        return;
+    }
+    try {
+        index_->forget(entry);
+    } catch (...) {
+        index_.reset();
+    }
 }
 
 void LDIF_File::erase(const LDIF_DN& dn, bool deleteNonLeaves)
@@ -219,6 +249,7 @@ void LDIF_File::erase(const LDIF_DN& dn, bool deleteNonLeaves)
             refuse(__LINE__, result::notAllowedOnNonleaf, result::notAllowedOnNonleaf,
                    "Use CFG_OPT_DELETE_NON_LEAVES to enable subtree delete", "");
         }
+        forget(*entry);
         parent->children.remove(*entry);
     });
 }

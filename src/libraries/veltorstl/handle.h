@@ -12,7 +12,8 @@ namespace veltor::detail {
 /// A store of a handle. A handle keeps the stores of earlier binds until it is released.
 struct BoundStore : LDIF_File
 {
-    using LDIF_File::LDIF_File;
+    BoundStore(const std::string& file, const std::string& backup) : LDIF_File(file, backup, TreeAccess::storeAlone) {}
+
     BoundStore* earlier = nullptr;
 };
 
