@@ -84,6 +84,7 @@ TEST_F(EntryIndexTest, FindsEachOfManyAfterOthersWereForgotten)
     constexpr int count = 1000;
     Indexed tree;
     std::vector<LDIF_Entry*> entries;
+    entries.reserve(count);
     for (int number = 0; number < count; ++number) {
         entries.push_back(&tree.add("cn=" + std::to_string(number)));
     }
