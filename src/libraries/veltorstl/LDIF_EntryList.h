@@ -179,7 +179,7 @@ private:
         Slots slots;
         std::size_t holes = 0;
         std::size_t longest = 0; // RDNs of the longest relative DN that was appended
-        bool exposed = false; // somebody may hold a reference with which a child can be renamed
+        bool exposed = false;    // somebody may hold a reference with which a child can be renamed
         std::unique_ptr<Index> index;
         std::unique_ptr<Body> next; // chains the lists that wait for their release
 
