@@ -1,0 +1,181 @@
+/*
+ * veltor: what administration tools and careful servers need beyond the classic calls of cfg.h.
+ *
+ * The calls work on the same handles. The conventions of cfg.h hold: every function that takes a handle returns 0 or
+ * a result code, resets the handle first and keeps the exception of a failure, unless its comment says otherwise. A
+ * null handle, and a null pointer where a result is asked for, give 89 (CFG_LDAP_PARAM_ERROR) and keep no exception.
+ * None of these calls changes what the classic calls do on a handle that never used them.
+ *
+ * Write modes
+ * -----------
+ * Direct     The classic write-back, with its hazards: the file is renamed away or truncated, then written. A load
+ *            that keeps rejected lines writes the file at once.
+ * Safe       Every change is a change set: made under the writer lock, on what the file holds by then; read back
+ *            before it is installed; installed in one step, so that the file's name holds the old or the new text
+ *            at any moment, whatever fails; durable when the call returns. No load writes. An update outside
+ *            cfg_begin_s and cfg_commit_s is a change set of its own.
+ * Never      No load writes. Updates and cfg_flush_s are refused with 53.
+ *
+ * The writer lock
+ * ---------------
+ * An open-file-description write lock (F_OFD_SETLK, start 0, length 0) on the file NAME.lock beside the configuration
+ * file NAME, symbolic links followed first. Other programs that honour it are safe from lost updates too: open
+ * NAME.lock without following links, lock it, compare its inode with that of the name, and begin again if they differ.
+ * The file is never removed. It holds the process id and the program name of the last holder, a line each; only the
+ * lock itself says that somebody holds it. A holder that dies leaves it free. Two handles of one process are two
+ * writers. A child that is forked while its parent holds the lock holds it too, until it ends or executes another
+ * program.
+ *
+ * Codes      51 the lock stayed busy, or somebody who ignores it changed the file meanwhile; 53 refused in this mode
+ *            or outside a change set, or the set is spoilt; 21 a value or name would not come back as it is; 34 the
+ *            same for a DN; 65 an entry would merge into the root; 68 the entry or the file exists. The library code
+ *            repeats these.
+ */
+#ifndef VELTOR_CFG_ADMIN_H
+#define VELTOR_CFG_ADMIN_H
+
+#include "veltor/cfg.h"
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifdef __GNUC__
+#pragma GCC visibility push(default)
+#endif
+
+/* ---- Modes ---- */
+
+/* Write modes. The numbers are ABI. */
+enum {
+    CFG_WRITE_DIRECT = 0, /* the classic write-back; every new handle starts here */
+    CFG_WRITE_SAFE = 1,   /* locked, verified, atomic, durable; loads never write */
+    CFG_WRITE_NEVER = 2   /* loads never write, updates and cfg_flush_s are refused with 53 */
+};
+
+/* Sets the write mode, before or after the bind. The mode that is set before a bind holds for the bind's load.
+   Codes: 89 an unknown mode; 53 inside a change set. */
+int cfg_set_write_mode(void *handle, int mode);
+
+/* Stores the write mode in *mode. */
+int cfg_get_write_mode(void *handle, int *mode);
+
+/* What a safe write does with lines that did not change. The numbers are ABI. */
+enum {
+    CFG_LAYOUT_KEEP = 0, /* they stay as they are; every new handle starts here */
+    CFG_LAYOUT_OWN = 1   /* the whole file gets the library's own form */
+};
+
+/* Sets the layout, before or after the bind.
+   Codes: 89 an unknown layout; 53 inside a change set. */
+int cfg_set_layout(void *handle, int layout);
+
+/* ---- Change sets: everything between begin and commit happens on disk whole, or not at all ---- */
+
+/* Takes the writer lock and re-reads the file, whatever its modification time says. Until the end of the set
+   searches see the pending changes, and nothing is refreshed. The first update that fails spoils the set: later ones
+   return 53, and the commit writes nothing. A failed search and a refused call spoil nothing.
+   timeout_ms  milliseconds to wait for the lock, at least one try; below 0 is 89. An update outside a set waits as
+               long as the last begin asked, 10,000 at first.
+   Codes: 51 the lock stayed busy (the message names the holder if it left its name); 53 outside safe mode, or inside
+   a set; 89 not bound; what a load raises. */
+int cfg_begin_s(void *handle, int timeout_ms);
+
+/* Reads the changed text back, compares, installs it, and frees the lock. The set ends, whatever comes of it; after a
+   failure memory holds what is on disk. A set without changes writes nothing.
+   Codes: 53 without begin, or the set is spoilt; 51 the file is not what the set began from; 21, 34, 65 something
+   would not come back (the exception names it); 50 and 80 a step of the install failed: the message says "the old
+   text is in place" or "the new text is in place". */
+int cfg_commit_s(void *handle);
+
+/* Drops the changes and frees the lock.
+   Codes: 53 without begin. */
+int cfg_rollback_s(void *handle);
+
+/* Inside a change set: verifies this text and installs it in place of the file's. Ends the set, whatever comes of it.
+   The changes of the set are dropped.
+   text, size  the text and its bytes; the caller's
+   Codes: as cfg_commit_s; the code of what ends a load of the text. */
+int cfg_install_s(void *handle, const char *text, size_t size);
+
+/* Makes a new file with mode 0640. The handle need not be bound, and stays as it is.
+   Codes: 68 the name exists in any form, a dangling link included; the code of what ends a load of the text; 50 a step
+   of the install failed: nothing is left behind. */
+int cfg_create_s(void *handle, const char *file, const char *text, size_t size);
+
+/* ---- Reading ---- */
+
+/* Stores the entries in scope in *res, in tree order: every entry, also those without attributes, values as they are
+   stored (passwords encoded). The root has an empty DN, and a null base is the empty DN. The result is freed with
+   cfg_msgfree; it is null after a failure.
+   scope  as for cfg_search_s
+   Codes: 32 no such base; what a re-read raises. */
+int cfg_read_s(void *handle, const char *base, int scope, cfg_message **res);
+
+/* Stores in *text the file as a commit would write it, followed by a NUL that *size does not count. The caller frees
+   it with cfg_memfree. Outside safe mode it is the library's own form.
+   Codes: 34 a DN that can't be printed. */
+int cfg_render_s(void *handle, char **text, size_t *size);
+
+/* Stores in *text the comment block directly above an entry's DN line (for an entry, what follows the last blank line
+   above it) or above an attribute's first line: its lines joined by line feeds, each without its "#" and one blank
+   behind it; an empty text without a block. The caller frees it with cfg_memfree.
+   attribute  null: the entry's own comment
+   Codes: 32 no such entry; 16 no such attribute. */
+int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char **text);
+
+/* Replaces just that block; a null or empty text removes it. Lines get their "# ". An update of safe mode.
+   Codes: 53 outside safe mode; as the other updates. */
+int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const char *text);
+
+/* Stores in *line where something stands in the file as last read: 1-based, 0 for nowhere. Positions are kept where
+   the mode was safe or never before the load.
+   attribute  null: the DN line
+   value      null: the attribute's first value; else a value equal to it
+   Codes: 53 in direct mode; 32 no such entry; 16 no such attribute. */
+int cfg_locate_s(void *handle, const char *dn, const char *attribute, const char *value, int *line);
+
+/* ---- Failures ---- */
+
+/* One record of the kept exception. Texts are "" where there is none, and live until the next reset. */
+typedef struct cfg_failure {
+    int ldap, code, line;                                /* LDAP and library code; line in the file, 0: none */
+    const char *message, *file, *dn, *attribute, *value; /* lent */
+} cfg_failure;
+
+/* Returns how many records the kept exception has: itself and its causes; 0 without one, and for a null handle. Does
+   not reset the handle. */
+int cfg_failure_count(void *handle);
+
+/* Stores a record in *out: 0 is the outermost. Does not reset the handle.
+   Codes: 89 for an index outside 0 to count - 1. */
+int cfg_failure_at(void *handle, int index, cfg_failure *out);
+
+/* ---- The catalogue of attribute types ---- */
+
+/* One attribute type. Everything it points to lives as long as the process. */
+typedef struct cfg_attr_type {
+    const char *name, *syntax;      /* syntax: "int", "enum", "dn", ...: one word per syntax of the catalogue */
+    const char *const *enum_values; /* null-terminated; null when the type has no list */
+    long bitmask, minimum, maximum; /* as cfg_get_bitmask, cfg_get_minimum and cfg_get_maximum tell them */
+    int single_valued;
+} cfg_attr_type;
+
+/* Returns the number of distinct names: 115. Thread-safe. */
+int cfg_attr_type_count(void);
+
+/* Stores the type of a name in *out; names are in order, letter case ignored. Thread-safe.
+   Codes: 89 for an index outside 0 to count - 1. */
+int cfg_attr_type_at(int index, cfg_attr_type *out);
+
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
