@@ -679,6 +679,50 @@ struct stat installSteps(const FilePlace& place, std::string_view text, std::str
     return statusOf(fresh.file(), place.name());
 }
 
+// ---- Creating ----
+
+[[noreturn]] void refuseExisting(int line, const std::string& fileName)
+{
+    refuse(line, exists, exists, "\"" + fileName + "\" exists already; it stays as it is");
+}
+
+void createSteps(const std::string& fileName, std::string_view text)
+{
+    constexpr mode_t ownerWritesGroupReads = 0640;
+    const SplitName parts = split(fileName);
+    const Descriptor folder(opened(parts.folder, O_PATH | O_DIRECTORY, 0));
+    if (!folder.valid()) {
+        refuseStep(__LINE__, "open the folder of", fileName);
+    }
+    struct stat status = {};
+    if (statusAt(folder.get(), parts.name, status)) {
+        refuseExisting(__LINE__, fileName);
+    }
+    if (parts.name.empty()) {
+        errno = EISDIR;
+        refuseStep(__LINE__, "make", fileName);
+    }
+    const Descriptor durableFolder(readable(folder.get(), fileName));
+    Temporary fresh(folder.get(), parts.name);
+    if (retried([&] { return fchmod(fresh.file().get(), ownerWritesGroupReads); }) != 0) {
+        refuseStep(__LINE__, "set the mode of", fresh.name());
+    }
+    fresh.fill(text);
+    sync(fresh.file(), fresh.name());
+    if (!fresh.appear(parts.name)) {
+        refuseExisting(__LINE__, fileName);
+    }
+    try {
+        syncFolder(durableFolder, fileName);
+    } catch (...) {
+        // Whole or not at all: what may be gone after a crash goes now.
+        if (fresh.standsAt(parts.name)) {
+            static_cast<void>(unlinkat(folder.get(), parts.name.c_str(), 0));
+        }
+        throw;
+    }
+}
+
 } // namespace
 
 // ---- FilePlace ----
@@ -779,40 +823,12 @@ struct stat install(const FilePlace& place, std::string_view text, std::string_v
 
 void createFile(const std::string& fileName, std::string_view text)
 {
-    constexpr mode_t ownerWritesGroupReads = 0640;
     namingFile(fileName, [&] {
-        const SplitName parts = split(fileName);
-        const auto refuseExisting = [&](int line) {
-            refuse(line, exists, exists, "\"" + fileName + "\" exists already; it stays as it is");
-        };
-        const Descriptor folder(opened(parts.folder, O_PATH | O_DIRECTORY, 0));
-        if (!folder.valid()) {
-            refuseStep(__LINE__, "open the folder of", fileName);
-        }
-        struct stat status = {};
-        if (statusAt(folder.get(), parts.name, status)) {
-            refuseExisting(__LINE__);
-        }
-        if (parts.name.empty()) {
-            errno = EISDIR;
-            refuseStep(__LINE__, "make", fileName);
-        }
-        const Descriptor durableFolder(readable(folder.get(), fileName));
-        Temporary fresh(folder.get(), parts.name);
-        if (retried([&] { return fchmod(fresh.file().get(), ownerWritesGroupReads); }) != 0) {
-            refuseStep(__LINE__, "set the mode of", fresh.name());
-        }
-        fresh.fill(text);
-        sync(fresh.file(), fresh.name());
-        if (!fresh.appear(parts.name)) {
-            refuseExisting(__LINE__);
-        }
         try {
-            syncFolder(durableFolder, fileName);
-        } catch (...) {
-            // Whole or not at all: what may be gone after a crash goes now.
-            if (fresh.standsAt(parts.name)) {
-                static_cast<void>(unlinkat(folder.get(), parts.name.c_str(), 0));
+            createSteps(fileName, text);
+        } catch (LDIF_Exception& failure) {
+            if (failure.ldapErr != exists) {
+                failure.msg += "; nothing is left behind";
             }
             throw;
         }
