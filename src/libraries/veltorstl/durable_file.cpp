@@ -111,6 +111,16 @@ bool statusAt(int folder, const std::string& name, struct stat& status, int flag
     return retried([&] { return fstatat(folder, name.c_str(), &status, flags); }) == 0;
 }
 
+/// The same, where it matters that nothing can be found out.
+bool certainStatusAt(int folder, const std::string& name, struct stat& status)
+{
+    const bool found = statusAt(folder, name, status);
+    if (!found && errno != ENOENT) {
+        refuseStep(__LINE__, "look at", name);
+    }
+    return found;
+}
+
 struct stat statusOf(const Descriptor& file, const std::string& name)
 {
     struct stat status = {};
@@ -524,7 +534,7 @@ int tryLock(const FilePlace& place, const std::string& lockName, std::string& ho
         return -1;
     }
     struct stat named = {};
-    if (!statusAt(place.folder(), lockName, named) || !isSame(named, status)) {
+    if (!certainStatusAt(place.folder(), lockName, named) || !isSame(named, status)) {
         return -1;
     }
     removeLeftovers(place.folder(), place.name());
@@ -578,7 +588,7 @@ private:
         }
         besideConfiguration_ = isSame(statusOf(folder_, fileName), configurationFolder);
         struct stat present = {};
-        const bool replaces = statusAt(folder_.get(), name_, present);
+        const bool replaces = certainStatusAt(folder_.get(), name_, present);
         if (name_.empty() || name_ == "." || name_ == ".." || (replaces && S_ISDIR(present.st_mode))) {
             errno = EISDIR;
             refuseStep(__LINE__, "write the backup", fileName);
@@ -596,7 +606,7 @@ private:
     {
         struct stat status = {};
         struct stat target = {};
-        if (!statusAt(folder, name, status)) {
+        if (!certainStatusAt(folder, name, status)) {
             return false;
         }
         return S_ISLNK(present.st_mode) ? statusAt(folder_.get(), name_, target, 0) && isSame(target, status)
