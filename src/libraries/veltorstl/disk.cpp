@@ -2,6 +2,7 @@
 #include "disk.h"
 
 #include "LDIF_Exception.h"
+#include "descriptor.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -20,35 +21,7 @@ namespace veltor::detail {
 
 namespace {
 
-class Descriptor
-{
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-
-    int get() const { return number_; }
-    bool valid() const { return number_ >= 0; }
-
-private:
-    int number_;
-};
-
-int opened(const std::string& fileName, int flags, mode_t mode)
-{
-    int number = -1;
-    do {
-        // A fifo in the file's place must not hold the caller.
-        number = open(fileName.c_str(), flags | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, mode);
-    } while (number < 0 && errno == EINTR);
-    return number;
-}
+constexpr int withoutWaiting = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
 
 [[noreturn]] void refuseOpen(int line, const std::string& fileName)
 {
@@ -57,7 +30,18 @@ int opened(const std::string& fileName, int flags, mode_t mode)
     throw failure;
 }
 
-/// Reads up to `size` bytes; fewer only at the end of the file.
+} // namespace
+
+int opened(const std::string& fileName, int flags, mode_t mode)
+{
+    return retried([&] { return open(fileName.c_str(), flags | withoutWaiting, mode); });
+}
+
+int openedAt(int folder, const std::string& name, int flags, mode_t mode)
+{
+    return retried([&] { return openat(folder, name.c_str(), flags | O_NOFOLLOW | withoutWaiting, mode); });
+}
+
 std::size_t readUpTo(const Descriptor& file, char* bytes, std::size_t size)
 {
     std::size_t filled = 0;
@@ -75,7 +59,6 @@ std::size_t readUpTo(const Descriptor& file, char* bytes, std::size_t size)
     return filled;
 }
 
-/// @return false when the system refuses to write the whole text
 bool writeAll(const Descriptor& file, std::string_view text)
 {
     while (!text.empty()) {
@@ -88,8 +71,6 @@ bool writeAll(const Descriptor& file, std::string_view text)
     }
     return true;
 }
-
-} // namespace
 
 FileText::FileText(std::size_t capacity) : capacity_(capacity)
 {
@@ -146,6 +127,11 @@ FileText readWholeFile(const std::string& fileName)
 {
     const Descriptor file(opened(fileName, O_RDONLY, 0));
     struct stat status = {};
+    return readOpened(file, fileName, status);
+}
+
+FileText readOpened(const Descriptor& file, const std::string& fileName, struct stat& status)
+{
     if (!file.valid() || fstat(file.get(), &status) != 0) {
         refuseOpen(__LINE__, fileName);
     }

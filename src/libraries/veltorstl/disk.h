@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
+
 namespace veltor::detail {
 
 /// The content of a file. Not a std::string, whose memory would be cleared before it is filled. A large one lies in
@@ -45,6 +47,15 @@ private:
 ///         have to wait for (a fifo, a terminal)
 /// @throws std::system_error for a read that fails, and for a directory
 FileText readWholeFile(const std::string& fileName);
+
+class Descriptor;
+
+/// Reads a file that may be open, for readWholeFile and whoever opens files in another way.
+///
+/// @param fileName  for the exception
+/// @param status    is set to what the file was before it was read
+/// @throws as readWholeFile, also when the descriptor holds nothing
+FileText readOpened(const Descriptor& file, const std::string& fileName, struct stat& status);
 
 class RenderedText;
 

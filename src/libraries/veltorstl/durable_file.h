@@ -17,6 +17,8 @@ namespace veltor::detail {
 class FilePlace
 {
 public:
+    /// The folder needs no permission to read yet; locking and installing ask for it.
+    ///
     /// @throws LDIF_Exception 91/1003 when the links lead nowhere or the folder can't be opened
     explicit FilePlace(const std::string& fileName);
     FilePlace(const FilePlace&) = delete;
@@ -25,6 +27,7 @@ public:
     FilePlace& operator=(FilePlace&& other) noexcept;
     ~FilePlace();
 
+    /// For calls that take a folder and a name (O_PATH).
     int folder() const { return folder_; }
     const std::string& name() const { return name_; }
     /// The name that the caller gave, for messages.
@@ -46,8 +49,13 @@ class WriterLock
 public:
     /// Tries until the deadline, at least once; cleans what a crash left of earlier installs.
     ///
+    /// A lock file is made with owner, group, mode and access list of the configuration, and follows them later as far
+    /// as this account may change it. Where owner or group can't be given it is not made: an install would be refused
+    /// for the same reason, and the owner would be locked out.
+    ///
     /// @throws LDIF_Exception 51/51 when the lock stays busy, naming the holder; 50/1004 when the lock file can't be
-    ///         opened or made
+    ///         opened or made for want of permission, or is a link, a folder or a fifo; 80/1000 for other failures of
+    ///         the system
     WriterLock(const FilePlace& place, int timeoutMs);
     WriterLock(const WriterLock&) = delete;
     WriterLock& operator=(const WriterLock&) = delete;
@@ -61,16 +69,19 @@ private:
 /// moment; every failure says in its message which of both.
 ///
 /// @param expected        what the file has to hold now
-/// @param backupFileName  where a copy of the old text goes first; empty: nowhere
+/// @param backupFileName  where a copy of the old text goes first; empty: nowhere; relative to the working folder. The
+///                        copy has the attributes and the time of the old file
 /// @return                the status of the new file
-/// @throws LDIF_Exception 51/51 when the file holds something else or is gone; 50/1004 and 80/1000 for a step that
-///         failed
+/// @throws LDIF_Exception 51/51 when the file holds something else or is gone; 50/1004 for a step that is not permitted
+///         (a backup name that leads to the file or its lock is one), 80/1000 for other failures of the system
+/// @throws std::bad_alloc while the old text is in place
 struct stat install(const FilePlace& place, std::string_view text, std::string_view expected,
                     const std::string& backupFileName);
 
 /// Makes a new file with mode 0640, durable and whole or not at all.
 ///
-/// @throws LDIF_Exception 68/68 when the name exists in any form; 50/1004 and 80/1000 for a step that failed
+/// @throws LDIF_Exception 68/68 when the name exists in any form; 50/1004 for a step that is not permitted, 80/1000 for
+///         other failures of the system: nothing is left behind
 void createFile(const std::string& fileName, std::string_view text);
 
 } // namespace veltor::detail
