@@ -227,15 +227,7 @@ protected:
     static const Steps& steps() { return recorder.steps; }
 
     /// A handle bound to the sample, with or without a backup name.
-    Handle boundWith(bool keepsBackup) const
-    {
-        Handle handle = unbound(write(sampleText));
-        if (keepsBackup) {
-            cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
-        }
-        EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
-        return handle;
-    }
+    Handle boundWith(bool keepsBackup) const { return keepsBackup ? boundWithBackup(sampleText) : bound(sampleText); }
 
     std::string failing_;
 };
