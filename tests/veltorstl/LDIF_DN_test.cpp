@@ -22,6 +22,7 @@
 using veltor::test::failureOf;
 using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
+using veltor::test::recordsOf;
 
 namespace {
 
@@ -55,16 +56,6 @@ LDIF_RDN_value valueOf(const std::string& text)
 int sign(int number)
 {
     return number < 0 ? -1 : number > 0 ? 1 : 0;
-}
-
-/// How many records a failure and its causes make.
-int recordsOf(const LDIF_Exception& failure)
-{
-    int count = 1;
-    for (const LDIF_Exception* cause = failure.nested; cause != nullptr; cause = cause->nested) {
-        ++count;
-    }
-    return count;
 }
 
 struct ExpectedFailure
