@@ -159,7 +159,6 @@ protected:
         return text;
     }
 
-private:
     struct stat statusOf(std::string_view name) const
     {
         struct stat status = {};
@@ -169,6 +168,7 @@ private:
         return status;
     }
 
+private:
     struct stat status_ = {};
     std::string content_;
     long editSeconds_ = 0;

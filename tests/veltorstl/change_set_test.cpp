@@ -605,7 +605,7 @@ TEST_F(ChangeSet, PlacesAreToldByLine)
         EXPECT_EQ(lineOf(handle.get(), "o=x", nullptr, nullptr), 3);
         EXPECT_EQ(lineOf(handle.get(), "cn=a,o=x", nullptr, nullptr), 9);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "description", nullptr), 4);
-        EXPECT_EQ(lineOf(handle.get(), "o=x", "Description", "TWOmore"), 5);
+        EXPECT_EQ(lineOf(handle.get(), "o=x", "Description", "twomore"), 5);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "description", "three"), 0);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "cn", "late"), 13);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "zor-slapdInvalidLine", nullptr), 7);
@@ -670,4 +670,47 @@ TEST_F(ChangeSet, ACommentNeedsItsPlaceAndLinesThatComeBack)
     EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "a\rb"), 21);
     EXPECT_EQ(cfg_set_comment_s(handle.get(), nullptr, nullptr, "text"), 89);
     expectUntouched();
+}
+
+// ---- What the library's own form can't express ----
+
+TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
+{
+    struct Row
+    {
+        const char* name;
+        const char* text;
+        int code;
+        int line;
+    };
+    const Row rows[] = {
+        {"a value begun on a continuation line", "version: 1\ndn: o=x\ndescription:\n  one\n\n", 21, 3},
+        {"a DN value with a parenthesis", "version: 1\ndn: o=x\nzor-slapdPeerDN: cn=\\28a\n\n", 21, 3},
+        {"attributes of an empty DN", "version: 1\ndn:\nversion: 2\n\ndn: o=x\n\n", 65, 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Handle handle = safe(row.text);
+        remember();
+        EXPECT_EQ(add(handle.get(), "cn=b,o=x"), row.code) << shown(cfg_dump_exception(handle.get()));
+        EXPECT_EQ(cfg_get_exterror(handle.get()), row.code);
+        if (row.line != 0) {
+            EXPECT_EQ(cfg_get_file_line(handle.get()), row.line) << shown(cfg_dump_exception(handle.get()));
+        }
+        expectUntouched();
+    }
+}
+
+TEST_F(ChangeSet, TheRootTakesNoOtherAttribute)
+{
+    const Handle handle = safe();
+    remember();
+    Mods mods({{modAdd, "description", {{"one"}}}});
+    EXPECT_EQ(cfg_modify_s(handle.get(), "", mods.list()), 65);
+    EXPECT_EQ(cfg_get_exterror(handle.get()), 65);
+    expectUntouched();
+    Mods charset({{modReplace, "charset", {{"US-ASCII"}}}});
+    EXPECT_EQ(cfg_modify_s(handle.get(), "", charset.list()), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), "", nullptr, "text"), refused);
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), "", "version", "text"), 0) << shown(cfg_dump_exception(handle.get()));
 }

@@ -15,6 +15,8 @@ namespace veltor::detail {
 
 namespace {
 
+constexpr char rootName[] = "<root>";
+
 [[noreturn]] void refuse(int line, int code, const std::string& message)
 {
     throw LDIF_Exception(__FILE_NAME__, line, code, code, message.c_str());
@@ -208,6 +210,23 @@ private:
     int before_;
 };
 
+/// True when a value is stored as that text, or is equal to it.
+bool isAmong(const LDIF_Values& values, const char* text)
+{
+    if (values.begin()->text() == text) {
+        return true;
+    }
+    try {
+        return values.find(text) != values.end();
+    } catch (const LDIF_Exception& failure) {
+        if (failure.isSystemFailure()) {
+            throw;
+        }
+        // No value of this type: it stands nowhere.
+        return false;
+    }
+}
+
 } // namespace
 
 void needsToLoad(std::string_view text, const std::string& fileName)
@@ -374,6 +393,8 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
                 refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
             }
             comment = &found->comment;
+        } else if (entry == &root) {
+            refuse(__LINE__, result::unwillingToPerform, "The root has no DN line to stand above");
         }
         LDIF_Comment block;
         while (!text.empty()) {
@@ -474,14 +495,61 @@ void BoundStore::commit()
     try {
         FileText text = rendered();
         Image image;
-        wrapping(Layer{VELTOR_HERE, ""}, [&] { load(text, TextUse::kept, image, fileName); });
-        needsEqual({root, trailingComment}, {image.root, image.trailingComment});
-        needsSameText(image, text.view());
+        readBack(text, image);
         put(*set, std::move(text), std::move(image));
     } catch (...) {
         dropChanges();
         throw;
     }
+}
+
+/// Reads what is about to be written as the next load will, which has to give what is in memory.
+void BoundStore::readBack(FileText& text, Image& image)
+{
+    try {
+        load(text, TextUse::kept, image, fileName);
+    } catch (const LDIF_Exception& cause) {
+        if (cause.isSystemFailure()) {
+            throw;
+        }
+        // The root's own rules, or a text that is no configuration at all.
+        const bool isRootRule =
+            cause.ldapErr == result::objectClassViolation || cause.ldapErr == result::constraintViolation;
+        const int code = isRootRule                                 ? result::objectClassViolation
+                         : cause.ldapErr == result::invalidDnSyntax ? result::invalidDnSyntax
+                                                                    : result::invalidSyntax;
+        LDIF_Exception failure(VELTOR_HERE, cause);
+        failure.ldapErr = code;
+        failure.extErr = code;
+        failure.msg = "The new text could not be read again: " + cause.msg;
+        throw failure;
+    }
+    try {
+        needsEqual({root, trailingComment}, {image.root, image.trailingComment});
+        needsSameText(image, text.view());
+    } catch (LDIF_Exception& failure) {
+        if (!failure.isSystemFailure()) {
+            tellLine(failure);
+        }
+        throw;
+    }
+}
+
+/// Adds to a refusal where in the file that stands which the library's own form can't express.
+void BoundStore::tellLine(LDIF_Exception& failure)
+{
+    LDIF_DN dn;
+    dn = cisString(failure.entryDn == rootName ? "" : failure.entryDn);
+    if (find(dn) == nullptr) {
+        return;
+    }
+    const char* const attribute = failure.attribute.empty() ? nullptr : failure.attribute.c_str();
+    const auto& attributes = std::as_const(find(dn)->attributes);
+    if (attribute != nullptr && attributes.find(attribute) == attributes.cend()) {
+        return;
+    }
+    failure.configLine = lineOf(dn, attribute, attribute == nullptr ? nullptr : failure.value.c_str());
+    failure.configFile = failure.configLine == 0 ? "" : fileName;
 }
 
 void BoundStore::rollback()
@@ -566,7 +634,7 @@ int BoundStore::lineOf(const LDIF_DN& dn, const char* attribute, const char* val
             }
             LDIF_Values values(attribute);
             values.addText(text);
-            if (value == nullptr || values.find(value) != values.end()) {
+            if (value == nullptr || isAmong(values, value)) {
                 return line;
             }
         }

@@ -15,6 +15,8 @@
 
 #include <ldap.h>
 
+class LDIF_Exception;
+
 namespace veltor::detail {
 
 /// How a handle writes. Its store looks here.
@@ -103,6 +105,8 @@ private:
     std::unique_ptr<ChangeSet> endSet();
     void dropChanges() noexcept;
     void completeRoot();
+    void readBack(FileText& text, Image& image);
+    void tellLine(LDIF_Exception& failure);
     void put(const ChangeSet& set, FileText&& text, Image&& image);
 
     const WriteSettings& settings_;

@@ -39,8 +39,8 @@ std::string_view textOf(const char* text, std::size_t size)
 int cfg_begin_s(void* handle, int timeout_ms)
 {
     return runOnStore(handle, timeout_ms >= 0, {VELTOR_HERE, "System error in cfg_begin_s()"}, [&](BoundStore& store) {
-        store.begin(timeout_ms);
         handleOf(handle)->writing.lockTimeoutMs = timeout_ms;
+        store.begin(timeout_ms);
     });
 }
 

@@ -186,7 +186,15 @@ void needsToSurvive(const LDIF_DN& dn)
     if (dn.empty()) {
         refuse(__LINE__, result::objectClassViolation, "An entry with an empty DN would merge into the root", {});
     }
-    const std::string text = dn.str();
+    std::string text;
+    try {
+        text = dn.str();
+    } catch (const LDIF_Exception& failure) {
+        if (failure.isSystemFailure()) {
+            throw;
+        }
+        refuse(__LINE__, result::invalidDnSyntax, "The DN can't be written: " + failure.msg, {});
+    }
     LDIF_Line line;
     std::string back;
     if (readsAsOneLine(std::string(dnLabel) + ": " + text + "\n", LDIF_Line::dn, line)) {

@@ -27,7 +27,7 @@ void needsUsableName(const std::string& name);
 void needsToSurvive(const std::string& name, const std::string& text);
 
 /// Refuses a DN that can't be printed or would come back as another.
-/// @throws LDIF_Exception 34/1013 and 34/34; 65/65 for the empty DN, whose entry would merge into the root
+/// @throws LDIF_Exception 34/34; 65/65 for the empty DN, whose entry would merge into the root
 void needsToSurvive(const LDIF_DN& dn);
 
 /// A tree with what stands behind its last entry.
