@@ -45,6 +45,12 @@ void countItems(benchmark::State& state, std::size_t perIteration)
         Counter(static_cast<double>(items), Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
+/// Ends a benchmark that went through the text in each iteration.
+void countBytes(benchmark::State& state, const std::string& text)
+{
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+
 std::size_t sizeOf(const benchmark::State& state)
 {
     return static_cast<std::size_t>(state.range(0));
@@ -122,7 +128,7 @@ void lineReader(benchmark::State& state)
         }
     }
     countItems(state, lines);
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+    countBytes(state, text);
 }
 BENCHMARK(lineReader);
 
@@ -140,7 +146,7 @@ void lineReaderContinuations(benchmark::State& state)
         DoNotOptimize(line.value.data());
     }
     countItems(state, sizeOf(state));
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+    countBytes(state, text);
 }
 BENCHMARK(lineReaderContinuations)->Arg(2)->Arg(1000)->Arg(100000);
 
@@ -159,7 +165,7 @@ void lineFromStream(benchmark::State& state)
         }
     }
     countItems(state, lines);
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+    countBytes(state, text);
 }
 BENCHMARK(lineFromStream);
 

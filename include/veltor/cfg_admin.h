@@ -127,7 +127,8 @@ int cfg_render_s(void *handle, char **text, size_t *size);
 int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char **text);
 
 /* Replaces just that block; a null or empty text removes it. Lines get their "# ". An update of safe mode.
-   Codes: 53 outside safe mode; as the other updates. */
+   Codes: 53 outside safe mode, and for the root, which has no DN line; 32, 16; 21 a line that would not come back; as
+   the other updates. */
 int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const char *text);
 
 /* Stores in *line where something stands in the file as last read: 1-based, 0 for nowhere. Positions are kept where

@@ -1,6 +1,8 @@
 // The trace helpers on top of the default trace service: from a formatter to the lines of a file.
 #include "veltor/ldtr.h"
 
+#include "support/temporary_folder.h"
+
 #include <atomic>
 #include <bit>
 #include <cerrno>
@@ -23,7 +25,6 @@ class LdtrEndToEnd : public testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_NE(mkdtemp(folder_.data()), nullptr);
         setenv("VELTOR_TRACE_FILE", file().c_str(), 1);
         setenv("VELTOR_TRACE_EVENTS", "0x2", 1);
     }
@@ -33,10 +34,9 @@ protected:
         unsetenv("VELTOR_TRACE_FILE");
         unsetenv("VELTOR_TRACE_EVENTS");
         EXPECT_EQ(ldtr_init(), 0);
-        std::filesystem::remove_all(folder_);
     }
 
-    std::string file() const { return folder_ + "/trace"; }
+    std::string file() const { return folder_.path("trace"); }
 
     std::string written() const
     {
@@ -45,7 +45,7 @@ protected:
     }
 
 private:
-    std::string folder_ = (std::filesystem::temp_directory_path() / "veltor-ldtr-XXXXXX").string();
+    veltor::test::TemporaryFolder folder_;
 };
 
 std::string addressOf(const void* object)

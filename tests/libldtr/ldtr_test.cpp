@@ -268,6 +268,20 @@ const Call& onlyRecord()
     return calls[0];
 }
 
+void expectWords(const Call& call, uint32_t recordWord, uint32_t classWord, const void* object)
+{
+    EXPECT_EQ(call.recordWord, recordWord);
+    EXPECT_EQ(call.classWord, classWord);
+    EXPECT_EQ(call.object, object);
+}
+
+void expectRecord(const Call& call, uint32_t recordWord, uint32_t classWord, const void* object,
+                  const std::string& text)
+{
+    expectWords(call, recordWord, classWord, object);
+    EXPECT_EQ(call.text(), text);
+}
+
 const int someObject = 0;
 const int otherObject = 0;
 } // namespace
@@ -573,9 +587,7 @@ TEST_F(LdtrWrite, AFormattedRecordCarriesItsWordsItsObjectAndTheTextWithoutNul)
     serviceResult = 17;
     EXPECT_EQ(writeFormatted(0x03000001, 0xC8000002, &someObject, "%s=%d", "port", 389), 17);
     const Call& call = onlyRecord();
-    EXPECT_EQ(call.recordWord, 0x03000001U);
-    EXPECT_EQ(call.classWord, 0xC8000002U);
-    EXPECT_EQ(call.object, &someObject);
+    expectWords(call, 0x03000001U, 0xC8000002U, &someObject);
     EXPECT_FALSE(call.dataIsNull);
     EXPECT_EQ(call.text(), "port=389");
 }
@@ -593,9 +605,7 @@ TEST_F(LdtrWrite, ABareRecordHasNoData)
     serviceResult = 17;
     EXPECT_EQ(ldtr_write(0x03000001, 0xC8000002, &someObject), 17);
     const Call& call = onlyRecord();
-    EXPECT_EQ(call.recordWord, 0x03000001U);
-    EXPECT_EQ(call.classWord, 0xC8000002U);
-    EXPECT_EQ(call.object, &someObject);
+    expectWords(call, 0x03000001U, 0xC8000002U, &someObject);
     EXPECT_EQ(call.length, 0U);
     EXPECT_TRUE(call.dataIsNull);
 }
@@ -647,11 +657,7 @@ TEST_F(LdtrWrite, AFormatThatCantBeUsedLeavesARecordThatSaysSo)
         callCount = 0;
         serviceResult = 5;
         EXPECT_EQ(writeFormatted(1, 2, &someObject, row.fmt, 7), 5);
-        const Call& call = onlyRecord();
-        EXPECT_EQ(call.text(), row.text);
-        EXPECT_EQ(call.recordWord, 1U);
-        EXPECT_EQ(call.classWord, 2U);
-        EXPECT_EQ(call.object, &someObject);
+        expectRecord(onlyRecord(), 1U, 2U, &someObject, row.text);
     }
 }
 
@@ -707,10 +713,7 @@ TEST_F(LdtrExitErrcode, TheRecordWordTellsWhetherATracedFailureEndsTheFunction)
         trcEvents = row.events;
         serviceResult = 17;
         EXPECT_EQ(ldtr_exit_errcode(0xC8000002, row.probe, row.eventBits, row.errcode, &someObject), 17);
-        const Call& call = onlyRecord();
-        EXPECT_EQ(call.recordWord, row.recordWord);
-        EXPECT_EQ(call.classWord, 0xC8000002U);
-        EXPECT_EQ(call.object, &someObject);
+        expectWords(onlyRecord(), row.recordWord, 0xC8000002U, &someObject);
     }
 }
 
@@ -740,16 +743,27 @@ TEST_F(LdtrExitErrcode, TheDataIsTheCodeAsAThirtyTwoBitNumber)
 
 // ---- ldtr_formater_global ----
 
+namespace {
+// What a debug call gives: a record of the formater's, then a printed line with the same text.
+void expectRecordThenLine(uint32_t classWord, const void* object, unsigned long type, const char* fmt,
+                          const std::string& text)
+{
+    ASSERT_EQ(callCount, 2U);
+    EXPECT_EQ(calls[0].kind, Call::record);
+    expectRecord(calls[0], 0x32010203U, classWord, object, text);
+    EXPECT_EQ(calls[1].kind, Call::print);
+    EXPECT_EQ(calls[1].type, type);
+    EXPECT_EQ(calls[1].fmt, fmt);
+    EXPECT_EQ(calls[1].text(), text);
+}
+} // namespace
+
 TEST_F(LdtrFormaterGlobal, ARecordNamesTheTypeAsItsClassAndNoObject)
 {
     const ldtr_formater_global formater(0x32010203);
     serviceResult = 17;
     EXPECT_EQ(formater(0xC8000102, "%s-%d", "text", 1), 17);
-    const Call& call = onlyRecord();
-    EXPECT_EQ(call.recordWord, 0x32010203U);
-    EXPECT_EQ(call.classWord, 0xC8000102U);
-    EXPECT_EQ(call.object, nullptr);
-    EXPECT_EQ(call.text(), "text-1");
+    expectRecord(onlyRecord(), 0x32010203U, 0xC8000102U, nullptr, "text-1");
 }
 
 TEST_F(LdtrFormaterGlobal, NewDeleteNamesTheObject)
@@ -757,11 +771,7 @@ TEST_F(LdtrFormaterGlobal, NewDeleteNamesTheObject)
     const ldtr_formater_global formater(0x32010203);
     serviceResult = 17;
     EXPECT_EQ(formater.new_delete(0xC8000102, &someObject, "%s-%d", "text", 1), 17);
-    const Call& call = onlyRecord();
-    EXPECT_EQ(call.recordWord, 0x32010203U);
-    EXPECT_EQ(call.classWord, 0xC8000102U);
-    EXPECT_EQ(call.object, &someObject);
-    EXPECT_EQ(call.text(), "text-1");
+    expectRecord(onlyRecord(), 0x32010203U, 0xC8000102U, &someObject, "text-1");
 }
 
 TEST_F(LdtrFormaterGlobal, DebugWritesTheRecordAndThenPrintsTheSameArguments)
@@ -770,16 +780,7 @@ TEST_F(LdtrFormaterGlobal, DebugWritesTheRecordAndThenPrintsTheSameArguments)
     serviceResult = 17;
     const char* fmt = "%s-%d-%s-%.1f";
     EXPECT_EQ(formater.debug(0xC8000102, fmt, "text", 1, "more", 0.5), 17);
-    ASSERT_EQ(callCount, 2U);
-    EXPECT_EQ(calls[0].kind, Call::record);
-    EXPECT_EQ(calls[0].recordWord, 0x32010203U);
-    EXPECT_EQ(calls[0].classWord, 0xC8000102U);
-    EXPECT_EQ(calls[0].object, nullptr);
-    EXPECT_EQ(calls[0].text(), "text-1-more-0.5");
-    EXPECT_EQ(calls[1].kind, Call::print);
-    EXPECT_EQ(calls[1].type, 0xC8000102UL);
-    EXPECT_EQ(calls[1].fmt, fmt);
-    EXPECT_EQ(calls[1].text(), "text-1-more-0.5");
+    expectRecordThenLine(0xC8000102U, nullptr, 0xC8000102UL, fmt, "text-1-more-0.5");
 }
 
 TEST_F(LdtrFormaterGlobal, TheRecordWordIsA32BitWord)
@@ -822,11 +823,7 @@ TEST_F(LdtrFormaterLocal, EveryCallHasItsWordsAndItsObject)
         callCount = 0;
         serviceResult = 17;
         EXPECT_EQ(row.call(formater), 17);
-        const Call& call = onlyRecord();
-        EXPECT_EQ(call.recordWord, 0x32010203U);
-        EXPECT_EQ(call.classWord, row.classWord);
-        EXPECT_EQ(call.object, row.object);
-        EXPECT_EQ(call.text(), "text-1");
+        expectRecord(onlyRecord(), 0x32010203U, row.classWord, row.object, "text-1");
         EXPECT_EQ(formater.classWord, 0xC8000100U) << "a type is for its call alone";
     }
 }
@@ -844,16 +841,7 @@ TEST_F(LdtrFormaterLocal, DebugWritesTheRecordAndThenPrintsTheSameArguments)
     serviceResult = 17;
     const char* fmt = "%s-%d-%s-%.1f";
     EXPECT_EQ(formater.debug(0x12345642, fmt, "text", 1, "more", 0.5), 17);
-    ASSERT_EQ(callCount, 2U);
-    EXPECT_EQ(calls[0].kind, Call::record);
-    EXPECT_EQ(calls[0].recordWord, 0x32010203U);
-    EXPECT_EQ(calls[0].classWord, 0xC8000142U);
-    EXPECT_EQ(calls[0].object, &someObject);
-    EXPECT_EQ(calls[0].text(), "text-1-more-0.5");
-    EXPECT_EQ(calls[1].kind, Call::print);
-    EXPECT_EQ(calls[1].type, 0x12345642UL);
-    EXPECT_EQ(calls[1].fmt, fmt);
-    EXPECT_EQ(calls[1].text(), "text-1-more-0.5");
+    expectRecordThenLine(0xC8000142U, &someObject, 0x12345642UL, fmt, "text-1-more-0.5");
 }
 
 TEST_F(LdtrFormaterLocal, ItsWordsAre32BitWords)

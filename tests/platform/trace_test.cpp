@@ -2,6 +2,8 @@
 // and to make them fail.
 #include "veltor/platform.h"
 
+#include "support/temporary_folder.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -102,7 +104,6 @@ class TraceService : public testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_NE(mkdtemp(folder_.data()), nullptr);
         unsetenv("VELTOR_TRACE_FILE");
         unsetenv("VELTOR_TRACE_EVENTS");
     }
@@ -112,10 +113,9 @@ protected:
         unsetenv("VELTOR_TRACE_FILE");
         unsetenv("VELTOR_TRACE_EVENTS");
         EXPECT_EQ(trcInit(), 0);
-        std::filesystem::remove_all(folder_);
     }
 
-    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+    std::string path(const std::string& name) const { return folder_.path(name); }
 
     static int initWithFile(const std::string& path)
     {
@@ -124,7 +124,7 @@ protected:
     }
 
 private:
-    std::string folder_ = (std::filesystem::temp_directory_path() / "veltor-trace-XXXXXX").string();
+    veltor::test::TemporaryFolder folder_;
 };
 } // namespace
 

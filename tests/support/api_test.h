@@ -6,6 +6,8 @@
 #include "support/locale_guard.h"
 #include "support/temporary_folder.h"
 
+#include "LDIF_Exception.h"
+#include "handle.h"
 #include "veltor/cfg.h"
 #include "veltor/platform.h"
 
@@ -210,6 +212,24 @@ protected:
         EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, 0), 86);
         EXPECT_NE(cfg_dump_exception(handle.get()), nullptr);
         return handle;
+    }
+
+    /// The handle keeps a failure of these codes and this message, wherever it happened.
+    static void expectKept(void* handle, int code, int libraryCode, const std::string& message)
+    {
+        EXPECT_EQ(cfg_get_errno(handle), code);
+        EXPECT_EQ(cfg_get_exterror(handle), libraryCode);
+        const LDIF_Exception* const kept = static_cast<cfg_handle*>(handle)->lastException;
+        ASSERT_NE(kept, nullptr);
+        EXPECT_EQ(kept->ldapErr, code);
+        EXPECT_EQ(kept->msg, message);
+    }
+
+    static void expectNothingKept(void* handle, int code)
+    {
+        EXPECT_EQ(cfg_get_errno(handle), code);
+        EXPECT_EQ(cfg_get_exterror(handle), code);
+        EXPECT_EQ(cfg_dump_exception(handle), nullptr);
     }
 
 private:

@@ -1,4 +1,4 @@
-// The exception that a piece of work raises.
+// The exception that a piece of work raises, and how deep it is.
 #ifndef VELTOR_TESTS_FAILURE_OF_H
 #define VELTOR_TESTS_FAILURE_OF_H
 
@@ -18,6 +18,16 @@ std::optional<LDIF_Exception> failureOf(Work&& work)
         return failure;
     }
     return std::nullopt;
+}
+
+/// How many records a failure and its causes make.
+inline int recordsOf(const LDIF_Exception& failure)
+{
+    int count = 1;
+    for (const LDIF_Exception* cause = failure.nested; cause != nullptr; cause = cause->nested) {
+        ++count;
+    }
+    return count;
 }
 
 } // namespace veltor::test

@@ -1,8 +1,9 @@
-// The process locale for the time of one test.
+// The process locale for the time of one test, or of a part of it.
 #ifndef VELTOR_TESTS_LOCALE_GUARD_H
 #define VELTOR_TESTS_LOCALE_GUARD_H
 
 #include <clocale>
+#include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
 
@@ -38,6 +39,17 @@ private:
     // A copy: the C library reuses its own text on the next call.
     std::string previous_;
 };
+
+/// Does the work in the locale C, then in C.UTF-8; a failure tells in which.
+template <class Work>
+void inBothLocales(Work&& work)
+{
+    for (const char* const name : {"C", "C.UTF-8"}) {
+        SCOPED_TRACE(name);
+        const LocaleGuard guard(name);
+        work();
+    }
+}
 
 } // namespace veltor::test
 

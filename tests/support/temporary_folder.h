@@ -15,6 +15,18 @@
 
 namespace veltor::test {
 
+/// Every byte of a file.
+///
+/// @throws std::runtime_error when it can't be read
+inline std::string contentOf(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw std::runtime_error("can't read " + file.string());
+    }
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
 /// A fresh folder below the system's temporary folder, removed with everything in it at the end.
 ///
 /// @throws std::system_error when the folder can't be made, std::runtime_error when a file can't be written or
@@ -60,15 +72,7 @@ public:
     }
 
     /// Every byte of a file.
-    std::string read(std::string_view name) const
-    {
-        const std::string file = path(name);
-        std::ifstream stream(file, std::ios::binary);
-        if (!stream) {
-            throw std::runtime_error("can't read " + file);
-        }
-        return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    }
+    std::string read(std::string_view name) const { return contentOf(path(name)); }
 
     bool exists(std::string_view name) const { return std::filesystem::exists(path(name)); }
 

@@ -3,12 +3,15 @@
 #define VELTOR_TESTS_UPDATE_API_TEST_H
 
 #include "support/api_test.h"
+#include "support/failing_allocator.h"
 #include "support/mods.h"
 
 #include "LDIF_Exception.h"
 #include "handle.h"
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -18,16 +21,49 @@ inline constexpr int modAdd = 0;
 inline constexpr int modDelete = 1;
 inline constexpr int modReplace = 2;
 
+/// A change that a call refuses, and what the handle keeps of it.
+struct RefusedChange
+{
+    const char* name;
+    const char* dn;
+    std::vector<Change> changes;
+    int code;
+    int libraryCode;
+    const char* message;
+    const char* entry;
+    const char* attribute;
+};
+
 class UpdateApiTest : public ApiTest
 {
 protected:
     static constexpr char fileName[] = "zorslapd.conf";
+    static constexpr char longDn[] = "cn=a name that is too long to need no memory of its own,o=x";
     static constexpr char rootText[] = "charset: UTF-8\nversion: 1\n\n";
     // As a write gives it, so that a test sees its own change alone.
     static constexpr char sampleText[] = "charset: UTF-8\nversion: 1\n\n"
                                          "dn: o=x\nobjectclass: top\n\n"
                                          "# the first one\ndn: cn=a, o=x\nobjectclass: top\n# where it listens\n"
                                          "zor-slapdPort: 389\n\n";
+
+    /// A handle bound to a file of the given text, which is kept under the name "backup" when it is replaced.
+    Handle boundWithBackup(std::string_view text) const
+    {
+        Handle handle = unbound(write(text));
+        cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
+        EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0) << shown(cfg_dump_exception(handle.get()));
+        return handle;
+    }
+
+    /// Lets every write fail that keeps a backup: a folder can't be replaced by a file.
+    void obstructBackup() const { std::filesystem::create_directories(pathOf("backup/full")); }
+    void clearBackup() const { std::filesystem::remove_all(pathOf("backup")); }
+
+    /// What the handle keeps of a write that fails over the obstructed backup.
+    void expectNotPutInPlace(void* handle) const
+    {
+        expectKept(handle, 50, 1004, "Unable to rename: \"" + pathOf(fileName) + "\" to \"" + pathOf("backup") + "\" ");
+    }
 
     /// Takes a file as it is, so that expectUntouched can tell whether it was written.
     void remember(std::string_view name = fileName)
@@ -54,24 +90,65 @@ protected:
         shiftModificationTime(pathOf(fileName), editSeconds_ += 10);
     }
 
+    /// The handle keeps a failure of these facts.
     static void expectKept(void* handle, int code, int libraryCode, const std::string& message,
                            const std::string& entry = "", const std::string& attribute = "")
     {
-        EXPECT_EQ(cfg_get_errno(handle), code);
-        EXPECT_EQ(cfg_get_exterror(handle), libraryCode);
-        const LDIF_Exception* const kept = static_cast<cfg_handle*>(handle)->lastException;
-        ASSERT_NE(kept, nullptr);
-        EXPECT_EQ(kept->ldapErr, code);
-        EXPECT_EQ(kept->msg, message);
-        EXPECT_EQ(kept->entryDn, entry);
-        EXPECT_EQ(kept->attribute, attribute);
+        ApiTest::expectKept(handle, code, libraryCode, message);
+        if (const LDIF_Exception* const kept = static_cast<cfg_handle*>(handle)->lastException) {
+            EXPECT_EQ(kept->entryDn, entry);
+            EXPECT_EQ(kept->attribute, attribute);
+        }
     }
 
-    static void expectNothingKept(void* handle, int code)
+    /// Without a bind the call is refused, the handle keeps nothing, not even an earlier failure, and the file stays.
+    /// @param text  such that writing it shows
+    template <class Call>
+    void expectRefusedUnbound(Call&& call, std::string_view text = sampleText) const
     {
-        EXPECT_EQ(cfg_get_errno(handle), code);
-        EXPECT_EQ(cfg_get_exterror(handle), code);
-        EXPECT_EQ(cfg_dump_exception(handle), nullptr);
+        const Handle failed = withKeptFailure();
+        EXPECT_EQ(call(failed.get()), 89);
+        expectNothingKept(failed.get(), 89);
+
+        const Handle named = unbound(write(text));
+        EXPECT_EQ(call(named.get()), 89);
+        expectNothingKept(named.get(), 89);
+        EXPECT_EQ(read(), text);
+    }
+
+    /// Each change, in each form, is refused with its failure kept, and the sample stays as it is on disk and in
+    /// memory.
+    void expectRefused(int (*call)(void*, const char*, LDAPMod**), const std::vector<RefusedChange>& rows)
+    {
+        for (const RefusedChange& row : rows) {
+            for (const Form form : bothForms) {
+                SCOPED_TRACE(std::string(row.name) + ", " + nameOf(form));
+                const Handle handle = bound(sampleText);
+                remember();
+                Mods mods(row.changes, form);
+                EXPECT_EQ(call(handle.get(), row.dn, mods.list()), row.code);
+                expectKept(handle.get(), row.code, row.libraryCode, row.message, row.entry, row.attribute);
+                expectUntouched();
+                EXPECT_EQ(inMemory(handle.get()), sampleText);
+            }
+        }
+    }
+
+    /// The call runs out of memory at its first request, where no failure of the library's own tells it.
+    template <class Call>
+    void expectForeignFailureTold(Call&& call, const std::string& message)
+    {
+        const Handle handle = bound(sampleText);
+        remember();
+        int code = 0;
+        {
+            const FailingAllocator failing(Shortage::once, 1);
+            code = call(handle.get());
+            EXPECT_TRUE(failing.failed());
+        }
+        EXPECT_EQ(code, 80);
+        expectKept(handle.get(), 80, 1000, message);
+        expectUntouched();
     }
 
     /// The tree in memory as a write would put it into the file.
@@ -82,7 +159,6 @@ protected:
         return text;
     }
 
-private:
     struct stat statusOf(std::string_view name) const
     {
         struct stat status = {};
@@ -92,6 +168,7 @@ private:
         return status;
     }
 
+private:
     struct stat status_ = {};
     std::string content_;
     long editSeconds_ = 0;

@@ -2,12 +2,12 @@
 #include "credentials.h"
 
 #include "failure.h"
+#include "support/temporary_folder.h"
 
 #include <array>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -190,20 +190,14 @@ private:
 class PasswordFile
 {
 public:
-    PasswordFile(const std::string& content, mode_t mode)
+    PasswordFile(const std::string& content, mode_t mode) : name_(folder_.write("password", content))
     {
-        char name[] = "/tmp/veltor-password-XXXXXX";
-        ::close(::mkstemp(name));
-        name_ = name;
-        std::ofstream(name_, std::ios::binary) << content;
-        EXPECT_EQ(::chmod(name, mode), 0);
+        EXPECT_EQ(::chmod(name_.c_str(), mode), 0);
     }
-    PasswordFile(const PasswordFile&) = delete;
-    PasswordFile& operator=(const PasswordFile&) = delete;
-    ~PasswordFile() { ::unlink(name_.c_str()); }
     const std::string& name() const { return name_; }
 
 private:
+    const veltor::test::TemporaryFolder folder_;
     std::string name_;
 };
 

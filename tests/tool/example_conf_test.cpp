@@ -2,45 +2,32 @@
 #include "LDIF_AttrType.h"
 #include "LDIF_Entry.h"
 #include "LDIF_File.h"
+#include "support/temporary_folder.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <set>
 #include <string>
 #include <sys/stat.h>
-#include <unistd.h>
+
+using veltor::test::contentOf;
+using veltor::test::TemporaryFolder;
 
 namespace {
 
 const std::string examplePath = std::string(VELTOR_EXAMPLES) + "/zorslapd.conf";
 
-std::string contentOf(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// A copy of the example that a test may spoil.
 class ExampleConf : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char name[] = "/tmp/veltor-example-XXXXXX";
-        const int descriptor = ::mkstemp(name);
-        ASSERT_GE(descriptor, 0);
-        ::close(descriptor);
-        path_ = name;
-        std::ofstream(path_, std::ios::binary) << contentOf(examplePath);
-        ASSERT_FALSE(contentOf(path_).empty()) << examplePath;
-    }
-    void TearDown() override { ::unlink(path_.c_str()); }
+    void SetUp() override { ASSERT_FALSE(contentOf(path_).empty()) << examplePath; }
 
-    std::string path_;
+    const TemporaryFolder folder_;
+    const std::string path_ = folder_.write("zorslapd.conf", contentOf(examplePath));
 };
 
 void forEachEntry(const LDIF_Entry& entry, const std::function<void(const LDIF_Entry&)>& visit)

@@ -20,13 +20,13 @@
 #include <vector>
 
 using veltor::test::failureOf;
+using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
+using veltor::test::recordsOf;
 
 namespace {
 
 using namespace std::string_literals;
-
-constexpr const char* bothLocales[] = {"C", "C.UTF-8"};
 
 LDIF_DN parsed(const std::string& text)
 {
@@ -56,16 +56,6 @@ LDIF_RDN_value valueOf(const std::string& text)
 int sign(int number)
 {
     return number < 0 ? -1 : number > 0 ? 1 : 0;
-}
-
-/// How many records a failure and its causes make.
-int recordsOf(const LDIF_Exception& failure)
-{
-    int count = 1;
-    for (const LDIF_Exception* cause = failure.nested; cause != nullptr; cause = cause->nested) {
-        ++count;
-    }
-    return count;
 }
 
 struct ExpectedFailure
@@ -176,16 +166,15 @@ TEST(LdifRdnAttribute, TakesTheLongestRunOfItsCharacters)
         {"only blanks behind it", "cn  ", "cn", ""},
         {"an underscore is no part of it", "c_n=x", "c", "_n=x"},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             cisString text = row.text;
             const LDIF_RDN_attribute type(text);
             EXPECT_STREQ(type.c_str(), row.type);
             EXPECT_STREQ(text.c_str(), row.left);
         }
-    }
+    });
 }
 
 TEST(LdifRdnAttribute, RefusesWhatIsNoTypeAndTakesNothing)
@@ -206,22 +195,16 @@ TEST(LdifRdnAttribute, RefusesWhatIsNoTypeAndTakesNothing)
         {"= behind 20 characters", "_2345678901234567890abcdef=x", invalid("_2345678901234567890abcdef"),
          "_2345678901234567890abcdef=x"},
     };
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
-        expectRefused<LDIF_RDN_attribute>(rows);
-    }
+    inBothLocales([&] { expectRefused<LDIF_RDN_attribute>(rows); });
 }
 
 TEST(LdifRdnAttribute, IsJudgedByItsCharactersBeforeAnythingIsConverted)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectRefused<LDIF_RDN_attribute>({
             {"a letter beyond ASCII is no letter", "é=x", {34, 1012, "Invalid attribute sytax: é", 1}, "é=x"},
         });
-    }
+    });
 }
 
 TEST(LdifRdnAttribute, StrippingWhatFollowsNeedsReadableText)
@@ -273,9 +256,7 @@ TEST(LdifRdnValue, AnEmptyTextIsAnEmptyQuotedValue)
 
 TEST(LdifRdnValue, BinaryFormTakesWholeHexPairs)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectValues({
             {"two bytes", "#4142", "AB", 0, ""},
             {"upper and lower case", "#4a4B , o=x", "JK", 0, ", o=x"},
@@ -288,14 +269,12 @@ TEST(LdifRdnValue, BinaryFormTakesWholeHexPairs)
             {"bytes beyond ASCII", "#C3A9ff", "\xC3\xA9\xFF", 0, ""},
             {"blanks and parentheses behind it go", "#41 )( ,o=x", "A", 0, ",o=x"},
         });
-    }
+    });
 }
 
 TEST(LdifRdnValue, QuotedFormKeepsEverythingUpToTheQuote)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectValues({
             {"separators are text", R"("a,b;c+d=e<f>g#h" , o=x)", "a,b;c+d=e<f>g#h", 1, ", o=x"},
             {"no closing quote", R"("a,b)", "a,b", 1, ""},
@@ -312,14 +291,12 @@ TEST(LdifRdnValue, QuotedFormKeepsEverythingUpToTheQuote)
             {"blanks and parentheses behind it go", R"("a" )(b)", "a", 1, "b"},
             {"bytes beyond ASCII", R"("\C3\A9")", "\xC3\xA9", 1, ""},
         });
-    }
+    });
 }
 
 TEST(LdifRdnValue, PlainFormEndsAtASpecialCharacter)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectValues({
             {"to the end", "John Smith", "John Smith", 2, ""},
             {"comma", "a,b", "a", 2, ",b"},
@@ -332,14 +309,12 @@ TEST(LdifRdnValue, PlainFormEndsAtASpecialCharacter)
             {"quote", "a\"b", "a", 2, "\"b"},
             {"at once", ",o=x", "", 2, ",o=x"},
         });
-    }
+    });
 }
 
 TEST(LdifRdnValue, PlainFormIsTrimmedAtItsEnd)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectValues({
             {"blanks at the end", "a b \t\n", "a b", 2, ""},
             {"blanks before the separator", "a b  , o=x", "a b", 2, ", o=x"},
@@ -352,14 +327,12 @@ TEST(LdifRdnValue, PlainFormIsTrimmedAtItsEnd)
             {"the first of parentheses alone survives", "\\28\\29", "(", 2, ""},
             {"blanks in front of parentheses vanish with them", "\\20\\29", "", 2, ""},
         });
-    }
+    });
 }
 
 TEST(LdifRdnValue, PlainFormResolvesEscapes)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         expectValues({
             {"every special character", R"(\,\=\+\<\>\#\;\\\")", R"(,=+<>#;\")", 2, ""},
             {"hex pair in upper case", R"(a\2Cb)", "a,b", 2, ""},
@@ -369,7 +342,7 @@ TEST(LdifRdnValue, PlainFormResolvesEscapes)
             // The trailing strip converts the value, and a conversion ends at the first NUL.
             {"a NUL cuts the value", R"(a\00b,o=x)", "a", 2, ",o=x"},
         });
-    }
+    });
 }
 
 TEST(LdifRdnValue, RefusesABadEscape)
@@ -392,11 +365,7 @@ TEST(LdifRdnValue, RefusesABadEscape)
         {"in a quoted value", "\"x\\qrs\"", escape("\\qr"), "\\qrs\""},
         {"after a good escape", "\\,\\xy", escape("\\xy"), "\\xy"},
     };
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
-        expectRefused<LDIF_RDN_value>(rows);
-    }
+    inBothLocales([&] { expectRefused<LDIF_RDN_value>(rows); });
 }
 
 TEST(LdifRdnValue, CountsCharactersOfTheLocale)
@@ -480,10 +449,9 @@ TEST(LdifRdnPair, IsATypeAnEqualsSignAndAValue)
         {"binary", "cn= #41", "cn", "A", 0, ""},
         {"quoted", "cn= \" a\" x", "cn", " a", 1, "x"},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             cisString text = row.text;
             const LDIF_RDN_pair pair(text);
             EXPECT_STREQ(pair.first.c_str(), row.type);
@@ -491,7 +459,7 @@ TEST(LdifRdnPair, IsATypeAnEqualsSignAndAValue)
             EXPECT_EQ(pair.second.form, row.form);
             EXPECT_STREQ(text.c_str(), row.left);
         }
-    }
+    });
 }
 
 TEST(LdifRdnPair, OwnComplaintsAreOneRecordAndThoseFromBelowTwo)
@@ -508,11 +476,7 @@ TEST(LdifRdnPair, OwnComplaintsAreOneRecordAndThoseFromBelowTwo)
         {"bad escape", "cn=a\\zz,o=b", {34, 1014, "Invalid escape sequence: \\zz", 2}, "\\zz,o=b"},
         {"backslash at the end", "cn= a\\", {34, 1014, "Invalid escape sequence: \\", 2}, "a\\"},
     };
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
-        expectRefused<LDIF_RDN_pair>(rows);
-    }
+    inBothLocales([&] { expectRefused<LDIF_RDN_pair>(rows); });
 }
 
 TEST(LdifRdnPair, ConversionFailureUnderTheTypeIsWrappedOnce)
@@ -551,16 +515,15 @@ TEST(LdifRdn, KeepsItsPairsSortedAndTheFirstOfEqualOnes)
         {"the comma is left", "cn=a , o=x", "cn=a", ", o=x"},
         {"the semicolon is left", "cn=a+sn=b ; o=x", "cn=a + sn=b", "; o=x"},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             cisString text = row.text;
             const LDIF_RDN rdn(text);
             EXPECT_EQ(rdn.str(), row.printed);
             EXPECT_STREQ(text.c_str(), row.left);
         }
-    }
+    });
 }
 
 TEST(LdifRdn, AddingAPairKeepsTheOrder)
@@ -595,11 +558,7 @@ TEST(LdifRdn, OwnComplaintsAreOneRecordThenOneForEachLevelBelow)
         {"bad escape", "cn=a\\zz,o=b", {34, 1014, "Invalid escape sequence: \\zz", 3}, "\\zz,o=b"},
         {"backslash at the end", "cn=a+sn=b\\", {34, 1014, "Invalid escape sequence: \\", 3}, "b\\"},
     };
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
-        expectRefused<LDIF_RDN>(rows);
-    }
+    inBothLocales([&] { expectRefused<LDIF_RDN>(rows); });
 }
 
 TEST(LdifRdn, ConversionFailureUnderTheTypeIsWrappedTwice)
@@ -659,14 +618,13 @@ TEST(LdifDn, ParsesAndPrintsItsNormalForm)
         {"types keep their case", "CN=a,Ou=B", "CN=a, Ou=B"},
         {"types are not looked up", "no-such-type=x", "no-such-type=x"},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             const LDIF_DN dn = parsed(row.text);
             EXPECT_EQ(dn.str(), row.printed);
         }
-    }
+    });
 }
 
 TEST(LdifDn, SameValueHoweverItIsEscaped)
@@ -764,10 +722,9 @@ TEST(LdifDn, FailuresArriveAsAChainOfAtMostFourRecords)
         {"backslash at the end", "cn=a\\", 1014, "Invalid escape sequence: \\", 4},
         {"quoted backslash at the end", "cn=\"a\\", 1014, "Invalid escape sequence: \\", 4},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             const auto failure = failureOf([&] { parsed(row.text); });
             expectFailure(failure, {34, row.libraryCode, row.message, row.records});
             ASSERT_TRUE(failure.has_value());
@@ -777,7 +734,7 @@ TEST(LdifDn, FailuresArriveAsAChainOfAtMostFourRecords)
                 EXPECT_EQ(cause->value, "");
             }
         }
-    }
+    });
 }
 
 TEST(LdifDn, FailureNamesTheTextAsItWasGiven)
@@ -834,12 +791,10 @@ TEST(LdifDn, CopiesAreIndependent)
 
 TEST(LdifDn, TextEndsAtANulByte)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         EXPECT_EQ(parsed("cn=a\0, o=x"s).str(), "cn=a");
         EXPECT_EQ(parsed("\0cn=a"s).str(), "");
-    }
+    });
 }
 
 // ---- Printed form ----
@@ -867,15 +822,13 @@ TEST(LdifDn, EmptyValueFormsAreThoseOfTheRoadTaken)
 
 TEST(LdifRdnValue, OuterBlanksOfAPlainValuePrintAsHexPairs)
 {
-    for (const char* locale : bothLocales) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         LDIF_RDN_value value = valueOf("x");
         value.assign(" \ta b\t ");
         EXPECT_EQ(value.str(), "\\20\\09a b\\09\\20");
         value.assign("\n,\v");
         EXPECT_EQ(value.str(), "\\0A\\,\\0B");
-    }
+    });
 }
 
 TEST(LdifRdnValue, FormDecidesThePrintedForm)

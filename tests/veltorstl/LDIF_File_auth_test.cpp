@@ -15,7 +15,7 @@
 using veltor::test::dnOf;
 using veltor::test::expectFailure;
 using veltor::test::failureOf;
-using veltor::test::LocaleGuard;
+using veltor::test::inBothLocales;
 using veltor::test::TemporaryFolder;
 
 namespace {
@@ -85,11 +85,10 @@ TEST(LdifFileAuthentication, TheAnswerFollowsFromMethodDnAndPassword)
         {"a method of more bits", dn, password, 128 + 256, 0},
         {"a SASL method", nullptr, nullptr, 163, 0},
     };
-    for (const char* const localeName : {"C", "C.UTF-8"}) {
-        const LocaleGuard locale(localeName);
+    inBothLocales([&] {
         for (const auto& row : rows) {
             for (const int before : {0, 1, 2}) {
-                SCOPED_TRACE(std::string(row.name) + ", " + localeName + ", before " + std::to_string(before));
+                SCOPED_TRACE(std::string(row.name) + ", before " + std::to_string(before));
                 Store store;
                 store.file.authLevel = before;
                 EXPECT_EQ(store.file.setAuthentication(row.dn, row.password, row.method), row.level);
@@ -97,7 +96,7 @@ TEST(LdifFileAuthentication, TheAnswerFollowsFromMethodDnAndPassword)
                 EXPECT_EQ(store.file.getAuthentication(), row.level);
             }
         }
-    }
+    });
 }
 
 TEST(LdifFileAuthentication, AnEncodedPasswordInTheFileMatchesThePlainOneGiven)

@@ -19,7 +19,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -28,16 +27,16 @@
 #include "support/ldif.h"
 #include "support/locale_guard.h"
 #include "support/temporary_folder.h"
+#include "support/told_by_nobody.h"
 
 using veltor::test::dnOf;
 using veltor::test::expectFailure;
 using veltor::test::failureOf;
 using veltor::test::LocaleGuard;
 using veltor::test::TemporaryFolder;
+using veltor::test::toldByNobody;
 
 namespace {
-
-constexpr uid_t nobody = 65534;
 
 /// The store's content as a write would put it.
 std::string contentOf(const LDIF_File& file)
@@ -89,38 +88,18 @@ private:
     struct rlimit before_ = {};
 };
 
-/// What a load tells in a child process of the user "nobody": codes, message and errno, or "loaded".
-std::string toldToNobody(const std::string& file)
+/// What a load tells the user "nobody": codes, message, errno and file, or "loaded".
+std::string loadedByNobody(const std::string& file)
 {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        return "no pipe";
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        std::string told = "loaded";
-        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
-            told = "still root";
-        } else {
-            try {
-                const LDIF_File store(file, "");
-            } catch (const LDIF_Exception& failure) {
-                told = std::to_string(failure.ldapErr) + "/" + std::to_string(failure.extErr) + " " + failure.msg +
-                       " errno " + std::to_string(failure.sysErrno) + " of " + failure.configFile;
-            }
+    return toldByNobody([&file]() -> std::string {
+        try {
+            const LDIF_File store(file, "");
+        } catch (const LDIF_Exception& failure) {
+            return std::to_string(failure.ldapErr) + "/" + std::to_string(failure.extErr) + " " + failure.msg +
+                   " errno " + std::to_string(failure.sysErrno) + " of " + failure.configFile;
         }
-        _exit(write(ends[1], told.data(), told.size()) == static_cast<ssize_t>(told.size()) ? 0 : 1);
-    }
-    close(ends[1]);
-    std::string told;
-    char bytes[4096];
-    for (ssize_t got = 0; (got = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        told.append(bytes, static_cast<std::size_t>(got));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? told : "child died";
+        return "loaded";
+    });
 }
 
 } // namespace
@@ -707,15 +686,15 @@ TEST(LdifFileLoad, AnotherUserIsToldWhatRootMayNotNotice)
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
     const std::string readable = folder.write("readable", "version: 1\n");
     ASSERT_EQ(chmod(readable.c_str(), 0644), 0);
-    EXPECT_EQ(toldToNobody(readable), "loaded");
+    EXPECT_EQ(loadedByNobody(readable), "loaded");
 
     const std::string secret = folder.write("secret", "version: 1\n");
     ASSERT_EQ(chmod(secret.c_str(), 0600), 0);
-    EXPECT_EQ(toldToNobody(secret), "91/1004 ifstream() errno 0 of " + secret);
+    EXPECT_EQ(loadedByNobody(secret), "91/1004 ifstream() errno 0 of " + secret);
 
     ASSERT_EQ(mkdir(folder.path("closed").c_str(), 0700), 0);
     const std::string hidden = folder.write("closed/f", "version: 1\n");
-    EXPECT_EQ(toldToNobody(hidden), "91/1003 _stat() errno " + std::to_string(EACCES) + " of " + hidden);
+    EXPECT_EQ(loadedByNobody(hidden), "91/1003 _stat() errno " + std::to_string(EACCES) + " of " + hidden);
 }
 
 TEST(LdifFileLoad, NothingIsWaitedFor)

@@ -5,8 +5,6 @@
 #include "LDIF_File.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <rapidcheck.h>
 #include <set>
 #include <stdexcept>
@@ -22,15 +20,6 @@ class LdifFileTree : public StoreTest
 };
 
 const std::filesystem::path golden = std::filesystem::path(VELTOR_TEST_DATA) / "tree_view";
-
-std::string contentOf(const std::filesystem::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) {
-        throw std::runtime_error("can't read " + file.string());
-    }
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 std::string listed(const std::set<LDIF_DN>& dns)
 {

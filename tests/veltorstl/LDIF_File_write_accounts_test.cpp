@@ -13,21 +13,21 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "support/ldif.h"
 #include "support/temporary_folder.h"
+#include "support/told_by_nobody.h"
 
 using veltor::test::expectFailure;
 using veltor::test::failureOf;
+using veltor::test::nobody;
 using veltor::test::TemporaryFolder;
+using veltor::test::toldByNobody;
 
 namespace {
-
-constexpr uid_t nobody = 65534;
 
 /// What the store sees of the system, and what it asked.
 struct System
@@ -54,6 +54,12 @@ class LdifFileAccounts : public testing::Test
 protected:
     LdifFileAccounts() { world = System(); }
     ~LdifFileAccounts() override { world = System(); }
+
+    static void forgetTheAccount()
+    {
+        world.uid = static_cast<uid_t>(-1);
+        world.gid = static_cast<gid_t>(-1);
+    }
 };
 
 constexpr std::string_view plain = "charset: x\nversion: 1\n\ndn: o=x\ncn: a\n\n";
@@ -157,8 +163,7 @@ TEST_F(LdifFileAccounts, TheFileIsGivenToTheAccountLdapAndThenProtected)
 
 TEST_F(LdifFileAccounts, AnAccountThatDoesNotExistLeavesTheOwnerAsItIs)
 {
-    world.uid = static_cast<uid_t>(-1);
-    world.gid = static_cast<gid_t>(-1);
+    forgetTheAccount();
     const TemporaryFolder folder;
     const std::string name = folder.write("f", plain);
     LDIF_File file(name, folder.path("backup"));
@@ -182,8 +187,7 @@ TEST_F(LdifFileAccounts, WithoutABackupNameNobodyIsAskedAndNothingGivenAway)
 
 TEST_F(LdifFileAccounts, ALoadThatKeepsLinesGivesTheFileAwayToo)
 {
-    world.uid = static_cast<uid_t>(-1);
-    world.gid = static_cast<gid_t>(-1);
+    forgetTheAccount();
     const TemporaryFolder folder;
     const std::string name = folder.write("f", "dn: o=x\nbad\n");
     const LDIF_File file(name, folder.path("backup"));
@@ -217,8 +221,7 @@ TEST_F(LdifFileAccounts, AFileThatCannotBeGivenAwayIsReported)
 
 TEST_F(LdifFileAccounts, AFileThatCannotBeProtectedIsReported)
 {
-    world.uid = static_cast<uid_t>(-1);
-    world.gid = static_cast<gid_t>(-1);
+    forgetTheAccount();
     const TemporaryFolder folder;
     const std::string name = folder.write("f", plain);
     LDIF_File file(name, folder.path("backup"));
@@ -267,35 +270,16 @@ TEST_F(LdifFileAccounts, AnotherUserCannotGiveTheFileToRoot)
     ASSERT_EQ(fchownat(AT_FDCWD, folder.path().c_str(), nobody, nobody, 0), 0);
     ASSERT_EQ(fchownat(AT_FDCWD, name.c_str(), nobody, nobody, 0), 0);
 
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        std::string told = "written";
-        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
-            told = "still root";
-        } else {
-            try {
-                LDIF_File file(name, folder.path("backup"));
-                change(file);
-                file.flush();
-            } catch (const LDIF_Exception& failure) {
-                told = std::to_string(failure.ldapErr) + "/" + std::to_string(failure.extErr) + " " + failure.msg;
-            }
+    const std::string told = toldByNobody([&]() -> std::string {
+        try {
+            LDIF_File file(name, folder.path("backup"));
+            change(file);
+            file.flush();
+        } catch (const LDIF_Exception& failure) {
+            return std::to_string(failure.ldapErr) + "/" + std::to_string(failure.extErr) + " " + failure.msg;
         }
-        _exit(write(ends[1], told.data(), told.size()) == static_cast<ssize_t>(told.size()) ? 0 : 1);
-    }
-    close(ends[1]);
-    std::string told;
-    char bytes[4096];
-    for (ssize_t got = 0; (got = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        told.append(bytes, static_cast<std::size_t>(got));
-    }
-    close(ends[0]);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        return "written";
+    });
     EXPECT_EQ(told, "50/1004 Unable to chown: \"" + name + "\" ");
     expectBothTexts(folder);
     EXPECT_EQ(statusOf(name).st_uid, nobody);

@@ -5,11 +5,11 @@
 #include "LDIF_Exception.h"
 #include "LDIF_Util.h"
 #include "support/locale_guard.h"
+#include "support/temporary_folder.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <istream>
@@ -25,7 +25,6 @@
 #include <strings.h>
 #include <tuple>
 #include <type_traits>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -33,6 +32,7 @@ namespace {
 using namespace std::string_literals;
 using veltor::detail::LineReader;
 using veltor::test::LocaleGuard;
+using veltor::test::TemporaryFolder;
 
 constexpr char cLocale[] = "C";
 constexpr char utf8Locale[] = "C.UTF-8";
@@ -159,50 +159,9 @@ Reading readFromStringStream(const std::string& text)
     return readFromStream(stream, text);
 }
 
-/// A file of its own for one test.
-class TemporaryFile
+Reading readFromFile(const TemporaryFolder& folder, const std::string& text)
 {
-public:
-    TemporaryFile()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "veltor-lines-XXXXXX").string();
-        const int descriptor = mkstemp(name.data());
-        if (descriptor < 0) {
-            throw std::runtime_error("no temporary file");
-        }
-        close(descriptor);
-        path_ = name;
-    }
-
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    ~TemporaryFile()
-    {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-
-    const std::filesystem::path& path() const { return path_; }
-
-    void write(const std::string& text) const
-    {
-        std::ofstream stream(path_, std::ios::binary | std::ios::trunc);
-        stream.write(text.data(), static_cast<std::streamsize>(text.size()));
-        stream.close();
-        if (!stream) {
-            throw std::runtime_error("the temporary file can't be written");
-        }
-    }
-
-private:
-    std::filesystem::path path_;
-};
-
-Reading readFromFile(const TemporaryFile& file, const std::string& text)
-{
-    file.write(text);
-    std::ifstream stream(file.path());
+    std::ifstream stream(folder.write("lines", text));
     if (!stream) {
         throw std::runtime_error("the temporary file can't be opened");
     }
@@ -211,8 +170,7 @@ Reading readFromFile(const TemporaryFile& file, const std::string& text)
 
 Reading readFromFile(const std::string& text)
 {
-    const TemporaryFile file;
-    return readFromFile(file, text);
+    return readFromFile(TemporaryFolder(), text);
 }
 
 /// @param failedAt  receives the number that the reader names when it fails
@@ -770,8 +728,8 @@ TEST(LdifLine, AnyErrorBitOfTheStreamIsTheEndOfTheFile)
 
 TEST(LdifLine, AFileThatDidNotOpenIsAtItsEnd)
 {
-    const TemporaryFile file;
-    std::ifstream stream(file.path() / "missing");
+    const TemporaryFolder folder;
+    std::ifstream stream(folder.path("missing"));
     LDIF_Line line;
     const int returned = line.next(stream, 0);
     EXPECT_EQ(recorded(line, returned), end(1));
@@ -1010,7 +968,7 @@ private:
 };
 
 /// Why the real readers differ from the plain one and from each other; empty when they agree.
-std::string disagreement(const std::string& text, const TemporaryFile* file)
+std::string disagreement(const std::string& text, const TemporaryFolder* folder)
 {
     PlainReader plain(text);
     const Reading expected = readWith(text, [&] { return plain.next(); });
@@ -1035,8 +993,8 @@ std::string disagreement(const std::string& text, const TemporaryFile* file)
     if (!(stream == memory)) {
         report << "stream:" << stream << "\nmemory:" << memory << '\n';
     }
-    if (file != nullptr) {
-        const Reading fromFile = readFromFile(*file, text);
+    if (folder != nullptr) {
+        const Reading fromFile = readFromFile(*folder, text);
         if (!(fromFile == memory)) {
             report << "file:" << fromFile << "\nmemory:" << memory << '\n';
         }
@@ -1086,17 +1044,17 @@ rc::Gen<std::string> anyFile()
 RC_GTEST_PROP(LdifLine, StreamsAndMemoryReadAsThePlainReaderInTheCLocale, ())
 {
     const LocaleGuard guard(cLocale);
-    const TemporaryFile file;
+    const TemporaryFolder folder;
     const std::string text = *anyFile();
-    RC_ASSERT(disagreement(text, &file) == "");
+    RC_ASSERT(disagreement(text, &folder) == "");
 }
 
 RC_GTEST_PROP(LdifLine, StreamsAndMemoryReadAsThePlainReaderInUtf8, ())
 {
     const LocaleGuard guard(utf8Locale);
-    const TemporaryFile file;
+    const TemporaryFolder folder;
     const std::string text = *anyFile();
-    RC_ASSERT(disagreement(text, &file) == "");
+    RC_ASSERT(disagreement(text, &folder) == "");
 }
 
 /// Walks every file of up to `pieces` pieces of the alphabet; stops at the first disagreement.

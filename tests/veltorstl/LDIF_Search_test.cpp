@@ -5,6 +5,7 @@
 #include "LDIF_File.h"
 
 #include <cstddef>
+#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -21,6 +22,7 @@ using veltor::test::commentOf;
 using veltor::test::dnOf;
 using veltor::test::expectFailure;
 using veltor::test::failureOf;
+using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
 using veltor::test::TemporaryFolder;
 
@@ -28,8 +30,6 @@ namespace {
 
 using Results = LDIF_Search_Results;
 using Texts = std::vector<std::string>;
-
-constexpr const char* bothLocales[] = {"C", "C.UTF-8"};
 
 LDIF_Filter filterOf(const std::string& text)
 {
@@ -44,6 +44,22 @@ std::string described(const LDIF_Filter& filter)
     const std::string name = filter.attribute;
     return filter.presence ? name + " present" + (filter.value.empty() ? "" : " and '" + filter.value + "'")
                            : name + " has '" + filter.value + "'";
+}
+
+struct FilterRow
+{
+    const char* text;
+    const char* filter; ///< as described
+};
+
+void expectFilters(std::initializer_list<FilterRow> rows)
+{
+    inBothLocales([&] {
+        for (const FilterRow& row : rows) {
+            SCOPED_TRACE("'" + std::string(row.text) + "'");
+            EXPECT_EQ(described(filterOf(row.text)), row.filter);
+        }
+    });
 }
 
 std::string printed(const Results& results)
@@ -117,11 +133,7 @@ TEST(LdifFilter, TheDefaultAsksForTheObjectClass)
 
 TEST(LdifFilter, IsParsedTheSameInBothLocales)
 {
-    const struct
-    {
-        const char* text;
-        const char* filter;
-    } rows[] = {
+    expectFilters({
         // The default.
         {"", "objectclass present"},
         {"   ", "objectclass present"},
@@ -174,24 +186,13 @@ TEST(LdifFilter, IsParsedTheSameInBothLocales)
         {"cn=\\zz", "cn has ''"},
         {"cn=\\41\\zz\\42", "cn has 'A'"},
         {"c\\6e=x", "c\\6e has 'x'"},
-    };
-    for (const char* const localeName : bothLocales) {
-        const LocaleGuard locale(localeName);
-        for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(localeName) + ": '" + row.text + "'");
-            EXPECT_EQ(described(filterOf(row.text)), row.filter);
-        }
-    }
+    });
 }
 
 TEST(LdifFilter, KnowsNoParentheses)
 {
     // White space alone is stripped; a parenthesis is a character like any other.
-    const struct
-    {
-        const char* text;
-        const char* filter;
-    } rows[] = {
+    expectFilters({
         {"(cn=x)", "(cn has 'x)'"},
         {" ( cn = x ) ", "( cn has 'x )'"},
         {"cn=(x)", "cn has '(x)'"},
@@ -206,24 +207,15 @@ TEST(LdifFilter, KnowsNoParentheses)
         {"cn=()", "cn has '()'"},
         {"(objectclass=*)", "(objectclass present"},
         {"(&(cn=x)(sn=y))", "(&(cn has 'x)(sn=y))'"},
-    };
-    for (const char* const localeName : bothLocales) {
-        const LocaleGuard locale(localeName);
-        for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(localeName) + ": '" + row.text + "'");
-            EXPECT_EQ(described(filterOf(row.text)), row.filter);
-        }
-    }
+    });
 }
 
 TEST(LdifFilter, AnEscapedNulIsAByteOfTheValue)
 {
-    for (const char* const localeName : bothLocales) {
-        const LocaleGuard locale(localeName);
-        SCOPED_TRACE(localeName);
+    inBothLocales([&] {
         EXPECT_EQ(filterOf("cn=a\\00b").value, std::string("a\0b", 3));
         EXPECT_EQ(filterOf("cn=\\ffx").value, "\xFFx");
-    }
+    });
 }
 
 TEST(LdifFilter, TakesTextBeyondAsciiWhereTheLocaleDoes)

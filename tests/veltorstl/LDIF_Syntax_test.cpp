@@ -22,13 +22,12 @@
 #include <vector>
 
 using veltor::test::failureOf;
+using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
 
 namespace {
 
 using namespace std::string_literals;
-
-constexpr const char* bothLocales[] = {"C", "C.UTF-8"};
 
 int sign(int number)
 {
@@ -161,13 +160,12 @@ TEST(Syntax, FreeTextSyntaxesCheckNothingButTheLength)
         {"unknown", "  ( kept as it is )  "},
         {"unknown", "é\xFF\x01"},
     };
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.attribute + " " + row.text);
+            SCOPED_TRACE(std::string(row.attribute) + " " + row.text);
             EXPECT_EQ(storedFor(row.attribute, row.text), row.text);
         }
-    }
+    });
     for (const char* attribute : {"zor-slapdErrorLog", "zor-slapdIncludeSchema"}) {
         SCOPED_TRACE(attribute);
         const std::string longest(4096, 'x');
@@ -492,30 +490,28 @@ TEST(SyntaxInt, StoresTheNumberAndItsNormalText)
         {"ends at a NUL", "12\0x"s, 12, "12"},
     };
     const _AttrType type = freeInt();
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const auto& row : rows) {
-            SCOPED_TRACE(std::string(locale) + ": " + row.name);
+            SCOPED_TRACE(row.name);
             LDIF_Value value = blank(&type);
             intFromStr(value, row.text);
             EXPECT_EQ(value.str(), row.stored);
             EXPECT_EQ(value.binaryLength, 4);
             EXPECT_EQ(numberOf(value), row.number);
         }
-    }
+    });
 }
 
 TEST(SyntaxInt, RefusesWhatIsNoNumber)
 {
     const _AttrType type = freeInt();
-    for (const char* locale : bothLocales) {
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const char* text : {"", " ", "()", "-", "+", " - ", "--1", "+-1", "-+1", "- 1", "1 2", "12a", "a12", "1.5",
                                  "0x10", "1-", "1e3", "12345678901234567890x"}) {
-            SCOPED_TRACE(std::string(locale) + ": '" + text + "'");
+            SCOPED_TRACE("'" + std::string(text) + "'");
             expectFailure(refusal(type, text), 21, 1016, "Value is not valid integer syntax", text, &type);
         }
-    }
+    });
 }
 
 TEST(SyntaxInt, RefusesWhatDoesNotFitIn32Bits)
@@ -1174,8 +1170,7 @@ void expectSameFailure(const std::optional<LDIF_Exception>& failure, const std::
 RC_GTEST_PROP(SyntaxPlainText, GivesWhatFromStrGives, ())
 {
     const std::string text = *anyText();
-    for (const char* const localeName : bothLocales) {
-        const LocaleGuard guard(localeName);
+    inBothLocales([&] {
         for (const _AttrType& type : attrMapArray) {
             LDIF_Value expected = blank(&type);
             const auto refused = failureOf([&] { type.fromStr(expected, text); });
@@ -1198,7 +1193,7 @@ RC_GTEST_PROP(SyntaxPlainText, GivesWhatFromStrGives, ())
                 RC_ASSERT(factsOf(*built) == factsOf(expected));
             }
         }
-    }
+    });
 }
 
 TEST(SyntaxPlainText, ServesWhatFilesMostlySay)

@@ -23,20 +23,13 @@
 #include <vector>
 
 using veltor::test::failureOf;
+using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
+using veltor::test::recordsOf;
 
 namespace {
 
 using namespace std::string_literals;
-
-int recordsOf(const LDIF_Exception& failure)
-{
-    int count = 1;
-    for (const LDIF_Exception* cause = failure.nested; cause != nullptr; cause = cause->nested) {
-        ++count;
-    }
-    return count;
-}
 
 void expectCodes(const std::optional<LDIF_Exception>& failure, int ldapCode, int libraryCode,
                  const std::string& message)
@@ -47,6 +40,27 @@ void expectCodes(const std::optional<LDIF_Exception>& failure, int ldapCode, int
     EXPECT_EQ(failure->msg, message);
     EXPECT_FALSE(failure->srcFile.empty());
     EXPECT_EQ(failure->srcFile.find('/'), std::string::npos) << failure->srcFile;
+}
+
+/// What a tampered value says of itself when it is copied.
+struct Broken
+{
+    const char* message;
+    const char* text;
+    const char* attribute;
+};
+
+/// A tampered value can be copied neither into a fresh one nor over the target.
+void expectNoCopy(const LDIF_Value& broken, LDIF_Value target, const Broken& expected)
+{
+    const auto expect = [&](const std::optional<LDIF_Exception>& failure) {
+        expectCodes(failure, 80, 1000, expected.message);
+        ASSERT_TRUE(failure.has_value());
+        EXPECT_EQ(failure->value, expected.text);
+        EXPECT_EQ(failure->attribute, expected.attribute);
+    };
+    expect(failureOf([&] { const LDIF_Value copy(broken); }));
+    expect(failureOf([&] { target = broken; }));
 }
 
 const _AttrType* typeOf(const char* name)
@@ -155,9 +169,7 @@ TEST(LdifValue, IsBuiltFromATextThroughItsSyntax)
 
 TEST(LdifValue, OnlyNumbersAndDnsReadTheirTextInTheLocale)
 {
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        SCOPED_TRACE(locale);
-        const LocaleGuard guard(locale);
+    inBothLocales([&] {
         for (const char* text : {"ü", "\xFF"}) {
             EXPECT_EQ(LDIF_Value(typeOf("cn"), text).str(), text);
             EXPECT_EQ(LDIF_Value(typeOf("charset"), text).compare(std::string(text)), 0);
@@ -171,7 +183,7 @@ TEST(LdifValue, OnlyNumbersAndDnsReadTheirTextInTheLocale)
         };
         unreadable("zor-slapdPort", "389\xFF");
         unreadable("zor-slapdAdminDN", "cn=\xFF");
-    }
+    });
     const LocaleGuard guard("C.UTF-8");
     EXPECT_EQ(LDIF_Value(typeOf("zor-slapdAdminDN"), "cn=ü;o=x").str(), "cn=ü, o=x");
 }
@@ -452,15 +464,8 @@ TEST(LdifValue, BinaryLengthWithoutABinaryFormCannotBeCopied)
     for (const int length : {4, 1, -1}) {
         SCOPED_TRACE(length);
         broken.binaryLength = length;
-        const auto expect = [](const std::optional<LDIF_Exception>& failure) {
-            expectCodes(failure, 80, 1000, "Invalid LDIF_Value detected: binaryLength != 0");
-            ASSERT_TRUE(failure.has_value());
-            EXPECT_EQ(failure->value, "text");
-            EXPECT_EQ(failure->attribute, "cn");
-        };
-        expect(failureOf([&] { const LDIF_Value copy(broken); }));
-        LDIF_Value target(typeOf("zor-slapdPort"), "389");
-        expect(failureOf([&] { target = broken; }));
+        expectNoCopy(broken, LDIF_Value(typeOf("zor-slapdPort"), "389"),
+                     {"Invalid LDIF_Value detected: binaryLength != 0", "text", "cn"});
     }
 }
 
@@ -470,15 +475,8 @@ TEST(LdifValue, BinaryFormWithoutALengthCannotBeCopied)
     for (const int length : {0, -1, -4}) {
         SCOPED_TRACE(length);
         broken.binaryLength = length;
-        const auto expect = [](const std::optional<LDIF_Exception>& failure) {
-            expectCodes(failure, 80, 1000, "Invalid LDIF_Value detected: binaryLength < 1");
-            ASSERT_TRUE(failure.has_value());
-            EXPECT_EQ(failure->value, "389");
-            EXPECT_EQ(failure->attribute, "zor-slapdPort");
-        };
-        expect(failureOf([&] { const LDIF_Value copy(broken); }));
-        LDIF_Value target(typeOf("cn"), "text");
-        expect(failureOf([&] { target = broken; }));
+        expectNoCopy(broken, LDIF_Value(typeOf("cn"), "text"),
+                     {"Invalid LDIF_Value detected: binaryLength < 1", "389", "zor-slapdPort"});
     }
 }
 

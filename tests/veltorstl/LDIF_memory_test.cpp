@@ -3,6 +3,7 @@
 //
 // Linked with support/failing_allocator.cpp and its linker options.
 #include "support/failing_allocator.h"
+#include "support/failure_of.h"
 
 #include "LDIF_AttrType.h"
 #include "LDIF_DN.h"
@@ -18,6 +19,7 @@
 #include <utility>
 
 using veltor::test::FailingAllocator;
+using veltor::test::recordsOf;
 using veltor::test::Request;
 using veltor::test::Shortage;
 
@@ -51,15 +53,6 @@ Outcome withFailing(std::size_t nth, Work&& work)
     outcome.requestFailed = allocator.failed();
     outcome.request = allocator.firstFailure();
     return outcome;
-}
-
-int recordsOf(const LDIF_Exception& failure)
-{
-    int count = 1;
-    for (const LDIF_Exception* cause = failure.nested; cause != nullptr; cause = cause->nested) {
-        ++count;
-    }
-    return count;
 }
 
 bool startsWith(std::string_view text, std::string_view start)

@@ -1,5 +1,4 @@
 // cfg_add_s: an entry is added in memory and on disk, in one call.
-#include "support/failing_allocator.h"
 #include "support/update_api_test.h"
 
 #include <filesystem>
@@ -28,14 +27,7 @@ TEST_F(CfgAdd, ANullHandleIsRefused)
 TEST_F(CfgAdd, AnUnboundHandleIsRefusedAndKeepsNothing)
 {
     Mods mods({{modAdd, "cn", {{"b"}}}});
-    const Handle handle = withKeptFailure();
-    EXPECT_EQ(cfg_add_s(handle.get(), "cn=b,o=x", mods.list()), 89);
-    expectNothingKept(handle.get(), 89);
-
-    const Handle named = unbound(write(sampleText));
-    EXPECT_EQ(cfg_add_s(named.get(), "cn=b,o=x", mods.list()), 89);
-    expectNothingKept(named.get(), 89);
-    EXPECT_EQ(read(), sampleText);
+    expectRefusedUnbound([&mods](void* handle) { return cfg_add_s(handle, "cn=b,o=x", mods.list()); });
 }
 
 TEST_F(CfgAdd, BadArgumentsAreRefusedBeforeTheFileIsReadAgain)
@@ -166,18 +158,7 @@ TEST_F(CfgAdd, AFileThatChangedIsReadFirst)
 
 TEST_F(CfgAdd, EveryFailureIsKeptAndLeavesTheFileAlone)
 {
-    struct Row
-    {
-        const char* name;
-        const char* dn;
-        std::vector<Change> changes;
-        int code;
-        int libraryCode;
-        const char* message;
-        const char* entry;
-        const char* attribute;
-    };
-    const Row rows[] = {
+    const std::vector<RefusedChange> rows = {
         {"bad DN", "=b,o=x", {}, 34, 1012, "Invalid attribute sytax: ", "", ""},
         {"DN cut short", "cn=b,", {}, 34, 1011, "Missing RDN attribute", "", ""},
         {"bad escape", "cn=\\zz,o=x", {}, 34, 1014, "Invalid escape sequence: \\zz", "", ""},
@@ -198,18 +179,7 @@ TEST_F(CfgAdd, EveryFailureIsKeptAndLeavesTheFileAlone)
          "cn=a, o=x",
          "zor-slapdPort"},
     };
-    for (const Row& row : rows) {
-        for (const Form form : bothForms) {
-            SCOPED_TRACE(std::string(row.name) + ", " + nameOf(form));
-            const Handle handle = bound(sampleText);
-            remember();
-            Mods mods(row.changes, form);
-            EXPECT_EQ(cfg_add_s(handle.get(), row.dn, mods.list()), row.code);
-            expectKept(handle.get(), row.code, row.libraryCode, row.message, row.entry, row.attribute);
-            expectUntouched();
-            EXPECT_EQ(inMemory(handle.get()), sampleText);
-        }
-    }
+    expectRefused(cfg_add_s, rows);
 }
 
 TEST_F(CfgAdd, AFileThatCantBeReadAgainFailsTheCall)
@@ -230,19 +200,15 @@ TEST_F(CfgAdd, AFileThatCantBeReadAgainFailsTheCall)
 
 TEST_F(CfgAdd, WhatCantBePutInPlaceStaysInMemoryForTheNextUpdate)
 {
-    const Handle handle = unbound(write(sampleText));
-    // A folder can't be replaced by a file.
-    const std::string backup = pathOf("backup");
-    std::filesystem::create_directories(backup + "/full");
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, backup.c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup(sampleText);
+    obstructBackup();
     remember();
     EXPECT_EQ(cfg_add_s(handle.get(), "cn=b,o=x", nullptr), 50);
-    expectKept(handle.get(), 50, 1004, "Unable to rename: \"" + pathOf(fileName) + "\" to \"" + backup + "\" ");
+    expectNotPutInPlace(handle.get());
     expectUntouched();
     EXPECT_EQ(inMemory(handle.get()), std::string(sampleText) + "dn: cn=b, o=x\n\n");
 
-    std::filesystem::remove_all(backup);
+    clearBackup();
     EXPECT_EQ(cfg_add_s(handle.get(), "cn=c,o=x", nullptr), 0);
     EXPECT_EQ(read(), std::string(sampleText) + "dn: cn=b, o=x\n\ndn: cn=c, o=x\n\n");
     EXPECT_EQ(read("backup"), sampleText);
@@ -250,9 +216,7 @@ TEST_F(CfgAdd, WhatCantBePutInPlaceStaysInMemoryForTheNextUpdate)
 
 TEST_F(CfgAdd, AnEntryThatCantBePrintedCostsNothingOnDiskAndCanBeDeletedAgain)
 {
-    const Handle handle = unbound(write(sampleText));
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup(sampleText);
     remember();
     EXPECT_EQ(cfg_add_s(handle.get(), "cn=,o=x", nullptr), 34);
     EXPECT_EQ(cfg_get_exterror(handle.get()), 1013);
@@ -266,16 +230,6 @@ TEST_F(CfgAdd, AnEntryThatCantBePrintedCostsNothingOnDiskAndCanBeDeletedAgain)
 
 TEST_F(CfgAdd, AForeignFailureIsASystemErrorOfTheCall)
 {
-    const Handle handle = bound(sampleText);
-    remember();
-    const std::string dn = "cn=a name that is too long to need no memory of its own,o=x";
-    int code = 0;
-    {
-        const FailingAllocator failing(Shortage::once, 1);
-        code = cfg_add_s(handle.get(), dn.c_str(), nullptr);
-        EXPECT_TRUE(failing.failed());
-    }
-    EXPECT_EQ(code, 80);
-    expectKept(handle.get(), 80, 1000, "System error in cfg_add_s()");
-    expectUntouched();
+    expectForeignFailureTold([](void* handle) { return cfg_add_s(handle, longDn, nullptr); },
+                             "System error in cfg_add_s()");
 }

@@ -37,24 +37,6 @@ int authentication(void* handle)
     return store == nullptr ? -1 : store->getAuthentication();
 }
 
-/// Checks that the handle keeps a failure with these facts.
-void expectKept(void* handle, int code, int libraryCode, const std::string& message)
-{
-    EXPECT_EQ(cfg_get_errno(handle), code);
-    EXPECT_EQ(cfg_get_exterror(handle), libraryCode);
-    const LDIF_Exception* const kept = static_cast<cfg_handle*>(handle)->lastException;
-    ASSERT_NE(kept, nullptr);
-    EXPECT_EQ(kept->ldapErr, code);
-    EXPECT_EQ(kept->msg, message);
-}
-
-void expectNothingKept(void* handle, int code)
-{
-    EXPECT_EQ(cfg_get_errno(handle), code);
-    EXPECT_EQ(cfg_get_exterror(handle), code);
-    EXPECT_EQ(cfg_dump_exception(handle), nullptr);
-}
-
 void expectUnbound(void* handle)
 {
     EXPECT_EQ(search(handle, nullptr, subtree, nullptr).code, 89);

@@ -1,5 +1,4 @@
 // cfg_delete_s: an entry is removed in memory and on disk, in one call.
-#include "support/failing_allocator.h"
 #include "support/update_api_test.h"
 
 #include <filesystem>
@@ -29,14 +28,7 @@ TEST_F(CfgDelete, ANullHandleIsRefused)
 
 TEST_F(CfgDelete, AnUnboundHandleIsRefusedAndKeepsNothing)
 {
-    const Handle handle = withKeptFailure();
-    EXPECT_EQ(cfg_delete_s(handle.get(), "cn=a,o=x"), 89);
-    expectNothingKept(handle.get(), 89);
-
-    const Handle named = unbound(write(sampleText));
-    EXPECT_EQ(cfg_delete_s(named.get(), "cn=a,o=x"), 89);
-    expectNothingKept(named.get(), 89);
-    EXPECT_EQ(read(), sampleText);
+    expectRefusedUnbound([](void* handle) { return cfg_delete_s(handle, "cn=a,o=x"); });
 }
 
 TEST_F(CfgDelete, ANullDnIsRefusedBeforeTheFileIsReadAgain)
@@ -149,16 +141,13 @@ TEST_F(CfgDelete, EveryFailureIsKeptAndLeavesTheFileAlone)
 
 TEST_F(CfgDelete, WhatCantBeWrittenIsGoneFromMemoryAllTheSame)
 {
-    const Handle handle = unbound(write(forest));
-    const std::string backup = pathOf("backup");
-    std::filesystem::create_directories(backup + "/full");
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, backup.c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup(forest);
+    obstructBackup();
     remember();
     EXPECT_EQ(cfg_delete_s(handle.get(), "cn=3,o=x"), 50);
     expectUntouched();
     EXPECT_EQ(cfg_delete_s(handle.get(), "cn=3,o=x"), 32);
-    std::filesystem::remove_all(backup);
+    clearBackup();
     EXPECT_EQ(cfg_flush_s(handle.get()), 0);
     EXPECT_EQ(read(), std::string(forest).substr(0, std::string(forest).find("# the last one")));
 }
@@ -174,16 +163,6 @@ TEST_F(CfgDelete, AFileThatCantBeReadAgainFailsTheCall)
 
 TEST_F(CfgDelete, AForeignFailureIsASystemErrorOfTheCall)
 {
-    const Handle handle = bound(sampleText);
-    remember();
-    const std::string dn = "cn=a name that is too long to need no memory of its own,o=x";
-    int code = 0;
-    {
-        const FailingAllocator failing(Shortage::once, 1);
-        code = cfg_delete_s(handle.get(), dn.c_str());
-        EXPECT_TRUE(failing.failed());
-    }
-    EXPECT_EQ(code, 80);
-    expectKept(handle.get(), 80, 1000, "System error in cfg_delete_s()");
-    expectUntouched();
+    expectForeignFailureTold([](void* handle) { return cfg_delete_s(handle, longDn); },
+                             "System error in cfg_delete_s()");
 }

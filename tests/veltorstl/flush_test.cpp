@@ -1,5 +1,4 @@
 // cfg_flush_s and cfg_tree_view: writing on request, and the lent drawing.
-#include "support/failing_allocator.h"
 #include "support/file_size_limit.h"
 #include "support/update_api_test.h"
 
@@ -32,13 +31,7 @@ TEST_F(CfgFlush, ANullHandleIsRefused)
 
 TEST_F(CfgFlush, AnUnboundHandleIsRefusedAndKeepsNothing)
 {
-    const Handle handle = withKeptFailure();
-    EXPECT_EQ(cfg_flush_s(handle.get()), 89);
-    expectNothingKept(handle.get(), 89);
-
-    const Handle named = unbound(write("dn:o=x\n"));
-    EXPECT_EQ(cfg_flush_s(named.get()), 89);
-    EXPECT_EQ(read(), "dn:o=x\n");
+    expectRefusedUnbound([](void* handle) { return cfg_flush_s(handle); }, "dn:o=x\n");
 }
 
 TEST_F(CfgFlush, AFileWithoutChangesIsWrittenAllTheSame)
@@ -66,10 +59,8 @@ TEST_F(CfgFlush, AFileThatChangedIsReadFirst)
 
 TEST_F(CfgFlush, TheOldFileIsKeptUnderTheBackupName)
 {
-    const Handle handle = unbound(write("dn:o=x\n"));
     write("an older backup", "backup");
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup("dn:o=x\n");
     EXPECT_EQ(cfg_flush_s(handle.get()), 0);
     EXPECT_EQ(read(), "charset: ISO-8859-1\nversion: 1\n\ndn: o=x\n\n");
     EXPECT_EQ(read("backup"), "dn:o=x\n");
@@ -89,14 +80,11 @@ TEST_F(CfgFlush, AHalfAppliedChangeIsWritten)
 
 TEST_F(CfgFlush, AFileThatCantBePutInPlaceIsAFailure)
 {
-    const Handle handle = unbound(write(sampleText));
-    const std::string backup = pathOf("backup");
-    std::filesystem::create_directories(backup + "/full");
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, backup.c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup(sampleText);
+    obstructBackup();
     remember();
     EXPECT_EQ(cfg_flush_s(handle.get()), 50);
-    expectKept(handle.get(), 50, 1004, "Unable to rename: \"" + pathOf(fileName) + "\" to \"" + backup + "\" ");
+    expectNotPutInPlace(handle.get());
     EXPECT_EQ(shown(cfg_get_file_name(handle.get())), pathOf(fileName));
     expectUntouched();
 }
@@ -112,9 +100,7 @@ TEST_F(CfgFlush, AFileThatCantBeReadAgainIsAFailure)
 
 TEST_F(CfgFlush, ADnThatCantBePrintedCostsNothingOnDisk)
 {
-    const Handle handle = unbound(write("dn: o=x\n\ndn: cn=\n\n"));
-    cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
-    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    const Handle handle = boundWithBackup("dn: o=x\n\ndn: cn=\n\n");
     remember();
     EXPECT_EQ(cfg_flush_s(handle.get()), 34);
     EXPECT_EQ(cfg_get_exterror(handle.get()), 1013);
@@ -132,17 +118,7 @@ TEST_F(CfgFlush, AFullDiskIsNotReported)
 
 TEST_F(CfgFlush, AForeignFailureIsASystemErrorOfTheWrite)
 {
-    const Handle handle = bound(sampleText);
-    remember();
-    int code = 0;
-    {
-        const FailingAllocator failing(Shortage::once, 1);
-        code = cfg_flush_s(handle.get());
-        EXPECT_TRUE(failing.failed());
-    }
-    EXPECT_EQ(code, 80);
-    expectKept(handle.get(), 80, 1000, "System error writing file");
-    expectUntouched();
+    expectForeignFailureTold([](void* handle) { return cfg_flush_s(handle); }, "System error writing file");
 }
 
 // ---- cfg_tree_view ----

@@ -30,13 +30,8 @@ TEST_F(CfgModify, ANullHandleIsRefused)
 TEST_F(CfgModify, AnUnboundHandleIsRefusedAndKeepsNothing)
 {
     Mods mods({{modAdd, "cn", {{"b"}}}});
-    const Handle handle = withKeptFailure();
-    EXPECT_EQ(cfg_modify_s(handle.get(), "cn=a,o=x", mods.list()), 89);
-    expectNothingKept(handle.get(), 89);
-
-    const Handle named = unbound(write(sampleText));
-    EXPECT_EQ(cfg_modify_s(named.get(), "cn=a,o=x", nullptr), 89);
-    expectNothingKept(named.get(), 89);
+    expectRefusedUnbound([&mods](void* handle) { return cfg_modify_s(handle, "cn=a,o=x", mods.list()); });
+    expectRefusedUnbound([](void* handle) { return cfg_modify_s(handle, "cn=a,o=x", nullptr); });
 }
 
 TEST_F(CfgModify, BadArgumentsAreRefusedBeforeTheFileIsReadAgain)
@@ -183,18 +178,7 @@ TEST_F(CfgModify, AChangeOfTheFileWithinTheSameSecondIsNotSeen)
 
 TEST_F(CfgModify, EveryFailureIsKeptAndLeavesTheFileAlone)
 {
-    struct Row
-    {
-        const char* name;
-        const char* dn;
-        std::vector<Change> changes;
-        int code;
-        int libraryCode;
-        const char* message;
-        const char* entry;
-        const char* attribute;
-    };
-    const Row rows[] = {
+    const std::vector<RefusedChange> rows = {
         {"bad DN", "a", {{modAdd, "cn", {{"b"}}}}, 34, 1013, "Missing RDN value: a", "", ""},
         {"bad DN, no list", "cn=a=b", {}, 34, 1014, "Invalid character in RDN value: =", "", ""},
         {"missing entry", "CN=b;o=x", {{modAdd, "cn", {{"b"}}}}, 32, 32, "Entry not found", "CN=b, o=x", ""},
@@ -217,18 +201,7 @@ TEST_F(CfgModify, EveryFailureIsKeptAndLeavesTheFileAlone)
          "cn=a, o=x",
          "zor-slapdPort"},
     };
-    for (const Row& row : rows) {
-        for (const Form form : bothForms) {
-            SCOPED_TRACE(std::string(row.name) + ", " + nameOf(form));
-            const Handle handle = bound(sampleText);
-            remember();
-            Mods mods(row.changes, form);
-            EXPECT_EQ(cfg_modify_s(handle.get(), row.dn, mods.list()), row.code);
-            expectKept(handle.get(), row.code, row.libraryCode, row.message, row.entry, row.attribute);
-            expectUntouched();
-            EXPECT_EQ(inMemory(handle.get()), sampleText);
-        }
-    }
+    expectRefused(cfg_modify_s, rows);
 }
 
 TEST_F(CfgModify, TheConstraintsOfARefusedValueAreTold)
@@ -291,18 +264,8 @@ TEST_F(CfgModify, AFileThatCantBeReadAgainFailsTheCall)
 
 TEST_F(CfgModify, AForeignFailureIsASystemErrorOfTheCall)
 {
-    const Handle handle = bound(sampleText);
-    remember();
-    const std::string dn = "cn=a name that is too long to need no memory of its own,o=x";
-    int code = 0;
-    {
-        const FailingAllocator failing(Shortage::once, 1);
-        code = cfg_modify_s(handle.get(), dn.c_str(), nullptr);
-        EXPECT_TRUE(failing.failed());
-    }
-    EXPECT_EQ(code, 80);
-    expectKept(handle.get(), 80, 1000, "System error in cfg_modify_s()");
-    expectUntouched();
+    expectForeignFailureTold([](void* handle) { return cfg_modify_s(handle, longDn, nullptr); },
+                             "System error in cfg_modify_s()");
 }
 
 TEST_F(CfgModify, WhereverMemoryRunsOutACodeComesBackAndTheHandleStaysUsable)

@@ -28,6 +28,15 @@ Piece filled(std::size_t bytes, std::size_t alignment = 8)
     return piece;
 }
 
+std::vector<Piece> manyFilled(std::size_t count, std::size_t bytes)
+{
+    std::vector<Piece> pieces(count);
+    for (Piece& piece : pieces) {
+        piece = filled(bytes);
+    }
+    return pieces;
+}
+
 bool isFilled(const Piece& piece, std::size_t bytes)
 {
     const auto* const memory = static_cast<const unsigned char*>(piece.memory);
@@ -42,6 +51,13 @@ bool isFilled(const Piece& piece, std::size_t bytes)
 void giveBack(const Piece& piece)
 {
     veltor::detail::giveBack(piece.memory, piece.fromRegion);
+}
+
+void giveBack(const std::vector<Piece>& pieces)
+{
+    for (const Piece& piece : pieces) {
+        giveBack(piece);
+    }
 }
 
 } // namespace
@@ -60,11 +76,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
     const MappingWatch watch;
     {
         const Region region;
-        std::vector<Piece> pieces;
-        for (int count = 0; count < 1000; ++count) {
-            pieces.push_back(filled(40));
-            EXPECT_EQ(pieces.back().fromRegion, !piecewise);
-        }
+        const std::vector<Piece> pieces = manyFilled(1000, 40);
         EXPECT_EQ(watch.chunks(), expectedChunks(1));
         EXPECT_TRUE(watch.isWhole());
         if (!piecewise) {
@@ -73,6 +85,7 @@ TEST(Region, PiecesLieSideBySideInOneChunk)
             }
         }
         for (const Piece& piece : pieces) {
+            EXPECT_EQ(piece.fromRegion, !piecewise);
             EXPECT_TRUE(isFilled(piece, 40));
             giveBack(piece);
         }
@@ -90,9 +103,7 @@ TEST(Region, PiecesAreAlignedAsAsked)
         pieces.push_back(filled(alignment + 1, alignment));
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pieces.back().memory) % alignment, 0U) << alignment;
     }
-    for (const Piece& piece : pieces) {
-        giveBack(piece);
-    }
+    giveBack(pieces);
 }
 
 TEST(Region, ARegionThatGaveNothingMapsNothing)
@@ -111,9 +122,7 @@ TEST(Region, AChunkGoesBackWithItsLastPiece)
     std::vector<Piece> pieces;
     {
         const Region region;
-        for (int count = 0; count < 10; ++count) {
-            pieces.push_back(filled(64));
-        }
+        pieces = manyFilled(10, 64);
     }
     while (!pieces.empty()) {
         EXPECT_EQ(watch.chunks(), expectedChunks(1));
@@ -132,9 +141,7 @@ TEST(Region, EachChunkGoesBackByItself)
     std::vector<Piece> pieces;
     {
         const Region region;
-        for (int count = 0; count < 45; ++count) {
-            pieces.push_back(filled(pieceBytes));
-        }
+        pieces = manyFilled(45, pieceBytes);
         // 15 fit into a chunk, whose head takes the room of the sixteenth.
         EXPECT_EQ(watch.chunks(), expectedChunks(3));
     }
@@ -151,23 +158,16 @@ TEST(Region, AnotherThreadMayGivePiecesBack)
     std::vector<Piece> pieces;
     {
         const Region region;
-        for (int count = 0; count < 20000; ++count) {
-            pieces.push_back(filled(32));
-        }
+        pieces = manyFilled(20000, 32);
         // Half of them while the region still fills the chunk.
         std::thread other([&pieces] {
             for (std::size_t index = 0; index < pieces.size() / 2; ++index) {
                 giveBack(pieces[index]);
             }
         });
-        std::vector<Piece> more;
-        for (int count = 0; count < 20000; ++count) {
-            more.push_back(filled(32));
-        }
+        const std::vector<Piece> more = manyFilled(20000, 32);
         other.join();
-        for (const Piece& piece : more) {
-            giveBack(piece);
-        }
+        giveBack(more);
     }
     EXPECT_EQ(watch.chunks(), expectedChunks(1));
     // The other half by two threads at a time.
@@ -239,9 +239,7 @@ TEST(Region, LargePiecesComeFromOperatorNew)
     if (!piecewise) {
         EXPECT_EQ(static_cast<char*>(next.memory), static_cast<char*>(small.memory) + 16);
     }
-    for (const Piece& piece : {small, large, next}) {
-        giveBack(piece);
-    }
+    giveBack({small, large, next});
 }
 
 TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
@@ -271,9 +269,7 @@ TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
         EXPECT_EQ(watch.chunks(), 2U);
         EXPECT_TRUE(isFilled(first, 16));
         giveBack(first);
-        for (const Piece& piece : pieces) {
-            giveBack(piece);
-        }
+        giveBack(pieces);
     }
     EXPECT_EQ(watch.chunks(), 0U);
 }

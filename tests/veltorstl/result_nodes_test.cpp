@@ -6,6 +6,7 @@
 #include "result_nodes.h"
 
 #include "support/api_test.h"
+#include "support/framing_codec.h"
 #include "support/mapping_watch.h"
 
 #include "handle.h"
@@ -97,11 +98,9 @@ protected:
 } // namespace
 
 extern "C" {
-// The codec is a frame around the text.
 int _slapd_utils_decode_buffer(char* encodedText, char** text)
 {
-    const std::string frame = encodedText;
-    *text = strdup(frame.substr(1, frame.size() - 2).c_str());
+    *text = unframed(encodedText);
     return 0;
 }
 
@@ -113,7 +112,7 @@ void _slapd_utils_decode_buffer_free(char* text)
 
 int _slapd_utils_encode_buffer(const char* text, char** encodedText, int, int)
 {
-    *encodedText = strdup((">" + std::string(text) + "<").c_str());
+    *encodedText = framed(text);
     return 0;
 }
 

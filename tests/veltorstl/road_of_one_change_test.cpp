@@ -2,6 +2,7 @@
 // order, and what stands on disk when one of them fails.
 //
 // The program has platform services of its own, and the linker leads the system calls of the library here (--wrap).
+#include "support/framing_codec.h"
 #include "support/update_api_test.h"
 
 #include "veltor/platform.h"
@@ -165,8 +166,7 @@ int __wrap_chmod(const char* path, mode_t mode)
 int _slapd_utils_encode_buffer(const char* text, char** encoded, int, int)
 {
     recorder.note(std::string("encode ") + text);
-    const std::string framed = ">" + std::string(text) + "<";
-    *encoded = strdup(framed.c_str());
+    *encoded = framed(text);
     return 0;
 }
 
@@ -178,8 +178,7 @@ void _slapd_utils_encode_buffer_free(char* encoded)
 int _slapd_utils_decode_buffer(char* encoded, char** text)
 {
     recorder.note(std::string("decode ") + encoded);
-    const std::string framed = encoded;
-    *text = strdup(framed.substr(1, framed.size() - 2).c_str());
+    *text = unframed(encoded);
     return 0;
 }
 
@@ -227,15 +226,7 @@ protected:
     static const Steps& steps() { return recorder.steps; }
 
     /// A handle bound to the sample, with or without a backup name.
-    Handle boundWith(bool keepsBackup) const
-    {
-        Handle handle = unbound(write(sampleText));
-        if (keepsBackup) {
-            cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
-        }
-        EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
-        return handle;
-    }
+    Handle boundWith(bool keepsBackup) const { return keepsBackup ? boundWithBackup(sampleText) : bound(sampleText); }
 
     std::string failing_;
 };

@@ -1,6 +1,7 @@
 // A search whose password decoder fails, or answers oddly. This program has a codec of its own, which the library
 // takes in place of the platform's.
 #include "support/api_test.h"
+#include "support/framing_codec.h"
 
 #include "LDIF_Exception.h"
 #include "handle.h"
@@ -26,8 +27,7 @@ Codec codec;
 /// The text between ">" and "<", in a fresh buffer.
 int decodeFrame(char* encodedText, char** text)
 {
-    const std::string frame = encodedText;
-    *text = strdup(frame.substr(1, frame.size() - 2).c_str());
+    *text = unframed(encodedText);
     return 0;
 }
 
@@ -75,7 +75,7 @@ void _slapd_utils_decode_buffer_free(char* text)
 
 int _slapd_utils_encode_buffer(const char* text, char** encodedText, int, int)
 {
-    *encodedText = strdup((">" + std::string(text) + "<").c_str());
+    *encodedText = framed(text);
     return 0;
 }
 

@@ -681,7 +681,7 @@ private:
 
     std::shared_ptr<LDIF_File> opened() const
     {
-        return indexed_ ? std::make_shared<veltor::detail::BoundStore>(path(), "")
+        return indexed_ ? std::make_shared<veltor::detail::BoundStore>(path(), "", settings_)
                         : std::make_shared<LDIF_File>(path(), "");
     }
 
@@ -693,6 +693,7 @@ private:
     }
 
     TemporaryFolder folder_;
+    veltor::detail::WriteSettings settings_;
     std::shared_ptr<LDIF_File> store_; // of either kind, which has no virtual destructor
     Model memory_;
     Model disk_;

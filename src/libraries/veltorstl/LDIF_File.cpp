@@ -6,6 +6,7 @@
 #include "LDIF_Line.h"
 #include "disk.h"
 #include "entry_index.h"
+#include "load.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -22,9 +23,12 @@
 
 #include <unistd.h>
 
+using veltor::detail::FileText;
 using veltor::detail::guarded;
+using veltor::detail::Image;
 using veltor::detail::Layer;
 using veltor::detail::printable;
+using veltor::detail::TextUse;
 using veltor::detail::translating;
 namespace result = veltor::result;
 
@@ -36,6 +40,8 @@ constexpr int fileNotFound = 1003;
 constexpr int fileOpen = 1004;
 constexpr int singleValued = 1006;
 constexpr int notInObjectClass = 1007;
+
+constexpr Layer readingLayer{VELTOR_HERE, "System error reading file"};
 
 constexpr char rootName[] = "<root>";
 constexpr char configurationName[] = "cn=Configuration";
@@ -223,9 +229,10 @@ private:
 class Loader
 {
 public:
-    Loader(FileText& text, LDIF_Entry& root, LDIF_Comment& trailingComment)
+    Loader(FileText& text, TextUse use, Image& image)
         : region_(text.isInChunks()), ancestors_(text.view().size() / usualFamilyBytes), text_(text),
-          reader_(text.view()), root_(root), pending_(trailingComment)
+          keepsText_(use == TextUse::kept), reader_(text.view()), image_(image), root_(image.root),
+          pending_(image.trailingComment), index_(image.index)
     {
     }
 
@@ -234,18 +241,15 @@ public:
     {
         while (!ended_) {
             step();
+            if (keepsText_) {
+                continue;
+            }
             // What was read makes room for what it says.
             if (void* const chunk = text_.giveUpChunkBefore(reader_.position()); chunk != nullptr) {
                 region_.donate(chunk);
             }
         }
     }
-
-    /// Some line was kept as zor-slapdInvalidLine: the file has to be written.
-    bool dirty() const { return dirty_; }
-
-    /// The entries of the tree by their DNs, when the load is over.
-    EntryIndex takeIndex() { return std::move(index_); }
 
     /// Adds to a failure what only the load knows.
     void complete(LDIF_Exception& failure) const
@@ -270,6 +274,7 @@ public:
 private:
     void step()
     {
+        lineBegin_ = reprocess_ ? lineBegin_ : reader_.position();
         // The usual line is lent; every other has to be made.
         const bool isLent = !reprocess_ && reader_.nextPlain(plain_);
         if (!isLent) {
@@ -296,9 +301,9 @@ private:
             closeEntry();
             addRootDefaults();
             if (isLent) {
-                openEntry(plain_.name, plain_.value);
+                openEntry(plain_.name, plain_.value, plain_.lineNumber);
             } else {
-                openEntry(line_.name, line_.value);
+                openEntry(line_.name, line_.value, line_.lineNumber);
             }
             break;
         case LDIF_Line::attribute:
@@ -316,8 +321,21 @@ private:
             reader_.next(line_);
         }
         if (!line_.valid) {
-            line_.changeToInvalidAttr();
-            dirty_ = true;
+            keepLine();
+        }
+    }
+
+    /// Keeps a line that can't be used under another name.
+    void keepLine()
+    {
+        line_.changeToInvalidAttr();
+        image_.hasKeptLines = true;
+        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank.
+        std::size_t before = line_.value.size() + 1;
+        while (keepsText_ && line_.value.size() < before) {
+            before = line_.value.size();
+            const std::string written = line_.str() + "\n";
+            LineReader(written).next(line_);
         }
     }
 
@@ -337,21 +355,22 @@ private:
         const EntryIndex::Place place = index_.placeOf(current_->dn);
         if (place.existing != nullptr) {
             current_->relDn = place.existing->relDn;
-            place.existing->insert(std::move(current_));
+            notePlace(place.existing->insert(std::move(current_)));
         } else if (!index_.isComplete() || current_->dn.empty()) {
             current_->relDn = current_->dn;
-            root_.insert(std::move(current_));
+            notePlace(root_.insert(std::move(current_)));
         } else {
             LDIF_Entry& parent = place.ancestor != nullptr ? *place.ancestor : root_;
             LDIF_Entry& placed = parent.insertMissing(std::move(current_));
             index_.addAsked(placed);
+            notePlace(placed);
             ancestors_.lend(dnText_, placed.dn);
         }
         current_.reset();
         closing_ = false;
     }
 
-    void openEntry(std::string_view label, std::string_view dn)
+    void openEntry(std::string_view label, std::string_view dn, int lineNumber)
     {
         auto entry = std::make_unique<LDIF_Entry>();
         entry->dnLabel.assign(label);
@@ -359,7 +378,17 @@ private:
         entry->comment.absorb(std::move(pending_));
         dnText_.assign(dn);
         current_ = std::move(entry);
+        entryPlace_ = {nullptr, lineBegin_, 0, lineNumber};
         reprocess_ = false;
+    }
+
+    void notePlace(const LDIF_Entry& entry)
+    {
+        if (keepsText_) {
+            entryPlace_.entry = &entry;
+            entryPlace_.end = lineBegin_;
+            image_.places.push_back(entryPlace_);
+        }
     }
 
     /// The first entry is at hand: what the root does not say by now it gets by default.
@@ -403,8 +432,7 @@ private:
             if (isLent) {
                 line_ = plain_.line();
             }
-            line_.changeToInvalidAttr();
-            dirty_ = true;
+            keepLine();
             reprocess_ = true;
         }
     }
@@ -499,7 +527,9 @@ private:
     Region region_;
     DnMemory ancestors_;
     FileText& text_;
+    bool keepsText_;
     LineReader reader_;
+    Image& image_;
     LDIF_Entry& root_;
     LDIF_Comment& pending_; // comments wait here for what they precede; what is left trails the last entry
     LDIF_Line line_;
@@ -508,20 +538,22 @@ private:
     std::unique_ptr<LDIF_Entry> current_;
     LDIF_Attributes attributes_; // of the current entry; they move into it when their number is known
     NameTable names_;
-    EntryIndex index_;
+    EntryIndex& index_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
     bool versionSeen_ = false;
     bool charsetSeen_ = false;
     bool reprocess_ = false;
-    bool dirty_ = false;
     bool ended_ = false;
+    std::size_t lineBegin_ = 0; // of the line at hand
+    EntryPlace entryPlace_ = {};
 };
 
 } // namespace veltor::detail
 
 LDIF_File::LDIF_File(const std::string& file, const std::string& backup) : LDIF_File(file, backup, TreeAccess::anybody)
 {
+    refresh();
 }
 
 LDIF_File::LDIF_File(const std::string& file, const std::string& backup, TreeAccess access)
@@ -530,43 +562,94 @@ LDIF_File::LDIF_File(const std::string& file, const std::string& backup, TreeAcc
     if (fileName.empty()) {
         refuseFile(__LINE__, result::connectError, fileNameInvalid, "Config filename is NULL!", "<NULL>");
     }
-    refresh();
 }
 
 LDIF_File::~LDIF_File() = default;
 
 bool LDIF_File::refresh()
 {
-    const struct stat status = statusOf(fileName);
-    if (inMemory_ && status.st_mtime == fileStatus.st_mtime) {
+    struct stat status = {};
+    if (isFresh(status)) {
         return false;
     }
-    auto text = translating(
-        Layer{VELTOR_HERE, "System error reading file"}, [&] { return veltor::detail::readWholeFile(fileName); },
-        [&](LDIF_Exception& failure) { failure.configFile = fileName; });
-
-    inMemory_ = false;
-    index_.reset();
-    trailingComment.lines.clear();
-    root.clear();
-    const bool dirty = load(text);
-    fileStatus = status;
-    inMemory_ = true;
-    if (dirty) {
+    FileText text = readText();
+    if (replaceTree(text, TextUse::usedUp, status)) {
         flush();
     }
     return true;
 }
 
-/// Reads a text, which it uses up, into the empty tree.
-///
-/// @return true when lines were kept as zor-slapdInvalidLine, so that the file has to be written
-bool LDIF_File::load(veltor::detail::FileText& text)
+FileText LDIF_File::readText() const
 {
-    std::optional<veltor::detail::Loader> loader;
+    return translating(
+        readingLayer, [&] { return veltor::detail::readWholeFile(fileName); },
+        [&](LDIF_Exception& failure) { failure.configFile = fileName; });
+}
+
+/// Reads a text in place of the tree.
+///
+/// @param status  of the file that it was read from
+/// @return        true when lines were kept as zor-slapdInvalidLine
+bool LDIF_File::replaceTree(FileText& text, TextUse use, const struct stat& status)
+{
+    return translating(
+        readingLayer,
+        [&] {
+            // The old tree goes first: there need not be room for both.
+            dropTree();
+            Image image;
+            try {
+                veltor::detail::load(text, use, image, fileName);
+            } catch (...) {
+                root = std::move(image.root);
+                trailingComment = std::move(image.trailingComment);
+                throw;
+            }
+            takeImage(std::move(image), status);
+            return hasKeptLines_;
+        },
+        [&](LDIF_Exception& failure) { failure.configFile = fileName; });
+}
+
+/// True when the file's modification time is that of what is in memory; fills in what it is now.
+bool LDIF_File::isFresh(struct stat& status) const
+{
+    status = statusOf(fileName);
+    return inMemory_ && status.st_mtime == fileStatus.st_mtime;
+}
+
+/// Forgets what is in memory: the next refresh reads the file.
+void LDIF_File::dropTree() noexcept
+{
+    inMemory_ = false;
+    index_.reset();
+    places_.clear();
+    trailingComment.lines.clear();
+    root.clear();
+}
+
+/// Takes over what a load made of the file.
+void LDIF_File::takeImage(Image&& image, const struct stat& status) noexcept
+{
+    root = std::move(image.root);
+    trailingComment = std::move(image.trailingComment);
+    if (access_ == TreeAccess::storeAlone) {
+        index_.emplace(std::move(image.index));
+    }
+    places_ = std::move(image.places);
+    hasKeptLines_ = image.hasKeptLines;
+    fileStatus = status;
+    inMemory_ = true;
+}
+
+namespace veltor::detail {
+
+void load(FileText& text, TextUse use, Image& image, const std::string& fileName)
+{
+    std::optional<Loader> loader;
     try {
         guarded(
-            Layer{VELTOR_HERE, "System error reading file"}, [&] { loader.emplace(text, root, trailingComment).run(); },
+            readingLayer, [&] { loader.emplace(text, use, image).run(); },
             [&](LDIF_Exception& failure) {
                 if (loader.has_value()) {
                     loader->complete(failure);
@@ -579,11 +662,9 @@ bool LDIF_File::load(veltor::detail::FileText& text)
         }
         throw;
     }
-    if (access_ == TreeAccess::storeAlone) {
-        index_ = std::make_unique<veltor::detail::EntryIndex>(loader->takeIndex());
-    }
-    return loader->dirty();
 }
+
+} // namespace veltor::detail
 
 // ---- Write-back ----
 
@@ -672,7 +753,7 @@ void LDIF_File::flush()
 
 LDIF_Entry* LDIF_File::find(const LDIF_DN& dn)
 {
-    LDIF_Entry* const entry = index_ == nullptr ? nullptr : index_->find(dn);
+    LDIF_Entry* const entry = index_ ? index_->find(dn) : nullptr;
     return entry != nullptr ? entry : root.find(dn);
 }
 

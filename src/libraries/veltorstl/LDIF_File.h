@@ -5,9 +5,11 @@
 #include "LDIF_Comment.h"
 #include "LDIF_Entry.h"
 #include "LDIF_Search.h"
+#include "entry_index.h"
+#include "load.h"
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,8 +19,6 @@
 
 namespace veltor::detail {
 
-class EntryIndex;
-class FileText;
 class RenderedText;
 
 /// True when every record of a modification list has a type, and every berval in it has data.
@@ -113,20 +113,32 @@ protected:
     /// Who may change the tree: a store that has it alone finds entries without a walk.
     enum class TreeAccess { anybody, storeAlone };
 
+    /// A store that has read nothing yet.
+    /// @throws LDIF_Exception 91/1001 for an empty name
     LDIF_File(const std::string& fileName, const std::string& backupFileName, TreeAccess access);
 
-private:
+    bool isFresh(struct stat& status) const;
+    bool inMemory() const { return inMemory_; }
+    veltor::detail::FileText readText() const;
+    bool replaceTree(veltor::detail::FileText& text, veltor::detail::TextUse use, const struct stat& status);
+    void dropTree() noexcept;
+    void takeImage(veltor::detail::Image&& image, const struct stat& status) noexcept;
+    const veltor::detail::EntryPlaces& places() const { return places_; }
+    void dropPlaces() noexcept { places_ = {}; }
     LDIF_Entry* find(const LDIF_DN& dn);
+
+private:
     void remember(LDIF_Entry& entry);
     void forget(const LDIF_Entry& entry);
     const LDIF_Entry& searchBase(const LDIF_DN& base);
-    bool load(veltor::detail::FileText& text);
     bool verified(const char* dn, const char* password);
     void render(veltor::detail::RenderedText& text) const;
 
     TreeAccess access_;
-    std::unique_ptr<veltor::detail::EntryIndex> index_; // null where others may change the tree, or without a load
-    bool inMemory_ = false;                             // the last load came to its end
+    std::optional<veltor::detail::EntryIndex> index_; // none where others may change the tree, or without a load
+    veltor::detail::EntryPlaces places_;              // where the file's text was kept
+    bool hasKeptLines_ = false;
+    bool inMemory_ = false; // the last load came to its end
 };
 
 #endif

@@ -2,7 +2,6 @@
 #include "LDIF_File.h"
 
 #include "LDIF_Exception.h"
-#include "entry_index.h"
 
 #include <string>
 #include <utility>
@@ -206,7 +205,7 @@ void LDIF_File::add(const LDIF_DN& dn, LDAPMod** mods)
 
 void LDIF_File::remember(LDIF_Entry& entry)
 {
-    if (index_ == nullptr) {
+    if (!index_) {
         return;
     }
     try {
@@ -218,7 +217,12 @@ void LDIF_File::remember(LDIF_Entry& entry)
 
 void LDIF_File::forget(const LDIF_Entry& entry)
 {
-    if (index_ == nullptr) {
+    for (auto& place : places_) {
+        if (place.entry != nullptr && veltor::detail::commonLevels(place.entry->dn, entry.dn) == entry.dn.size()) {
+            place.entry = nullptr;
+        }
+    }
+    if (!index_) {
         return;
     }
     try {

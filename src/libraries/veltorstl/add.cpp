@@ -6,5 +6,5 @@ using namespace veltor::detail;
 int cfg_add_s(void* handle, const char* dn, LDAPMod** attributes)
 {
     return runUpdate(handle, dn, isSound(attributes), {VELTOR_HERE, "System error in cfg_add_s()"},
-                     [&](LDIF_File& store, const LDIF_DN& parsed) { store.add(parsed, attributes); });
+                     [&](BoundStore& store, const LDIF_DN& parsed) { store.add(parsed, attributes); });
 }

@@ -1,5 +1,6 @@
 // Binding a handle to a configuration file.
 #include "handle.h"
+#include "survival.h"
 
 #include "veltor/cfg.h"
 
@@ -35,14 +36,18 @@ int cfg_bind_s(void* handle, const char* who, const char* credentials, int metho
     }
     cfg_handle& target = *handleOf(handle);
     return runKept(target, {VELTOR_HERE, "System error in cfg_bind_s()"}, [&] {
+        if (target.store != nullptr && target.store->inSet()) {
+            throw LDIF_Exception(VELTOR_HERE, result::unwillingToPerform, result::unwillingToPerform,
+                                 "A change set has begun");
+        }
         // The name is settled before the method is looked at: callers read it back after a refused bind.
         settleFileName(target);
         if (method != simpleMethod) {
             throw LDIF_Exception(VELTOR_HERE, result::authUnknown, result::authUnknown,
                                  "Bind method must be one of { LDAP_AUTH_SIMPLE }");
         }
-        auto store = std::make_unique<BoundStore>(target.configFileName,
-                                                  target.backupFileName != nullptr ? target.backupFileName : "");
+        auto store = std::make_unique<BoundStore>(
+            target.configFileName, target.backupFileName != nullptr ? target.backupFileName : "", target.writing);
         if (store->setAuthentication(who, credentials, simpleMethod) == 0) {
             return result::invalidCredentials;
         }

@@ -3,35 +3,28 @@
 #define VELTOR_HANDLE_H
 
 #include "LDIF_Exception.h"
-#include "LDIF_File.h"
+#include "bound_store.h"
 
 #include <cstdint>
 
 namespace veltor::detail {
 
-/// A store of a handle. A handle keeps the stores of earlier binds until it is released.
-struct BoundStore : LDIF_File
-{
-    BoundStore(const std::string& file, const std::string& backup) : LDIF_File(file, backup, TreeAccess::storeAlone) {}
-
-    BoundStore* earlier = nullptr;
-};
-
 enum HandleFlag : std::uint32_t { handleFlag1 = 0x1, handleFlag2 = 0x2, deleteNonLeaves = 0x4 };
 
 } // namespace veltor::detail
 
-/// What a caller holds. Memory from calloc; zero is the state of a fresh handle.
+/// What a caller holds. Memory from calloc; zero is the state of a fresh handle, but for how it writes.
 struct cfg_handle
 {
     std::int32_t lastResult;           ///< result code of the last operation
     std::uint32_t optionFlags;         ///< HandleFlag bits
     char* configFileName;              ///< owned, malloc; null until set or bound
     char* backupFileName;              ///< owned, malloc; null if unset
-    veltor::detail::BoundStore* store; ///< owned; null before a successful bind
-    LDIF_Exception* lastException;     ///< owned; null when the last operation kept none
-    char* dumpText;                    ///< owned, malloc; lent by cfg_dump_exception
-    char* treeText;                    ///< owned, malloc; lent by the tree view
+    veltor::detail::BoundStore* store; ///< owned, with those of earlier binds; null before a successful bind
+    veltor::detail::WriteSettings writing;
+    LDIF_Exception* lastException; ///< owned; null when the last operation kept none
+    char* dumpText;                ///< owned, malloc; lent by cfg_dump_exception
+    char* treeText;                ///< owned, malloc; lent by the tree view
 };
 
 namespace veltor::detail {

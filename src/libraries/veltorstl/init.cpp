@@ -72,6 +72,7 @@ void* cfg_init(void)
     if (handle == nullptr) {
         return nullptr;
     }
+    handleOf(handle)->writing = WriteSettings();
     // Text is converted in the locale that is set here.
     initLocaleMutex();
     pthread_mutex_lock(&set_locale_mutex);

@@ -9,8 +9,9 @@
 
 namespace veltor::detail {
 
-/// Runs one update: looks at the arguments, re-reads a file that changed, applies the change in memory, writes
-/// the whole file. When a step fails the file is not written, and what was applied by then stays in memory.
+/// Runs one update as the handle's mode says. In direct mode: looks at the arguments, re-reads a file that changed,
+/// applies the change in memory, writes the whole file; when a step fails the file is not written, and what was applied
+/// by then stays in memory.
 ///
 /// @param argumentsSound  what the call demands of its own arguments; false is 89
 /// @param change          applies the change to the store
@@ -25,11 +26,11 @@ int runUpdate(void* handle, const char* dn, bool argumentsSound, const Layer& la
         return target.lastResult = result::paramError;
     }
     return runKept(target, layer, [&] {
-        target.store->refresh();
-        LDIF_DN parsed;
-        parsed = cisString(dn);
-        change(*target.store, parsed);
-        target.store->flush();
+        target.store->update([&] {
+            LDIF_DN parsed;
+            parsed = cisString(dn);
+            change(*target.store, parsed);
+        });
         return 0;
     });
 }

@@ -1,0 +1,645 @@
+// The store behind a handle: the classic one, and the careful ways to write beside it.
+#include "bound_store.h"
+
+#include "LDIF_AttrType.h"
+#include "LDIF_Exception.h"
+#include "rendered_text.h"
+#include "survival.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace veltor::detail {
+
+namespace {
+
+constexpr char rootName[] = "<root>";
+
+[[noreturn]] void refuse(int line, int code, const std::string& message)
+{
+    throw LDIF_Exception(__FILE_NAME__, line, code, code, message.c_str());
+}
+
+/// Runs a part of an update; what it raises tells of the entry.
+template <class Work>
+void telling(const LDIF_DN& dn, const char* attribute, Work&& work)
+{
+    try {
+        work();
+    } catch (LDIF_Exception& failure) {
+        if (failure.entryDn.empty()) {
+            failure.entryDn = printable(dn);
+        }
+        if (failure.attribute.empty() && attribute != nullptr) {
+            failure.attribute = attribute;
+        }
+        throw;
+    }
+}
+
+/// A modification list whose values are texts, each as long as the caller says.
+class TextMods
+{
+public:
+    /// @throws LDIF_Exception 21/21 for a value with a NUL inside its length
+    explicit TextMods(LDAPMod** mods)
+    {
+        std::size_t count = 0;
+        while (mods != nullptr && mods[count] != nullptr) {
+            ++count;
+        }
+        records_.resize(count);
+        list_.reserve(count + 1);
+        for (std::size_t index = 0; index < count; ++index) {
+            take(*mods[index], records_[index]);
+            list_.push_back(&records_[index].mod);
+        }
+        list_.push_back(nullptr);
+    }
+
+    LDAPMod** list() { return list_.data(); }
+
+private:
+    struct Record
+    {
+        LDAPMod mod = {};
+        std::vector<std::string> texts;
+        std::vector<char*> pointers;
+    };
+
+    static void take(const LDAPMod& given, Record& record)
+    {
+        record.mod.mod_op = given.mod_op & ~LDAP_MOD_BVALUES;
+        record.mod.mod_type = given.mod_type;
+        if ((given.mod_op & LDAP_MOD_BVALUES) == 0) {
+            record.mod.mod_values = given.mod_values;
+            return;
+        }
+        if (given.mod_bvalues == nullptr) {
+            return;
+        }
+        for (berval** value = given.mod_bvalues; *value != nullptr; ++value) {
+            record.texts.emplace_back((*value)->bv_val, (*value)->bv_len);
+            if (record.texts.back().find('\0') != std::string::npos) {
+                LDIF_Exception failure(VELTOR_HERE, result::invalidSyntax, result::invalidSyntax,
+                                       "The value would come back without what follows its NUL");
+                failure.attribute = given.mod_type;
+                failure.value = record.texts.back();
+                throw failure;
+            }
+        }
+        for (std::string& text : record.texts) {
+            record.pointers.push_back(text.data());
+        }
+        record.pointers.push_back(nullptr);
+        record.mod.mod_values = record.pointers.data();
+    }
+
+    std::vector<Record> records_;
+    std::vector<LDAPMod*> list_;
+};
+
+void needsUsableValues(const LDAPMod& mod)
+{
+    for (char** value = mod.mod_values; value != nullptr && *value != nullptr; ++value) {
+        needsToSurvive(mod.mod_type, *value);
+    }
+}
+
+bool hasValues(const LDAPMod& mod)
+{
+    return mod.mod_values != nullptr && *mod.mod_values != nullptr;
+}
+
+void renderTo(RenderedText& text, const LDIF_Entry& root, const LDIF_Comment& trailingComment)
+{
+    root.appendTreeTo(text);
+    trailingComment.appendTo(text);
+}
+
+FileText flattened(const RenderedText& rendered)
+{
+    std::size_t size = 0;
+    rendered.handOver([&size](std::string_view piece) {
+        size += piece.size();
+        return true;
+    });
+    FileText text(size + 1);
+    rendered.handOver([&text](std::string_view piece) {
+        std::memcpy(text.data() + text.view().size(), piece.data(), piece.size());
+        text.setSize(text.view().size() + piece.size());
+        return true;
+    });
+    return text;
+}
+
+FileText copyOf(std::string_view text)
+{
+    FileText copy(text.size() + 1);
+    if (!text.empty()) {
+        std::memcpy(copy.data(), text.data(), text.size());
+    }
+    copy.setSize(text.size());
+    return copy;
+}
+
+/// A tree that was read back has to say again what it was read from.
+void needsSameText(const Image& image, std::string_view text)
+{
+    RenderedText again(text.size() + 1);
+    renderTo(again, image.root, image.trailingComment);
+    std::string_view rest = text;
+    again.handOver([&rest](std::string_view piece) {
+        const bool same = rest.substr(0, piece.size()) == piece;
+        rest.remove_prefix(same ? piece.size() : 0);
+        return same;
+    });
+    if (!rest.empty()) {
+        const auto line = std::count(text.begin(), text.end() - static_cast<std::ptrdiff_t>(rest.size()), '\n') + 1;
+        refuse(__LINE__, result::invalidSyntax,
+               "Line " + std::to_string(line) + " of the new text would be written otherwise the next time");
+    }
+}
+
+/// The lines that lie in a place of an entry, as a load takes them.
+class PlaceReader
+{
+public:
+    PlaceReader(std::string_view text, int firstLine) : reader_(text), before_(firstLine - 1) {}
+
+    /// The next attribute with its value; false behind the last.
+    bool next(cisString& name, std::string& value, int& line)
+    {
+        LDIF_Line read;
+        for (;;) {
+            reader_.next(read);
+            if (read.type == LDIF_Line::endOfFile) {
+                return false;
+            }
+            if (read.type == LDIF_Line::attribute) {
+                break;
+            }
+        }
+        line = before_ + read.lineNumber;
+        if (!read.valid || isRefused(read)) {
+            read.changeToInvalidAttr();
+        }
+        name.assign(read.name);
+        value = read.value;
+        return true;
+    }
+
+private:
+    static bool isRefused(const LDIF_Line& line)
+    {
+        try {
+            LDIF_Values values(line.name);
+            values.addText(line.value);
+            return false;
+        } catch (const LDIF_Exception& failure) {
+            if (failure.isSystemFailure()) {
+                throw;
+            }
+            return true;
+        }
+    }
+
+    LineReader reader_;
+    int before_;
+};
+
+/// True when a value is stored as that text, or is equal to it.
+bool isAmong(const LDIF_Values& values, const char* text)
+{
+    if (values.begin()->text() == text) {
+        return true;
+    }
+    try {
+        return values.find(text) != values.end();
+    } catch (const LDIF_Exception& failure) {
+        if (failure.isSystemFailure()) {
+            throw;
+        }
+        // No value of this type: it stands nowhere.
+        return false;
+    }
+}
+
+} // namespace
+
+void needsToLoad(std::string_view text, const std::string& fileName)
+{
+    FileText copy = copyOf(text);
+    Image image;
+    load(copy, TextUse::usedUp, image, fileName);
+}
+
+/// Under the writer lock.
+struct BoundStore::ChangeSet
+{
+    ChangeSet(const std::string& fileName, int timeoutMs) : place(fileName), lock(place, timeoutMs) {}
+
+    FilePlace place;
+    WriterLock lock;
+    bool changed = false;
+    bool spoilt = false;
+};
+
+BoundStore::BoundStore(const std::string& file, const std::string& backup, const WriteSettings& settings)
+    : LDIF_File(file, backup, TreeAccess::storeAlone), settings_(settings)
+{
+    refresh();
+}
+
+BoundStore::~BoundStore() = default;
+
+void BoundStore::refresh()
+{
+    if (inSet()) {
+        return;
+    }
+    if (!isCareful()) {
+        LDIF_File::refresh();
+        return;
+    }
+    struct stat status = {};
+    if (isFresh(status)) {
+        return;
+    }
+    text_.reset();
+    FileText text = readText();
+    replaceTree(text, TextUse::kept, status);
+    text_ = std::move(text);
+}
+
+void BoundStore::modeChanged() noexcept
+{
+    if (!isCareful()) {
+        text_.reset();
+        dropPlaces();
+    }
+}
+
+// ---- Updates ----
+
+/// @return true for a classic one
+bool BoundStore::prepareUpdate()
+{
+    if (settings_.mode == CFG_WRITE_NEVER) {
+        refuse(__LINE__, result::unwillingToPerform, "Nothing is written in this mode");
+    }
+    if (isCareful()) {
+        return false;
+    }
+    LDIF_File::refresh();
+    return true;
+}
+
+void BoundStore::runInSet(const std::function<void()>& change)
+{
+    const bool isOwn = !inSet();
+    if (isOwn) {
+        takeLock(settings_.lockTimeoutMs);
+    } else if (set_->spoilt) {
+        refuse(__LINE__, result::unwillingToPerform, "An update of this change set failed: roll it back");
+    }
+    try {
+        change();
+        completeRoot();
+        set_->changed = true;
+    } catch (...) {
+        set_->spoilt = true;
+        if (isOwn) {
+            rollback();
+        }
+        throw;
+    }
+    if (isOwn) {
+        commit();
+    }
+}
+
+void BoundStore::add(const LDIF_DN& dn, LDAPMod** mods)
+{
+    if (!isCareful()) {
+        LDIF_File::add(dn, mods);
+        return;
+    }
+    telling(dn, nullptr, [&] {
+        needsToSurvive(dn);
+        if (find(dn) != nullptr) {
+            refuse(__LINE__, result::entryAlreadyExists, "The entry exists");
+        }
+        TextMods texts(mods);
+        for (LDAPMod** mod = texts.list(); *mod != nullptr; ++mod) {
+            if (hasValues(**mod)) {
+                needsUsableName((*mod)->mod_type);
+                needsUsableValues(**mod);
+            }
+        }
+        LDIF_File::add(dn, texts.list());
+    });
+}
+
+void BoundStore::modify(const LDIF_DN& dn, LDAPMod** mods)
+{
+    if (!isCareful()) {
+        LDIF_File::modify(dn, mods);
+        return;
+    }
+    telling(dn, nullptr, [&] {
+        TextMods texts(mods);
+        const LDIF_Entry* const entry = find(dn);
+        for (LDAPMod** mod = texts.list(); entry != nullptr && *mod != nullptr; ++mod) {
+            if ((*mod)->mod_op == LDAP_MOD_DELETE || !hasValues(**mod)) {
+                continue;
+            }
+            if (entry->attributes.find((*mod)->mod_type) == entry->attributes.cend()) {
+                needsUsableName((*mod)->mod_type);
+            }
+            needsUsableValues(**mod);
+        }
+        LDIF_File::modify(dn, texts.list());
+    });
+}
+
+/// What the root does not say a load adds once there is an entry.
+void BoundStore::completeRoot()
+{
+    if (root.children.isBlank()) {
+        return;
+    }
+    const LDIF_Attributes& attributes = root.attributes;
+    for (const auto& [name, value] : {std::pair("charset", "ISO-8859-1"), std::pair("version", "1")}) {
+        if (attributes.find(name) == attributes.cend()) {
+            root.attributes += LDIF_Attribute(name, value);
+        }
+    }
+}
+
+void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::string_view text)
+{
+    telling(dn, attribute, [&] {
+        LDIF_Entry* const entry = find(dn);
+        if (entry == nullptr) {
+            refuse(__LINE__, result::noSuchObject, "Entry not found");
+        }
+        LDIF_Comment* comment = &entry->comment;
+        if (attribute != nullptr) {
+            const auto found = entry->attributes.find(attribute);
+            if (found == entry->attributes.end()) {
+                refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
+            }
+            comment = &found->comment;
+        } else if (entry == &root) {
+            refuse(__LINE__, result::unwillingToPerform, "The root has no DN line to stand above");
+        }
+        LDIF_Comment block;
+        while (!text.empty()) {
+            const std::size_t end = std::min(text.find('\n'), text.size());
+            LDIF_Line line;
+            line.type = LDIF_Line::comment;
+            line.value = end == 0 ? "#" : "# ";
+            line.value += text.substr(0, end);
+            LDIF_Line back;
+            const std::string written = line.value + "\n";
+            LineReader(written).next(back);
+            if (back.type != LDIF_Line::comment || back.value != line.value) {
+                refuse(__LINE__, result::invalidSyntax, "The comment line would come back as \"" + back.value + "\"");
+            }
+            block.lines.push_back(std::move(line));
+            text.remove_prefix(std::min(end + 1, text.size()));
+        }
+        auto& lines = comment->lines;
+        while (!lines.empty() && lines.back().type == LDIF_Line::comment) {
+            lines.pop_back();
+        }
+        comment->absorb(std::move(block));
+    });
+}
+
+void BoundStore::flush()
+{
+    if (settings_.mode == CFG_WRITE_NEVER) {
+        refuse(__LINE__, result::unwillingToPerform, "Nothing is written in this mode");
+    }
+    if (inSet()) {
+        refuse(__LINE__, result::unwillingToPerform, "A change set is written by its commit");
+    }
+    // In safe mode every change was written by its commit.
+    if (!isCareful()) {
+        LDIF_File::flush();
+    }
+}
+
+// ---- Change sets ----
+
+void BoundStore::needsSafeMode() const
+{
+    if (settings_.mode != CFG_WRITE_SAFE) {
+        refuse(__LINE__, result::unwillingToPerform, "Only the safe mode does this");
+    }
+}
+
+void BoundStore::begin(int timeoutMs)
+{
+    needsSafeMode();
+    if (inSet()) {
+        refuse(__LINE__, result::unwillingToPerform, "A change set has begun already");
+    }
+    takeLock(timeoutMs);
+}
+
+/// Begins a set: on what the file holds now, whatever its modification time says.
+void BoundStore::takeLock(int timeoutMs)
+{
+    auto set = std::make_unique<ChangeSet>(fileName, timeoutMs);
+    struct stat status = {};
+    FileText text = set->place.read(status);
+    if (inMemory() && text_ && text_->view() == text.view()) {
+        fileStatus = status;
+    } else {
+        text_.reset();
+        replaceTree(text, TextUse::kept, status);
+        text_ = std::move(text);
+    }
+    set_ = std::move(set);
+}
+
+std::unique_ptr<BoundStore::ChangeSet> BoundStore::endSet()
+{
+    if (!inSet()) {
+        refuse(__LINE__, result::unwillingToPerform, "No change set has begun");
+    }
+    return std::exchange(set_, nullptr);
+}
+
+void BoundStore::dropChanges() noexcept
+{
+    dropTree();
+    text_.reset();
+}
+
+void BoundStore::commit()
+{
+    const auto set = endSet();
+    if (set->spoilt) {
+        dropChanges();
+        refuse(__LINE__, result::unwillingToPerform, "An update of this change set failed: nothing is written");
+    }
+    if (!set->changed) {
+        return;
+    }
+    try {
+        FileText text = rendered();
+        Image image;
+        readBack(text, image);
+        put(*set, std::move(text), std::move(image));
+    } catch (...) {
+        dropChanges();
+        throw;
+    }
+}
+
+/// Reads what is about to be written as the next load will, which has to give what is in memory.
+void BoundStore::readBack(FileText& text, Image& image)
+{
+    try {
+        load(text, TextUse::kept, image, fileName);
+    } catch (const LDIF_Exception& cause) {
+        if (cause.isSystemFailure()) {
+            throw;
+        }
+        // The root's own rules, or a text that is no configuration at all.
+        const bool isRootRule =
+            cause.ldapErr == result::objectClassViolation || cause.ldapErr == result::constraintViolation;
+        const int code = isRootRule                                 ? result::objectClassViolation
+                         : cause.ldapErr == result::invalidDnSyntax ? result::invalidDnSyntax
+                                                                    : result::invalidSyntax;
+        LDIF_Exception failure(VELTOR_HERE, cause);
+        failure.ldapErr = code;
+        failure.extErr = code;
+        failure.msg = "The new text could not be read again: " + cause.msg;
+        throw failure;
+    }
+    try {
+        needsEqual({root, trailingComment}, {image.root, image.trailingComment});
+        needsSameText(image, text.view());
+    } catch (LDIF_Exception& failure) {
+        if (!failure.isSystemFailure()) {
+            tellLine(failure);
+        }
+        throw;
+    }
+}
+
+/// Adds to a refusal where in the file that stands which the library's own form can't express.
+void BoundStore::tellLine(LDIF_Exception& failure)
+{
+    LDIF_DN dn;
+    dn = cisString(failure.entryDn == rootName ? "" : failure.entryDn);
+    if (find(dn) == nullptr) {
+        return;
+    }
+    const char* const attribute = failure.attribute.empty() ? nullptr : failure.attribute.c_str();
+    const auto& attributes = std::as_const(find(dn)->attributes);
+    if (attribute != nullptr && attributes.find(attribute) == attributes.cend()) {
+        return;
+    }
+    failure.configLine = lineOf(dn, attribute, attribute == nullptr ? nullptr : failure.value.c_str());
+    failure.configFile = failure.configLine == 0 ? "" : fileName;
+}
+
+void BoundStore::rollback()
+{
+    const auto set = endSet();
+    if (set->changed || set->spoilt) {
+        dropChanges();
+    }
+}
+
+void BoundStore::install(std::string_view given)
+{
+    const auto set = endSet();
+    try {
+        if (set->spoilt) {
+            refuse(__LINE__, result::unwillingToPerform, "An update of this change set failed: nothing is written");
+        }
+        FileText text = copyOf(given);
+        Image image;
+        load(text, TextUse::kept, image, fileName);
+        put(*set, std::move(text), std::move(image));
+    } catch (...) {
+        dropChanges();
+        throw;
+    }
+}
+
+/// Installs a text and takes over what was read from it.
+void BoundStore::put(const ChangeSet& set, FileText&& text, Image&& image)
+{
+    struct stat status = fileStatus;
+    if (text.view() != text_->view()) {
+        status = detail::install(set.place, text.view(), text_->view(), backupFileName);
+    }
+    takeImage(std::move(image), status);
+    text_ = std::move(text);
+}
+
+FileText BoundStore::rendered() const
+{
+    RenderedText text(static_cast<std::size_t>(fileStatus.st_size) + 4096);
+    renderTo(text, root, trailingComment);
+    return flattened(text);
+}
+
+// ---- Positions ----
+
+int BoundStore::lineOf(const LDIF_DN& dn, const char* attribute, const char* value)
+{
+    if (!isCareful()) {
+        refuse(__LINE__, result::unwillingToPerform, "Positions are kept in the safe and the never-write mode");
+    }
+    const LDIF_Entry* const entry = find(dn);
+    if (entry == nullptr) {
+        refuse(__LINE__, result::noSuchObject, "Entry not found");
+    }
+    const auto found = attribute == nullptr ? entry->attributes.cend() : entry->attributes.find(attribute);
+    if (attribute != nullptr && found == entry->attributes.cend()) {
+        refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
+    }
+    if (!text_) {
+        return 0;
+    }
+    EntryPlaces own;
+    std::copy_if(places().begin(), places().end(), std::back_inserter(own),
+                 [entry](const EntryPlace& place) { return place.entry == entry; });
+    if (entry == &root) {
+        // What stands above the first entry.
+        own.insert(own.begin(), {entry, 0, places().empty() ? text_->view().size() : places().front().begin, 1});
+    }
+    if (attribute == nullptr) {
+        return entry == &root || own.empty() ? 0 : own.front().line;
+    }
+    for (const EntryPlace& place : own) {
+        PlaceReader lines(text_->view().substr(place.begin, place.end - place.begin), place.line);
+        cisString name;
+        std::string text;
+        int line = 0;
+        while (lines.next(name, text, line)) {
+            if (name != attribute) {
+                continue;
+            }
+            LDIF_Values values(attribute);
+            values.addText(text);
+            if (value == nullptr || isAmong(values, value)) {
+                return line;
+            }
+        }
+    }
+    return 0;
+}
+
+} // namespace veltor::detail

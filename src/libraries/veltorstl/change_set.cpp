@@ -1,0 +1,130 @@
+// Change sets, and whole texts in place of the file's.
+#include "handle.h"
+
+#include "veltor/cfg_admin.h"
+
+#include <cstdlib>
+#include <cstring>
+
+using namespace veltor::detail;
+namespace result = veltor::result;
+
+namespace {
+
+/// Runs one call on the store of a bound handle.
+/// @param argumentsSound  what the call demands of its own arguments; false is 89
+template <class Work>
+int runOnStore(void* handle, bool argumentsSound, const Layer& layer, Work&& work)
+{
+    if (cfg_reset(handle) != 0) {
+        return result::paramError;
+    }
+    cfg_handle& target = *handleOf(handle);
+    if (!isBound(target) || !argumentsSound) {
+        return target.lastResult = result::paramError;
+    }
+    return runKept(target, layer, [&] {
+        work(*target.store);
+        return 0;
+    });
+}
+
+std::string_view textOf(const char* text, std::size_t size)
+{
+    return text == nullptr ? std::string_view() : std::string_view(text, size);
+}
+
+} // namespace
+
+int cfg_begin_s(void* handle, int timeout_ms)
+{
+    return runOnStore(handle, timeout_ms >= 0, {VELTOR_HERE, "System error in cfg_begin_s()"}, [&](BoundStore& store) {
+        handleOf(handle)->writing.lockTimeoutMs = timeout_ms;
+        store.begin(timeout_ms);
+    });
+}
+
+int cfg_commit_s(void* handle)
+{
+    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_commit_s()"},
+                      [](BoundStore& store) { store.commit(); });
+}
+
+int cfg_rollback_s(void* handle)
+{
+    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_rollback_s()"},
+                      [](BoundStore& store) { store.rollback(); });
+}
+
+int cfg_install_s(void* handle, const char* text, size_t size)
+{
+    return runOnStore(handle, text != nullptr || size == 0, {VELTOR_HERE, "System error in cfg_install_s()"},
+                      [&](BoundStore& store) { store.install(textOf(text, size)); });
+}
+
+int cfg_create_s(void* handle, const char* file, const char* text, size_t size)
+{
+    if (cfg_reset(handle) != 0) {
+        return result::paramError;
+    }
+    cfg_handle& target = *handleOf(handle);
+    if (file == nullptr || (text == nullptr && size != 0)) {
+        return target.lastResult = result::paramError;
+    }
+    return runKept(target, {VELTOR_HERE, "System error in cfg_create_s()"}, [&] {
+        needsToLoad(textOf(text, size), file);
+        createFile(file, textOf(text, size));
+        return 0;
+    });
+}
+
+int cfg_render_s(void* handle, char** text, size_t* size)
+{
+    if (text != nullptr) {
+        *text = nullptr;
+    }
+    if (size != nullptr) {
+        *size = 0;
+    }
+    return runOnStore(handle, text != nullptr && size != nullptr, {VELTOR_HERE, "System error in cfg_render_s()"},
+                      [&](BoundStore& store) {
+                          store.refresh();
+                          const FileText rendered = store.rendered();
+                          const std::string_view view = rendered.view();
+                          char* const copy = static_cast<char*>(std::malloc(view.size() + 1));
+                          if (copy == nullptr) {
+                              throw LDIF_Exception(VELTOR_HERE, result::noMemory, result::noMemory, "malloc()");
+                          }
+                          std::memcpy(copy, view.data(), view.size());
+                          copy[view.size()] = '\0';
+                          *text = copy;
+                          *size = view.size();
+                      });
+}
+
+int cfg_locate_s(void* handle, const char* dn, const char* attribute, const char* value, int* line)
+{
+    if (line != nullptr) {
+        *line = 0;
+    }
+    return runOnStore(handle, dn != nullptr && line != nullptr, {VELTOR_HERE, "System error in cfg_locate_s()"},
+                      [&](BoundStore& store) {
+                          store.refresh();
+                          LDIF_DN parsed;
+                          parsed = cisString(dn);
+                          *line = store.lineOf(parsed, attribute, value);
+                      });
+}
+
+int cfg_set_comment_s(void* handle, const char* dn, const char* attribute, const char* text)
+{
+    return runOnStore(handle, dn != nullptr, {VELTOR_HERE, "System error in cfg_set_comment_s()"},
+                      [&](BoundStore& store) {
+                          store.needsSafeMode();
+                          store.update([&] {
+                              LDIF_DN parsed;
+                              parsed = cisString(dn);
+                              store.setComment(parsed, attribute, text == nullptr ? "" : text);
+                          });
+                      });
+}
