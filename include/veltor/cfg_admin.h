@@ -111,7 +111,7 @@ int cfg_create_s(void *handle, const char *file, const char *text, size_t size);
    stored (passwords encoded). The root has an empty DN, and a null base is the empty DN. The result is freed with
    cfg_msgfree; it is null after a failure.
    scope  as for cfg_search_s
-   Codes: 32 no such base; what a re-read raises. */
+   Codes: 32 no such base; 34 a base that is no DN, or a DN that can't be printed; what a re-read raises. */
 int cfg_read_s(void *handle, const char *base, int scope, cfg_message **res);
 
 /* Stores in *text the file as a commit would write it, followed by a NUL that *size does not count. The caller frees
@@ -121,9 +121,12 @@ int cfg_render_s(void *handle, char **text, size_t *size);
 
 /* Stores in *text the comment block directly above an entry's DN line (for an entry, what follows the last blank line
    above it) or above an attribute's first line: its lines joined by line feeds, each without its "#" and one blank
-   behind it; an empty text without a block. The caller frees it with cfg_memfree.
+   behind it; an empty text without a block. Comments between an attribute's lines count to that block, since a write
+   puts them there. What stands above the first entry of a file without charset and version belongs to the root's
+   charset. The caller frees the text with cfg_memfree.
+   dn         the empty DN is the root; null is 89
    attribute  null: the entry's own comment
-   Codes: 32 no such entry; 16 no such attribute. */
+   Codes: 32 no such entry; 16 no such attribute; 34 the DN can't be parsed; what a re-read raises. */
 int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char **text);
 
 /* Replaces just that block; a null or empty text removes it. Lines get their "# ". An update of safe mode.
@@ -150,7 +153,8 @@ typedef struct cfg_failure {
    not reset the handle. */
 int cfg_failure_count(void *handle);
 
-/* Stores a record in *out: 0 is the outermost. Does not reset the handle.
+/* Stores a record in *out: 0 is the outermost. Its attribute is the one that cfg_get_attribute would tell. Does not
+   reset the handle.
    Codes: 89 for an index outside 0 to count - 1. */
 int cfg_failure_at(void *handle, int index, cfg_failure *out);
 
@@ -158,7 +162,8 @@ int cfg_failure_at(void *handle, int index, cfg_failure *out);
 
 /* One attribute type. Everything it points to lives as long as the process. */
 typedef struct cfg_attr_type {
-    const char *name, *syntax;      /* syntax: "int", "enum", "dn", ...: one word per syntax of the catalogue */
+    const char *name, *syntax;      /* syntax: ces, cis, dc, dn, enum, env, file, int, krbdn, mask, oid, path, plugin,
+                                       pw or url */
     const char *const *enum_values; /* null-terminated; null when the type has no list */
     long bitmask, minimum, maximum; /* as cfg_get_bitmask, cfg_get_minimum and cfg_get_maximum tell them */
     int single_valued;

@@ -157,6 +157,16 @@ inline constexpr auto& pluginToBin = cesToBin;
 
 namespace veltor::detail {
 
+/// A record of the catalogue, and the word for its syntax: the prefix of that syntax's functions.
+struct NamedType
+{
+    const _AttrType* type;
+    const char* syntax;
+};
+
+/// The catalogue by its names: each once, in name order, letter case ignored. Constant: there before any start-up code.
+extern const std::array<NamedType, 115> namedTypes;
+
 /// What getAttrType() finds for a name that need not end in NUL; of one that has a NUL in it, for what stands before.
 const _AttrType* attrTypeOf(std::string_view name);
 

@@ -291,6 +291,9 @@ private:
         case LDIF_Line::blankLine:
             if (current_ != nullptr) {
                 closeEntry();
+                if (!pending_.lines.empty()) {
+                    pending_.lines.back().setEndsEntry(true);
+                }
                 break;
             }
             [[fallthrough]];
@@ -757,15 +760,25 @@ LDIF_Entry* LDIF_File::find(const LDIF_DN& dn)
     return entry != nullptr ? entry : root.find(dn);
 }
 
-const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
+const LDIF_Entry& LDIF_File::found(const LDIF_DN& dn, const char* complaint)
 {
-    const LDIF_Entry* const entry = find(base);
+    const LDIF_Entry* const entry = find(dn);
     if (entry == nullptr) {
-        LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
-        failure.entryDn = printable(base);
+        LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, complaint);
+        failure.entryDn = printable(dn);
         throw failure;
     }
     return *entry;
+}
+
+const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
+{
+    return found(base, "Base entry not found");
+}
+
+const LDIF_Entry& LDIF_File::entryOf(const LDIF_DN& dn)
+{
+    return found(dn, "Entry not found");
 }
 
 LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
@@ -780,6 +793,22 @@ std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Searc
                                                  const LDIF_Filter& filter)
 {
     return veltor::detail::select(searchBase(base), scope, filter);
+}
+
+std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Search_Results::Scope scope)
+{
+    const LDIF_Entry& top = searchBase(base);
+    std::vector<const LDIF_Entry*> entries;
+    if (scope != LDIF_Search_Results::oneLevel) {
+        entries.push_back(&top);
+    }
+    if (scope != LDIF_Search_Results::base) {
+        veltor::detail::TreeWalk walk(top);
+        for (walk.next(); walk.current() != nullptr; walk.next(scope == LDIF_Search_Results::subtree)) {
+            entries.push_back(walk.current());
+        }
+    }
+    return entries;
 }
 
 // ---- Authentication ----
