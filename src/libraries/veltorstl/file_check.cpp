@@ -182,7 +182,7 @@ bool isDecodable(std::string_view text)
 /// A line that was taken into a DN may hold a secret; a DN by itself has no colon.
 bool looksSecretDn(std::string_view text)
 {
-    return text.find(':') != text.npos && looksSecret(text);
+    return (text.find(':') != text.npos && looksSecret(text)) || namesSecretAttribute(text);
 }
 
 /// True for what stands in a line of a DN, or in one without a colon, where nobody can tell a name from a value.
@@ -292,7 +292,8 @@ private:
         const bool nameCounts = standing == Standing::rejected || isUnknown(type);
         const bool nameLooksSecret = nameCounts && looksSecret(name);
         const bool valueLooksSecret =
-            (isInvalidLine(name) || value.find(':') != std::string::npos) && looksSecret(value);
+            ((isInvalidLine(name) || value.find(':') != std::string::npos) && looksSecret(value)) ||
+            namesSecretAttribute(value);
         const bool isSecret = isSecretType(type) || nameLooksSecret || valueLooksSecret || isNearSecret(name, type);
         // A mistyped line may have its value in what is taken for its name.
         const bool isOneWord = name.find_first_of(" \t=") == std::string::npos;

@@ -91,10 +91,25 @@ bool isSecretType(const _AttrType& type)
     return type.fromStr == pwFromStr || (type.name != nullptr && strcasecmp(type.name, environmentName) == 0);
 }
 
+namespace {
+
+bool hasSecretWord(std::string_view text)
+{
+    return contains(text, "pw") || contains(text, "password") || contains(text, "setenv");
+}
+
+} // namespace
+
 bool looksSecret(std::string_view text)
 {
-    const std::string_view names = text.substr(0, text.rfind(':'));
-    return contains(names, "pw") || contains(names, "password") || contains(names, "setenv");
+    return hasSecretWord(text.substr(0, text.rfind(':')));
+}
+
+bool namesSecretAttribute(std::string_view text)
+{
+    return hasSecretWord(text) && std::any_of(attrMapArray.begin(), attrMapArray.end(), [text](const _AttrType& type) {
+               return isSecretType(type) && contains(text, lowered(type.name));
+           });
 }
 
 // ---- Names that are near ----

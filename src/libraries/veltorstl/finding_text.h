@@ -20,6 +20,9 @@ bool isSecretType(const _AttrType& type);
 /// True when a text names a secret: what stands before its last colon, or all of it without one.
 bool looksSecret(std::string_view text);
 
+/// True when the name of a secret attribute stands anywhere in a text: its line may have become part of another one.
+bool namesSecretAttribute(std::string_view text);
+
 /// The attribute of the catalogue that was probably meant by a name that is not in it, which may lack the prefix
 /// "zor-slapd" or "zor-"; null when none is near.
 const _AttrType* nearestAttribute(std::string_view name);
