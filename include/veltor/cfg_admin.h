@@ -141,6 +141,84 @@ int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const
    Codes: 53 in direct mode; 32 no such entry; 16 no such attribute. */
 int cfg_locate_s(void *handle, const char *dn, const char *attribute, const char *value, int *line);
 
+/* ---- Checking ---- */
+
+/* Something that is wrong with a configuration file, or may be. The texts are lent: they live during the call that
+   tells of it. A text is "" where there is none, but for value, which is null for a secret: a password or a setting of
+   the server's environment, and whatever looks like one because "pw", "password" or "setenv" stands before a colon
+   in a line that is unknown, unreadable or rejected. No message has a secret in it either. */
+typedef struct cfg_finding {
+    int severity;     /* 3 the load ends there; 2 the server reads something else than what stands in the file, or the
+                         file is at risk; 1 the rest */
+    int line;         /* 1-based; 0: the file as a whole */
+    int code;         /* library code, or LDAP result code below 1000; of severity 3: what a bind would keep */
+    const char *kind; /* one of the words below, which are stable */
+    const char *dn;   /* of the entry, as it is printed, or as it stands where it can't be */
+    const char *attribute;
+    const char *value;   /* as it was read; the DN for a finding about a DN */
+    const char *message; /* one sentence in one line; what does not print is escaped */
+} cfg_finding;
+
+/* Called for each finding. A result other than 0 ends the check. It must not use the handle of the check. */
+typedef int (*cfg_finding_fn)(void *context, const cfg_finding *finding);
+
+/* The kinds. Each has one severity, so that a script may go by either.
+ *
+ * Severity 3: the load ends there. The line is that of the failure, which for a line with continuation lines is the
+ * last one of them.
+ *   unreadable-text               a line that the character set of the process can't represent
+ *   bad-dn                        a DN that can't be parsed
+ *   line-taken-for-dn             a line without a colon that begins with "dn" and is no DN
+ *   attribute-before-first-entry  an attribute other than version and charset before the first entry; told once for
+ *                                 lines that stand together, here and in the next two
+ *   attribute-outside-entry       a blank line ended the entry that the attribute was meant for
+ *   line-outside-entry            a line without a name and a colon where no entry can keep it
+ *   bad-root-value                a version or charset that can't be
+ *   second-root-attribute         version or charset a second time
+ *   unmergeable-entry             an entry whose values can't be merged into the one of its DN; told where it ends
+ *   load-failure                  anything else
+ *
+ * Severity 2: the server reads something else than what stands in the file, or the file is at risk.
+ *   rejected-line                 kept as zor-slapdInvalidLine: no name with a colon, or a value that is refused
+ *   kept-invalid-line             a zor-slapdInvalidLine of an earlier load
+ *   dn-line-without-colon         a line without a colon that begins with "dn" and happens to be a DN
+ *   lost-last-value               the last line lacks its line feed, and loses its value by that
+ *   duplicate-entry               a DN that stands above already; the entries are merged
+ *   empty-dn                      the entry is merged into the root
+ *   second-value                  of a single-valued attribute
+ *   unknown-attribute             a name that the catalogue does not have, with the nearest one; told once an entry
+ *   no-objectclass                an entry that a search without a filter does not find
+ *   carriage-return               inside a line, where the reader drops it
+ *   nul-byte                      the reader drops the rest of the line
+ *   double-colon                  "::", which does not mean base 64
+ *   stripped-parentheses          around a value, where the reader drops them
+ *   unstable-name                 a name that would not survive a write of the file
+ *   unstable-value                a value that would not
+ *   unstable-dn                   a DN that would not
+ *   unprintable-dn                a DN that can't be written at all
+ *   clear-password                a password that is not encoded
+ *   undecodable-password          a password of encoded shape that can't be decoded
+ *   writable-file                 everybody may write the file
+ *   writable-folder               everybody may write in its folder
+ *
+ * Severity 1: the rest.
+ *   missing-parent                told for the first entry below it
+ *   repeated-value                a value that the attribute has already
+ *   unterminated-last-line        the last line lacks its line feed, and loses nothing by that
+ *   carriage-return-at-line-end   told once, with the number of lines
+ *   password-in-comment           in clear text
+ *   group-writable-file           the group may write the file
+ *   group-writable-folder         the group may write in its folder
+ */
+
+/* Checks a configuration file as a load would read it, and goes on behind what would end a load. Findings about the
+   file as a whole come first, then those about lines in their order, then those that only the whole text shows. The
+   handle need not be bound, and keeps its settings; a store that is bound is not looked at. Never writes.
+   file  null: the file that a bind of the handle would read
+   Codes: 0, also with findings and when the callback ended the check; 89 without a callback; the code of a bind for a
+   file that can't be read (91, 80); 90 memory is short. */
+int cfg_check_s(void *handle, const char *file, cfg_finding_fn report, void *context);
+
 /* ---- Failures ---- */
 
 /* One record of the kept exception. Texts are "" where there is none, and live until the next reset. */

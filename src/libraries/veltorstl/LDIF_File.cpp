@@ -7,6 +7,7 @@
 #include "disk.h"
 #include "entry_index.h"
 #include "load.h"
+#include "load_rules.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -225,6 +226,46 @@ private:
     std::optional<Order> order_;
 };
 
+bool endsLoad(const LDIF_Exception& refusal)
+{
+    return refusal.ldapErr == result::objectClassViolation || refusal.isSystemFailure();
+}
+
+namespace {
+
+[[noreturn]] void refuseInRoot(int line, int ldapCode, int libraryCode, const std::string& message,
+                               const LDIF_Attribute& attribute)
+{
+    LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
+    failure.entryDn = rootName;
+    failure.attribute = attribute.name;
+    failure.value = attribute.values.empty() ? "" : attribute.values.begin()->str();
+    throw failure;
+}
+
+} // namespace
+
+bool& RootNames::admit(const LDIF_Attribute& attribute)
+{
+    const auto refuseSecond = [&](const char* message) {
+        refuseInRoot(__LINE__, result::constraintViolation, singleValued, message, attribute);
+    };
+    if (attribute.name == "VERSION") {
+        if (versionSeen) {
+            refuseSecond("More than 1 \"version\" attribute not allowed");
+        }
+        return versionSeen;
+    }
+    if (attribute.name == "CHARSET") {
+        if (charsetSeen) {
+            refuseSecond("More than 1 \"charset\" attribute not allowed");
+        }
+        return charsetSeen;
+    }
+    refuseInRoot(__LINE__, result::objectClassViolation, notInObjectClass,
+                 "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
+}
+
 /// One load of the file into an empty tree.
 class Loader
 {
@@ -397,13 +438,13 @@ private:
     /// The first entry is at hand: what the root does not say by now it gets by default.
     void addRootDefaults()
     {
-        if (!charsetSeen_) {
-            addDefault("charset", "ISO-8859-1");
-            charsetSeen_ = true;
+        if (!rootNames_.charsetSeen) {
+            addDefault("charset", defaultCharset);
+            rootNames_.charsetSeen = true;
         }
-        if (!versionSeen_) {
-            addDefault("version", "1");
-            versionSeen_ = true;
+        if (!rootNames_.versionSeen) {
+            addDefault("version", defaultVersion);
+            rootNames_.versionSeen = true;
         }
     }
 
@@ -429,7 +470,7 @@ private:
                 addAttribute();
             }
         } catch (const LDIF_Exception& failure) {
-            if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
+            if (endsLoad(failure)) {
                 throw;
             }
             if (isLent) {
@@ -494,33 +535,9 @@ private:
             collector_.add(attributes_, std::move(attribute));
             return;
         }
-        if (attribute.name == "VERSION") {
-            addToRoot(std::move(attribute), versionSeen_, "More than 1 \"version\" attribute not allowed");
-        } else if (attribute.name == "CHARSET") {
-            addToRoot(std::move(attribute), charsetSeen_, "More than 1 \"charset\" attribute not allowed");
-        } else {
-            refuseInRoot(__LINE__, result::objectClassViolation, notInObjectClass,
-                         "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
-        }
-    }
-
-    void addToRoot(LDIF_Attribute&& attribute, bool& seen, const char* complaint)
-    {
-        if (seen) {
-            refuseInRoot(__LINE__, result::constraintViolation, singleValued, complaint, attribute);
-        }
+        bool& seen = rootNames_.admit(attribute);
         root_.attributes += std::move(attribute);
         seen = true;
-    }
-
-    [[noreturn]] static void refuseInRoot(int line, int ldapCode, int libraryCode, const std::string& message,
-                                          const LDIF_Attribute& attribute)
-    {
-        LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
-        failure.entryDn = rootName;
-        failure.attribute = attribute.name;
-        failure.value = attribute.values.empty() ? "" : attribute.values.begin()->str();
-        throw failure;
     }
 
     // For every so many bytes of the file there may be a parent to remember.
@@ -544,8 +561,7 @@ private:
     EntryIndex& index_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
-    bool versionSeen_ = false;
-    bool charsetSeen_ = false;
+    RootNames rootNames_;
     bool reprocess_ = false;
     bool ended_ = false;
     std::size_t lineBegin_ = 0; // of the line at hand
