@@ -85,8 +85,8 @@ private:
 };
 
 /// The modifications from a position on, one for each word: "+", "-", "~" or "?" for the operation (an unknown one
-/// last), "&" for bervals, the type, "=", and the values with "^" between them. Without "=" there are no values, without
-/// anything there is no type.
+/// last), "&" for bervals, the type, "=", and the values with "^" between them. Without "=" there are no values,
+/// without anything there is no type.
 void addTo(Mods& mods, const Words& words, std::size_t position)
 {
     for (; position <= words.count(); ++position) {
@@ -174,9 +174,12 @@ private:
 
     void lookAtErrors() const
     {
-        const char* const texts[] = {cfg_dump_exception(handle()), cfg_get_file_name(handle()),
-                                     cfg_get_entry(handle()),      cfg_get_attribute(handle()),
-                                     cfg_get_value(handle()),      cfg_err2string(cfg_get_errno(handle())),
+        const char* const texts[] = {cfg_dump_exception(handle()),
+                                     cfg_get_file_name(handle()),
+                                     cfg_get_entry(handle()),
+                                     cfg_get_attribute(handle()),
+                                     cfg_get_value(handle()),
+                                     cfg_err2string(cfg_get_errno(handle())),
                                      cfg_err2string(cfg_get_exterror(handle()))};
         for (const char* const text : texts) {
             read(text);
@@ -371,23 +374,12 @@ private:
 };
 
 constexpr Script::Call Script::knownCalls[] = {
-    {"init", &Script::init},
-    {"file", &Script::file},
-    {"backup", &Script::backup},
-    {"option", &Script::option},
-    {"bind", &Script::bind},
-    {"unbind", &Script::unbindCall},
-    {"other", &Script::other},
-    {"reset", &Script::reset},
-    {"search", &Script::search},
-    {"walk", &Script::walk},
-    {"add", &Script::add},
-    {"modify", &Script::modify},
-    {"delete", &Script::erase},
-    {"flush", &Script::flush},
-    {"tree", &Script::tree},
-    {"edit", &Script::edit},
-    {"replace", &Script::replace},
+    {"init", &Script::init},     {"file", &Script::file},       {"backup", &Script::backup},
+    {"option", &Script::option}, {"bind", &Script::bind},       {"unbind", &Script::unbindCall},
+    {"other", &Script::other},   {"reset", &Script::reset},     {"search", &Script::search},
+    {"walk", &Script::walk},     {"add", &Script::add},         {"modify", &Script::modify},
+    {"delete", &Script::erase},  {"flush", &Script::flush},     {"tree", &Script::tree},
+    {"edit", &Script::edit},     {"replace", &Script::replace},
 };
 
 } // namespace

@@ -93,8 +93,8 @@ void printAndReadBack(const LDIF_DN& dn)
     std::string text;
     const auto failure = failureOf([&] { text = dn.str(); });
     const Printed expected = printed(dn);
-    require(failure.has_value() == (expected == Printed::refused), "a DN prints unless a value of it can't",
-            told(dn), reasonOf(failure));
+    require(failure.has_value() == (expected == Printed::refused), "a DN prints unless a value of it can't", told(dn),
+            reasonOf(failure));
     if (failure) {
         require(failure->extErr == 1013 || failure->extErr == 162, "a DN fails to print with its own codes",
                 reasonOf(failure));

@@ -24,8 +24,7 @@ Loaded load(std::string_view text)
 {
     Loaded loaded;
     loaded.file = std::make_unique<MemoryFile>(text);
-    loaded.failure =
-        failureOf([&] { loaded.store = std::make_unique<LDIF_File>(loaded.file->name(), std::string()); });
+    loaded.failure = failureOf([&] { loaded.store = std::make_unique<LDIF_File>(loaded.file->name(), std::string()); });
     return loaded;
 }
 
