@@ -46,7 +46,8 @@ LDIF_Entry entryOf(std::string_view lines)
         LDIF_Line line;
         for (reader.next(line); line.type != LDIF_Line::endOfFile; reader.next(line)) {
             if (line.type == LDIF_Line::attribute && line.valid) {
-                static_cast<void>(failureOf([&] { entry += LDIF_Attribute(line, {}); }));
+                // A file gives every attribute a value; an entry may hold some without.
+                static_cast<void>(failureOf([&] { entry += LDIF_Attribute(line.name, line.value); }));
             }
         }
     }));
