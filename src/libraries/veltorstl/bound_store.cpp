@@ -412,10 +412,7 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             block.lines.push_back(std::move(line));
             text.remove_prefix(std::min(end + 1, text.size()));
         }
-        auto& lines = comment->lines;
-        while (!lines.empty() && lines.back().type == LDIF_Line::comment) {
-            lines.pop_back();
-        }
+        comment->lines.resize(comment->linesAboveBlock());
         comment->absorb(std::move(block));
     });
 }
@@ -428,6 +425,7 @@ void BoundStore::flush()
     if (inSet()) {
         refuse(__LINE__, result::unwillingToPerform, "A change set is written by its commit");
     }
+    refresh();
     // In safe mode every change was written by its commit.
     if (!isCareful()) {
         LDIF_File::flush();

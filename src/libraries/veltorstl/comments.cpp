@@ -4,7 +4,7 @@
 
 #include "veltor/cfg_admin.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -25,16 +25,14 @@ std::string_view commentText(const LDIF_Line& line)
     return text;
 }
 
-/// The lines that stand directly above what a comment belongs to, joined by line feeds: those behind the last blank
-/// line, be it kept or not. Attributes have blank lines too where they are the root's.
+/// The lines that stand directly above what a comment belongs to, joined by line feeds.
 std::string blockOf(const LDIF_Comment& comment)
 {
-    const auto isOutside = [](const LDIF_Line& line) { return line.type == LDIF_Line::blankLine || line.endsEntry(); };
-    auto line = std::find_if(comment.lines.rbegin(), comment.lines.rend(), isOutside).base();
     std::string block;
-    for (const char* separator = ""; line != comment.lines.end(); ++line, separator = "\n") {
+    const char* separator = "";
+    for (std::size_t line = comment.linesAboveBlock(); line < comment.lines.size(); ++line, separator = "\n") {
         block += separator;
-        block += commentText(*line);
+        block += commentText(comment.lines[line]);
     }
     return block;
 }
@@ -68,4 +66,18 @@ int cfg_get_comment_s(void* handle, const char* dn, const char* attribute, char*
                        *text = duplicateOrThrow(blockOf(comment).c_str());
                        return 0;
                    });
+}
+
+int cfg_set_comment_s(void* handle, const char* dn, const char* attribute, const char* text)
+{
+    return runOnStore(handle, dn != nullptr, {VELTOR_HERE, "System error in cfg_set_comment_s()"},
+                      [&](BoundStore& store) {
+                          store.needsSafeMode();
+                          store.update([&] {
+                              LDIF_DN parsed;
+                              parsed = cisString(dn);
+                              store.setComment(parsed, attribute, text == nullptr ? "" : text);
+                          });
+                          return 0;
+                      });
 }

@@ -8,12 +8,6 @@
 
 namespace veltor::detail {
 
-/// Brings the store of a bound handle up to what its file holds. Every reading call comes through here.
-inline void catchUp(cfg_handle& handle)
-{
-    handle.store->refresh();
-}
-
 /// Runs one reading call: looks at the arguments, re-reads a file that changed, keeps what is thrown.
 ///
 /// @param argumentsSound  what the call demands of its own arguments; false is 89
@@ -21,16 +15,8 @@ inline void catchUp(cfg_handle& handle)
 template <class Work>
 int runRead(void* handle, bool argumentsSound, const Layer& layer, Work&& work)
 {
-    if (cfg_reset(handle) != 0) {
-        return result::paramError;
-    }
-    cfg_handle& target = *handleOf(handle);
-    if (!isBound(target) || !argumentsSound) {
-        return target.lastResult = result::paramError;
-    }
-    return runKept(target, layer, [&] {
-        catchUp(target);
-        LDIF_File& store = *target.store;
+    return runOnStore(handle, argumentsSound, layer, [&](BoundStore& store) {
+        store.refresh();
         return work(store);
     });
 }
@@ -46,7 +32,7 @@ int runEntryRead(void* handle, cfg_message** res, const Layer& layer, Fill&& fil
     if (res != nullptr) {
         *res = nullptr;
     }
-    return runRead(handle, res != nullptr, layer, [&](LDIF_File& store) {
+    return runRead(handle, res != nullptr, layer, [&](BoundStore& store) {
         const auto giveUp = [res] {
             cfg_msgfree(*res);
             *res = nullptr;
