@@ -62,12 +62,6 @@ std::string dnsRead(void* handle, const char* base, int scope)
     return dnsOf(answer.result.get());
 }
 
-void expectNothingKept(void* handle, int code)
-{
-    EXPECT_EQ(cfg_get_errno(handle), code);
-    EXPECT_EQ(cfg_dump_exception(handle), nullptr);
-}
-
 } // namespace
 
 TEST_F(CfgRead, ScopesTakeEveryEntryInTreeOrder)
