@@ -248,7 +248,7 @@ private:
 
     void bind(Words& words)
     {
-        const int method = words.count() < 3 ? LDAP_AUTH_SIMPLE : static_cast<int>(words.number(3));
+        const int method = static_cast<int>(words.count() < 3 ? long{LDAP_AUTH_SIMPLE} : words.number(3));
         settle(cfg_bind_s(handle(), words.text(1), words.text(2), method));
     }
 

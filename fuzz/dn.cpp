@@ -33,7 +33,7 @@ std::string told(const LDIF_DN& dn)
 /// Parses a text into a DN. What fails to be one fails as the syntax or the locale demands.
 std::optional<LDIF_Exception> parsed(LDIF_DN& dn, std::string_view text)
 {
-    const auto failure = failureOf([&] { veltor::detail::parse(dn, text); });
+    auto failure = failureOf([&] { veltor::detail::parse(dn, text); });
     if (failure) {
         const bool isSyntax = failure->ldapErr == 34 && failure->extErr >= 1011 && failure->extErr <= 1014;
         const bool isLocale = failure->ldapErr == 162 && failure->extErr == 162;
