@@ -188,7 +188,8 @@ bool looksSecretDn(std::string_view text)
 /// True for what stands in a line of a DN, or in one without a colon, where nobody can tell a name from a value.
 bool looksSecretLine(const LDIF_Line& line)
 {
-    return line.valid ? looksSecretDn(line.value) : looksSecret(line.name + line.value);
+    // What a load keeps of a line without a colon ends in one.
+    return line.valid ? looksSecretDn(line.value) : looksSecret(line.name + line.value + ':');
 }
 
 /// What stands in such a line, unless it is a secret.
