@@ -155,7 +155,7 @@ typedef struct cfg_finding {
     const char *kind; /* one of the words below, which are stable */
     const char *dn;   /* of the entry, as it is printed, or as it stands where it can't be */
     const char *attribute;
-    const char *value;   /* as it was read; the DN for a finding about a DN */
+    const char *value;   /* as it was read; of a line with a DN that; of a line without a colon all of it */
     const char *message; /* one sentence in one line; what does not print is escaped */
 } cfg_finding;
 

@@ -68,6 +68,8 @@ const Row rows[] = {
     {"a second version", "version: 1\nVersion: 1\n" + std::string(top), "2 second-root-attribute"},
     {"a second charset", "charset: UTF-8\ncharset: UTF-8\n", "2 second-root-attribute"},
     {"another version", "version: 2\n" + std::string(top), "1 bad-root-value"},
+    {"each of the root's own is told", "foo: x\nversion: 2\nfoo: x\ncharset: a\ncharset: b\n" + std::string(top),
+     "1 attribute-before-first-entry, 2 bad-root-value, 5 second-root-attribute"},
     {"a blank line inside an entry", std::string(top) + "\n# c\nzor-slapdPort: 1\nzor-slapdTimeLimit: x\n",
      "5 attribute-outside-entry, 6 rejected-line"},
     {"version behind an entry", std::string(top) + "\nversion: 1\n", "4 attribute-outside-entry"},
@@ -178,8 +180,8 @@ TEST_F(FileCheck, TellsWhyTheServerDoesNotStart)
     EXPECT_EQ(finding.line, 6);
     EXPECT_EQ(finding.code, 1007);
     EXPECT_EQ(finding.dn, "");
-    EXPECT_EQ(finding.message, "\"zor-slapdTimeLimit\" stands in no entry, since the blank line 3 ends the one above "
-                               "it, where no attribute may: the server does not start");
+    EXPECT_EQ(finding.message, "the blank line 3 ends the entry above \"zor-slapdTimeLimit\", which stands in no entry "
+                               "for that reason: the server does not start");
 }
 
 TEST_F(FileCheck, NamesBothLinesOfADuplicate)
@@ -280,6 +282,9 @@ TEST_F(FileCheck, TellsNoSecret)
         "zor-slapdAdminPW: hush\nzor-slapdAdminPW: hush",
         "zor-slapdAdminPW: hush-and-hush-and-hush-and-hush-and-hush-and-hush-and-hush",
         "zor-slapdAdminPW hush",
+        ": zor-slapdAdminPW hush",
+        "zor-slapdAdminPW hush\n and hush: x",
+        "zor-slapdPort: zor-slapdAdminPW hush",
         "zor-slapdAdminPW hush: x",
         "zor-slapdAdmnPW: hush",
         "zor-slapdLdapCrlPasword: hush",

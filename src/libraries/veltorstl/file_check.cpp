@@ -188,7 +188,8 @@ bool looksSecretDn(std::string_view text)
 /// True for what stands in a line of a DN, or in one without a colon, where nobody can tell a name from a value.
 bool looksSecretLine(const LDIF_Line& line)
 {
-    return line.valid ? looksSecretDn(line.value) : looksSecret(line.name + line.value);
+    // What a load keeps of a line without a colon ends in one.
+    return line.valid ? looksSecretDn(line.value) : looksSecret(line.name + line.value + ':');
 }
 
 /// What stands in such a line, unless it is a secret.
@@ -587,14 +588,14 @@ private:
 
     void tellBadDn(const LDIF_Exception& failure, const Subject& subject, bool isValid)
     {
-        const std::string reason = reasonOfDn(codeOf(failure)) + noStart;
+        const int number = reader_.lineNumber();
         if (isValid) {
-            tell(finding::badDn, reader_.lineNumber(), codeOf(failure), subject,
-                 subject.shownValue() + " is not a valid DN, because " + reason);
+            tell(finding::badDn, number, codeOf(failure), subject,
+                 subject.shownValue() + " is not a valid DN, because " + reasonOfDn(codeOf(failure)) + noStart);
         } else {
-            tell(finding::lineTakenForDn, reader_.lineNumber(), codeOf(failure), subject,
-                 "a line that begins with \"dn\" and has no colon is taken for a DN, and is not a valid one, because " +
-                     reason);
+            tell(finding::lineTakenForDn, number, codeOf(failure), subject,
+                 std::string("a line that begins with \"dn\" and has no colon is taken for a DN, and is not one") +
+                     noStart);
         }
     }
 
@@ -645,9 +646,7 @@ private:
         if (!refusal) {
             return;
         }
-        if (!std::exchange(isStrayTold_, true)) {
-            tellStray(asRead, subject, codeOf(*refusal));
-        }
+        tellStray(asRead, subject, codeOf(*refusal));
         if (place_ == Place::between) {
             // Most likely the blank line is wrong, and what follows is meant to be in one entry.
             place_ = Place::adrift;
@@ -660,7 +659,7 @@ private:
         for (;;) {
             LDIF_Attribute attribute(line_.name, SharedName(line_.name), attrTypeOf(line_.name));
             bool* seen = nullptr;
-            const auto refusal = failureOf([&] {
+            auto refusal = failureOf([&] {
                 attribute.values.addText(line_.value);
                 seen = &rootNames_.admit(attribute);
             });
@@ -683,25 +682,36 @@ private:
     {
         const int number = reader_.lineNumber();
         const std::string name = subject.attribute.empty() ? "this attribute" : quoted(subject.attribute);
-        const std::string where = place_ == Place::root ? "before the first entry"
-                                                        : "in no entry, since the blank line " +
-                                                              std::to_string(blankLine_) + " ends the one above it,";
         const auto isNamed = [&line](const char* other) { return strcasecmp(line.name.c_str(), other) == 0; };
+        const bool isRootName = line.valid && (isNamed("version") || isNamed("charset"));
+        if (place_ == Place::root && isRootName) {
+            if (isNamed("version") ? rootNames_.versionSeen : rootNames_.charsetSeen) {
+                tell(finding::secondRootAttribute, number, code, subject,
+                     name + " stands before the first entry a second time" + noStart);
+                return;
+            }
+            const _AttrType* const type = attrTypeOf(line.name);
+            const auto refusal = failureOf([&] { LDIF_Value(type, std::string_view(line.value)); });
+            tell(finding::badRootValue, number, code, subject,
+                 name + " can't be " + subject.shownValue() +
+                     (refusal ? ", because " + reasonOf(*refusal, *type) : std::string()) + noStart);
+            return;
+        }
+        if (std::exchange(isStrayTold_, true)) {
+            return;
+        }
+        const std::string ended = "the blank line " + std::to_string(blankLine_) + " ends the entry above ";
         if (!line.valid) {
             tell(finding::lineOutsideEntry, number, code, subject,
-                 "a line without a name and a colon stands " + where + " where it can't be kept" + noStart);
-        } else if (place_ == Place::between) {
-            tell(finding::attributeOutsideEntry, number, code, subject,
-                 name + " stands " + where + " where no attribute may" + noStart);
-        } else if (!isNamed("version") && !isNamed("charset")) {
+                 (place_ == Place::root ? std::string("before the first entry a line without a name and a colon")
+                                        : ended + "a line without a name and a colon, which outside an entry") +
+                     " can't be kept" + noStart);
+        } else if (place_ == Place::root) {
             tell(finding::attributeBeforeFirstEntry, number, code, subject,
-                 name + " stands " + where + ", where only version and charset may" + noStart);
-        } else if (isNamed("version") ? rootNames_.versionSeen : rootNames_.charsetSeen) {
-            tell(finding::secondRootAttribute, number, code, subject,
-                 name + " stands " + where + " a second time" + noStart);
+                 name + " stands before the first entry, where only version and charset may" + noStart);
         } else {
-            tell(finding::badRootValue, number, code, subject,
-                 name + " can't be " + subject.shownValue() + ", and no rejected line can be kept " + where + noStart);
+            tell(finding::attributeOutsideEntry, number, code, subject,
+                 ended + name + ", which stands in no entry for that reason" + noStart);
         }
     }
 
@@ -763,7 +773,7 @@ private:
 
     Added gather()
     {
-        Gathering& gathered = current_ != nullptr ? current_->gathered : adrift_;
+        Gathering& gathered = place_ == Place::entry ? current_->gathered : adrift_;
         LDIF_Values values(SharedName(line_.name), attrTypeOf(line_.name));
         values.addText(line_.value);
         const bool survives = survivesWrite(line_.name, *std::as_const(values).begin());
@@ -821,8 +831,8 @@ private:
         dn_.clear();
         if (lineEnds_ != 0) {
             tell(finding::carriageReturnAtLineEnd, firstLineEnd_, formatInvalid, {},
-                 std::to_string(lineEnds_) + " lines end in a carriage return, the first one here: the server reads " +
-                     "and writes them without it");
+                 "there are carriage returns at the ends of lines, the first one here (lines: " +
+                     std::to_string(lineEnds_) + "): the server drops them");
         }
         for (const auto& entry : entries_) {
             if (stopped_) {

@@ -43,9 +43,8 @@ bool contains(std::string_view text, std::string_view word)
 }
 
 /// Separators of lines, and marks that turn the direction of what is written.
-bool disturbsLine(wchar_t character)
+bool disturbsLine(wchar_t code)
 {
-    const auto code = static_cast<std::uint32_t>(character);
     return code == 0x200E || code == 0x200F || (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
@@ -185,6 +184,7 @@ const std::vector<std::string>& loweredNames()
 {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
+        all.reserve(attrMapArray.size());
         for (const _AttrType& type : attrMapArray) {
             all.push_back(type.name != nullptr ? lowered(type.name) : std::string());
         }
@@ -265,6 +265,7 @@ std::string reasonOf(const LDIF_Exception& refusal, const _AttrType& type)
         return "it is not a valid DN: " + reasonOfDn(refusal.extErr);
     case 1015:
         return type.min == 0 && type.max == 0 ? "it is too large for a number of 32 bits"
+               : type.min == type.max         ? "it is not " + std::to_string(type.min)
                                               : "it is not a number from " + range();
     case 1016:
         return "it is not an integer";
@@ -283,8 +284,7 @@ std::string reasonOf(const LDIF_Exception& refusal, const _AttrType& type)
         return std::string("it has bits outside ") + mask;
     }
     default:
-        return "it can't be stored, or not compared with an earlier value (code " +
-               std::to_string(refusal.extErr != 0 ? refusal.extErr : refusal.ldapErr) + ")";
+        return "it is refused with code " + std::to_string(refusal.extErr != 0 ? refusal.extErr : refusal.ldapErr);
     }
 }
 
