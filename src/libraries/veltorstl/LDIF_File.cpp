@@ -374,13 +374,22 @@ private:
     {
         line_.changeToInvalidAttr();
         image_.hasKeptLines = true;
-        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank.
+        if (!keepsText_) {
+            return;
+        }
+        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank. A DN
+        // line without a colon gets the label of DN lines, since its entry would not come back under the other.
+        if (line_.type == LDIF_Line::dn) {
+            line_.name = "dn";
+        }
+        const auto lineNumber = line_.lineNumber;
         std::size_t before = line_.value.size() + 1;
-        while (keepsText_ && line_.value.size() < before) {
+        while (line_.value.size() < before) {
             before = line_.value.size();
             const std::string written = line_.str() + "\n";
             LineReader(written).next(line_);
         }
+        line_.lineNumber = lineNumber;
     }
 
     void closeEntry()

@@ -413,6 +413,12 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             text.remove_prefix(std::min(end + 1, text.size()));
         }
         comment->lines.resize(comment->linesAboveBlock());
+        if (!block.lines.empty() && !comment->lines.empty() && comment->lines.back().type == LDIF_Line::comment) {
+            // What closed the entry above: its blank line was not kept, yet has to part the two again.
+            LDIF_Line blank;
+            blank.type = LDIF_Line::blankLine;
+            comment->lines.push_back(std::move(blank));
+        }
         comment->absorb(std::move(block));
     });
 }
