@@ -21,6 +21,7 @@
 #include "support/api_test.h"
 #include "support/findings.h"
 #include "support/locale_guard.h"
+#include "support/mapping_watch.h"
 #include "support/temporary_folder.h"
 
 using veltor::detail::checkText;
@@ -691,7 +692,9 @@ void expectQuick(const char* name, Work&& work)
     EXPECT_LT(std::chrono::steady_clock::now() - start, most) << name;
 }
 
-constexpr int many = 100000;
+// Under the address sanitizer, where memory comes piece by piece, a tenth shows as much.
+constexpr int many = piecewise ? 10000 : 100000;
+constexpr std::size_t manyBytes = 50 * many;
 
 std::string numbered(const char* before, int count, const char* behind)
 {
@@ -719,15 +722,15 @@ TEST_F(FileCheck, TakesLargeTextsInOnePass)
         {"lines that are no lines", top + numbered("x", many, "\n"), many},
         {"continuation lines", std::string(top) + "cn: x\n" + numbered(" ", many, "\n"), 0},
         {"blank lines and strays", std::string(top) + numbered("\nx", many, ": y\n"), many},
-        {"one line", std::string(top) + "cn: " + std::string(5'000'000, 'x') + "\n", 0},
-        {"one bad line", std::string(top) + "zor-slapdPort: " + std::string(5'000'000, '(') + "\n", 2},
-        {"one line without a colon", std::string(5'000'000, 'x'), 2},
+        {"one line", std::string(top) + "cn: " + std::string(manyBytes, 'x') + "\n", 0},
+        {"one bad line", std::string(top) + "zor-slapdPort: " + std::string(manyBytes, '(') + "\n", 2},
+        {"one line without a colon", std::string(manyBytes, 'x'), 2},
         {"a DN of many levels", "dn: " + numbered("cn=", many, ",") + "cn=x\nobjectclass: top\n", 1},
         {"a DN of many pairs", "dn: " + numbered("cn=", many, "+") + "cn=x\nobjectclass: top\n", 0},
         {"a DN that is bad far behind", "dn: " + numbered("cn=", many, ",") + "x\nobjectclass: top\n", 1},
-        {"NULs", std::string(5'000'000, '\0'), 2},
-        {"carriage returns", std::string(5'000'000, '\r'), 2},
-        {"colons", std::string(top) + std::string(5'000'000, ':') + "\n", 1},
+        {"NULs", std::string(manyBytes, '\0'), 2},
+        {"carriage returns", std::string(manyBytes, '\r'), 2},
+        {"colons", std::string(top) + std::string(manyBytes, ':') + "\n", 1},
     };
     for (const auto& each : texts) {
         expectQuick(each.name, [&] {
@@ -741,7 +744,7 @@ TEST_F(FileCheck, EntriesMayNestDeeply)
 {
     std::string text;
     std::string dn;
-    for (int level = 0; level < 2000; ++level) {
+    for (int level = 0; level < 500; ++level) {
         dn = "cn=" + std::to_string(level) + (dn.empty() ? "" : "," + dn);
         text += "dn: " + dn + "\nobjectclass: top\n\n";
     }
