@@ -583,7 +583,7 @@ private:
             refuseStep(__LINE__, "open the folder of the backup", fileName);
         }
         struct stat configurationFolder = {};
-        if (fstat(place.folder(), &configurationFolder) != 0) {
+        if (retried([&] { return fstat(place.folder(), &configurationFolder); }) != 0) {
             refuseStep(__LINE__, "look at the folder of", place.name());
         }
         besideConfiguration_ = isSame(statusOf(folder_, fileName), configurationFolder);
