@@ -424,6 +424,10 @@ std::string lockNameOf(const FilePlace& place)
 int openedConfiguration(const FilePlace& place)
 {
     const int number = openedAt(place.folder(), place.name(), O_RDONLY, 0);
+    if (number < 0 && errno == ENXIO) {
+        // A socket: as a load tells it.
+        refuse(__LINE__, result::connectError, fileOpen, "ifstream()", errno);
+    }
     if (number < 0) {
         refuseStep(__LINE__, "open", place.name());
     }
