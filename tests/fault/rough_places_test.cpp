@@ -108,7 +108,8 @@ const std::vector<Turn>& turns()
              std::filesystem::create_symlink(std::filesystem::path(file).filename(), file);
          }},
         {"a socket", makeSocket},
-        {"a null device", [](const std::string& file) { std::filesystem::create_symlink("/dev/null", file); }},
+        // Beside it, in the system's folder, nothing may appear.
+        {"a link to a device", [](const std::string& file) { std::filesystem::create_symlink("/dev/null", file); }},
     };
     return rows;
 }
@@ -161,34 +162,35 @@ TEST_F(RoughPlaces, AnotherTextInsideASetStays)
     EXPECT_EQ(inMemory(handle), withPort(oldText, "1234"));
 }
 
-TEST_F(RoughPlaces, AnUpdateOfWhatIsNoFileAnyMoreFailsAsABindDoes)
+TEST_F(RoughPlaces, AnUpdateOfWhatIsNoFileAnyMoreFailsAndMakesNothing)
 {
     for (const Turn& turn : turns()) {
-        SCOPED_TRACE(turn.name);
-        make();
-        const Handle handle = boundTo(file(), backup());
-        std::filesystem::rename(file(), pathOf("taken"));
-        turn.happens(file());
-        const std::string before = all();
-        const Handle fresh = careful(file());
-        const int bindCode = bind(fresh);
-        EXPECT_NE(setPort(handle, "636"), 0);
-        const std::string told = failureOf(handle);
-        EXPECT_NE(told, "");
-        if (bindCode != 0) {
-            // The lock comes first, and the place it lies in.
-            EXPECT_TRUE(told.starts_with(std::to_string(bindCode) + "/") || told.starts_with("50/1004 ")) << told;
-        }
-        EXPECT_EQ(read("taken"), oldText);
-        for (const std::string& name : namesIn(folder())) {
-            EXPECT_FALSE(name.starts_with(".")) << name;
-        }
-        EXPECT_EQ(read("etc/backup"), "older\n");
+        for (const bool hasLock : {false, true}) {
+            SCOPED_TRACE(std::string(turn.name) + (hasLock ? ", locked before" : ""));
+            make();
+            const Handle handle = boundTo(file(), backup());
+            if (hasLock) {
+                ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+                ASSERT_EQ(cfg_rollback_s(handle.get()), 0);
+            }
+            std::filesystem::rename(file(), pathOf("taken"));
+            turn.happens(file());
+            const std::string before = all();
+            EXPECT_NE(setPort(handle, "636"), 0);
+            const std::string told = failureOf(handle);
+            // As a bind says it, or plainer.
+            const Handle fresh = careful(file());
+            const int bindCode = bind(fresh);
+            EXPECT_TRUE(told.starts_with("91/1004 ") || told.starts_with(std::to_string(bindCode) + "/")) << told;
+            EXPECT_EQ(all(), before);
+            EXPECT_FALSE(std::filesystem::exists("/dev/null.lock"));
+            EXPECT_EQ(read("taken"), oldText);
 
-        std::filesystem::remove_all(file());
-        std::filesystem::rename(pathOf("taken"), file());
-        EXPECT_EQ(setPort(handle, "637"), 0) << failureOf(handle);
-        EXPECT_EQ(read("etc/zorslapd.conf"), withPort(oldText, "637"));
+            std::filesystem::remove_all(file());
+            std::filesystem::rename(pathOf("taken"), file());
+            EXPECT_EQ(setPort(handle, "637"), 0) << failureOf(handle);
+            EXPECT_EQ(read("etc/zorslapd.conf"), withPort(oldText, "637"));
+        }
     }
 }
 

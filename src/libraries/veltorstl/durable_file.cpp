@@ -420,15 +420,19 @@ std::string lockNameOf(const FilePlace& place)
     return place.name() + ".lock";
 }
 
+[[noreturn]] void refuseNoFile(int line, const FilePlace& place)
+{
+    refuse(line, result::connectError, fileOpen, "\"" + place.given() + "\" is not a plain file");
+}
+
 /// Opens the configuration for what its attributes are.
 int openedConfiguration(const FilePlace& place)
 {
     const int number = openedAt(place.folder(), place.name(), O_RDONLY, 0);
-    if (number < 0 && errno == ENXIO) {
-        // A socket: as a load tells it.
-        refuse(__LINE__, result::connectError, fileOpen, "ifstream()", errno);
-    }
     if (number < 0) {
+        if (errno == ENXIO) {
+            refuseNoFile(__LINE__, place);
+        }
         refuseStep(__LINE__, "open", place.name());
     }
     return number;
@@ -438,8 +442,13 @@ int openedConfiguration(const FilePlace& place)
 void makeLockFile(const FilePlace& place, const std::string& lockName)
 {
     const Descriptor configuration(openedConfiguration(place));
+    const struct stat status = statusOf(configuration, place.name());
+    if (!S_ISREG(status.st_mode)) {
+        // Nothing is made beside what can't be changed: a device, for one, lies in a folder of the system's own.
+        refuseNoFile(__LINE__, place);
+    }
     Temporary fresh(place.folder(), place.name());
-    keepAttributes(configuration, statusOf(configuration, place.name()), fresh.file(), place.name());
+    keepAttributes(configuration, status, fresh.file(), place.name());
     static_cast<void>(fresh.appear(lockName));
 }
 
