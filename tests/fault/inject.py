@@ -37,6 +37,8 @@ RESTARTABLE = {
 NEVER_IGNORED = {"write", "fchown", "fchmod", "fsetxattr", "utimensat", "fsync"}
 # Work on memory: a failure is a want of it, which no install is to blame for.
 MEMORY = {"mmap", "munmap", "brk", "mremap", "madvise"}
+# The steps that everything hangs on: all errors in the subset, too.
+ALWAYS_ALL = {"write", "fsync", "renameat"}
 SECONDS_TO_A_HANG = 60
 
 OLD = ("charset: UTF-8\nversion: 1\n\ndn: o=x\nobjectclass: top\n\n"
@@ -298,7 +300,7 @@ def cases_of(trace, full):
         total = sum(1 for other in trace.library if trace.calls[other].name == call.name)
         seen[call.name] += 1
         for number, error in enumerate(errors):
-            if full or number % total == turn % len(errors):
+            if full or call.name in ALWAYS_ALL or number % total == turn % len(errors):
                 yield Case(trace.scene, trace, index, error)
     last = max(trace.library)
     for index in trace.library + [last + 1]:
