@@ -22,6 +22,10 @@ if(VELTOR_SANITIZE)
                                  -fno-omit-frame-pointer)
     target_link_options(veltor_options INTERFACE -fsanitize=${VELTOR_SANITIZE})
 endif()
+if(VELTOR_BUILD_FUZZ)
+    # The fuzzer sees which parts of the library an input reaches; its main goes into the targets alone.
+    target_compile_options(veltor_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # Gives a target of ours the warnings, the options and hidden visibility.
 function(veltor_own_target target)

@@ -111,7 +111,7 @@ int cfg_create_s(void *handle, const char *file, const char *text, size_t size);
    stored (passwords encoded). The root has an empty DN, and a null base is the empty DN. The result is freed with
    cfg_msgfree; it is null after a failure.
    scope  as for cfg_search_s
-   Codes: 32 no such base; what a re-read raises. */
+   Codes: 32 no such base; 34 a base that is no DN, or a DN that can't be printed; what a re-read raises. */
 int cfg_read_s(void *handle, const char *base, int scope, cfg_message **res);
 
 /* Stores in *text the file as a commit would write it, followed by a NUL that *size does not count. The caller frees
@@ -121,9 +121,12 @@ int cfg_render_s(void *handle, char **text, size_t *size);
 
 /* Stores in *text the comment block directly above an entry's DN line (for an entry, what follows the last blank line
    above it) or above an attribute's first line: its lines joined by line feeds, each without its "#" and one blank
-   behind it; an empty text without a block. The caller frees it with cfg_memfree.
+   behind it; an empty text without a block. Comments between an attribute's lines count to that block, since a write
+   puts them there. What stands above the first entry of a file without charset and version belongs to the root's
+   charset. The caller frees the text with cfg_memfree.
+   dn         the empty DN is the root; null is 89
    attribute  null: the entry's own comment
-   Codes: 32 no such entry; 16 no such attribute. */
+   Codes: 32 no such entry; 16 no such attribute; 34 the DN can't be parsed; what a re-read raises. */
 int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char **text);
 
 /* Replaces just that block; a null or empty text removes it. Lines get their "# ". An update of safe mode.
@@ -138,6 +141,84 @@ int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const
    Codes: 53 in direct mode; 32 no such entry; 16 no such attribute. */
 int cfg_locate_s(void *handle, const char *dn, const char *attribute, const char *value, int *line);
 
+/* ---- Checking ---- */
+
+/* Something that is wrong with a configuration file, or may be. The texts are lent: they live during the call that
+   tells of it. A text is "" where there is none, but for value, which is null for a secret: a password or a setting of
+   the server's environment, and whatever looks like one because "pw", "password" or "setenv" stands before a colon
+   in a line that is unknown, unreadable or rejected. No message has a secret in it either. */
+typedef struct cfg_finding {
+    int severity;     /* 3 the load ends there; 2 the server reads something else than what stands in the file, or the
+                         file is at risk; 1 the rest */
+    int line;         /* 1-based; 0: the file as a whole */
+    int code;         /* library code, or LDAP result code below 1000; of severity 3: what a bind would keep */
+    const char *kind; /* one of the words below, which are stable */
+    const char *dn;   /* of the entry, as it is printed, or as it stands where it can't be */
+    const char *attribute;
+    const char *value;   /* as it was read; of a line with a DN that; of a line without a colon all of it */
+    const char *message; /* one sentence in one line; what does not print is escaped */
+} cfg_finding;
+
+/* Called for each finding. A result other than 0 ends the check. It must not use the handle of the check. */
+typedef int (*cfg_finding_fn)(void *context, const cfg_finding *finding);
+
+/* The kinds. Each has one severity, so that a script may go by either.
+ *
+ * Severity 3: the load ends there. The line is that of the failure, which for a line with continuation lines is the
+ * last one of them.
+ *   unreadable-text               a line that the character set of the process can't represent
+ *   bad-dn                        a DN that can't be parsed
+ *   line-taken-for-dn             a line without a colon that begins with "dn" and is no DN
+ *   attribute-before-first-entry  an attribute other than version and charset before the first entry; told once for
+ *                                 lines that stand together, here and in the next two
+ *   attribute-outside-entry       a blank line ended the entry that the attribute was meant for
+ *   line-outside-entry            a line without a name and a colon where no entry can keep it
+ *   bad-root-value                a version or charset that can't be
+ *   second-root-attribute         version or charset a second time
+ *   unmergeable-entry             an entry whose values can't be merged into the one of its DN; told where it ends
+ *   load-failure                  anything else
+ *
+ * Severity 2: the server reads something else than what stands in the file, or the file is at risk.
+ *   rejected-line                 kept as zor-slapdInvalidLine: no name with a colon, or a value that is refused
+ *   kept-invalid-line             a zor-slapdInvalidLine of an earlier load
+ *   dn-line-without-colon         a line without a colon that begins with "dn" and happens to be a DN
+ *   lost-last-value               the last line lacks its line feed, and loses its value by that
+ *   duplicate-entry               a DN that stands above already; the entries are merged
+ *   empty-dn                      the entry is merged into the root
+ *   second-value                  of a single-valued attribute
+ *   unknown-attribute             a name that the catalogue does not have, with the nearest one; told once an entry
+ *   no-objectclass                an entry that a search without a filter does not find
+ *   carriage-return               inside a line, where the reader drops it
+ *   nul-byte                      the reader drops the rest of the line
+ *   double-colon                  "::", which does not mean base 64
+ *   stripped-parentheses          around a value, where the reader drops them
+ *   unstable-name                 a name that would not survive a write of the file
+ *   unstable-value                a value that would not
+ *   unstable-dn                   a DN that would not
+ *   unprintable-dn                a DN that can't be written at all
+ *   clear-password                a password that is not encoded
+ *   undecodable-password          a password of encoded shape that can't be decoded
+ *   writable-file                 everybody may write the file
+ *   writable-folder               everybody may write in its folder
+ *
+ * Severity 1: the rest.
+ *   missing-parent                told for the first entry below it
+ *   repeated-value                a value that the attribute has already
+ *   unterminated-last-line        the last line lacks its line feed, and loses nothing by that
+ *   carriage-return-at-line-end   told once, with the number of lines
+ *   password-in-comment           in clear text
+ *   group-writable-file           the group may write the file
+ *   group-writable-folder         the group may write in its folder
+ */
+
+/* Checks a configuration file as a load would read it, and goes on behind what would end a load. Findings about the
+   file as a whole come first, then those about lines in their order, then those that only the whole text shows. The
+   handle need not be bound, and keeps its settings; a store that is bound is not looked at. Never writes.
+   file  null: the file that a bind of the handle would read
+   Codes: 0, also with findings and when the callback ended the check; 89 without a callback; the code of a bind for a
+   file that can't be read (91, 80); 90 memory is short. */
+int cfg_check_s(void *handle, const char *file, cfg_finding_fn report, void *context);
+
 /* ---- Failures ---- */
 
 /* One record of the kept exception. Texts are "" where there is none, and live until the next reset. */
@@ -150,7 +231,8 @@ typedef struct cfg_failure {
    not reset the handle. */
 int cfg_failure_count(void *handle);
 
-/* Stores a record in *out: 0 is the outermost. Does not reset the handle.
+/* Stores a record in *out: 0 is the outermost. Its attribute is the one that cfg_get_attribute would tell. Does not
+   reset the handle.
    Codes: 89 for an index outside 0 to count - 1. */
 int cfg_failure_at(void *handle, int index, cfg_failure *out);
 
@@ -158,7 +240,8 @@ int cfg_failure_at(void *handle, int index, cfg_failure *out);
 
 /* One attribute type. Everything it points to lives as long as the process. */
 typedef struct cfg_attr_type {
-    const char *name, *syntax;      /* syntax: "int", "enum", "dn", ...: one word per syntax of the catalogue */
+    const char *name, *syntax;      /* syntax: ces, cis, dc, dn, enum, env, file, int, krbdn, mask, oid, path, plugin,
+                                       pw or url */
     const char *const *enum_values; /* null-terminated; null when the type has no list */
     long bitmask, minimum, maximum; /* as cfg_get_bitmask, cfg_get_minimum and cfg_get_maximum tell them */
     int single_valued;

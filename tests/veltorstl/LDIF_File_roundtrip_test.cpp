@@ -205,6 +205,17 @@ TEST_F(LdifFileRoundtrip, ANameThatBeginsWithABlankJoinsWhatStandsAboveIt)
     EXPECT_EQ(writtenFrom(first), head + "# 2\n cn: acn: b\n\n");
 }
 
+TEST_F(LdifFileRoundtrip, ADnLineWithoutAColonIsWrittenAsAnAttributeThatEndsTheNextLoad)
+{
+    // Its type makes it the first line of an entry, its label is the name for what can't be used.
+    const std::string head = root;
+    const std::string first = head + "\nzor-slapdInvalidLine: dn=x, o=y:\ncn: a\n\n";
+    EXPECT_EQ(writtenFrom("dn=x,o=y\ncn: a\n"), first);
+    expectFailure(failureOf([&] { reloaded(); }), 65, 1007,
+                  "\"zor-slapdInvalidLine\" attribute not allowed in <root> object");
+    EXPECT_EQ(onDisk(), first);
+}
+
 // ---- Any file ----
 
 namespace {

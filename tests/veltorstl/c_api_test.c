@@ -1,11 +1,12 @@
 /*
- * The whole public header from a program in plain C99: every constant is compared, every function is called and its
- * answer checked. Links the shared library and nothing else of this project. Prints "ok" and ends with 0, or names
+ * The public headers from a program in plain C99: every constant is compared, every function is called and its answer
+ * checked. Links the shared library and nothing else of this project. Prints "ok" and ends with 0, or names
  * the first expectation that failed.
  */
 #define _POSIX_C_SOURCE 200809L
 
 #include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,6 +34,7 @@ static const char content[] = "version: 1\n"
                               "zor-slapdReadOnly: true\n"
                               "zor-slapdSslCipherSpecs: 256\n"
                               "\n"
+                              "# What clients see.\n"
                               "dn: cn=Front End, cn=Configuration\n"
                               "objectclass: top\n"
                               "\n";
@@ -68,6 +70,12 @@ static int constants(void)
     EXPECT(CFG_ERR_OID_INVALID == 1020);
     EXPECT(CFG_ERR_FILENAME_VALUE_INVALID == 1029);
     EXPECT(CFG_ERR_PLUGIN_INIT == 1035);
+
+    EXPECT(CFG_WRITE_DIRECT == 0);
+    EXPECT(CFG_WRITE_SAFE == 1);
+    EXPECT(CFG_WRITE_NEVER == 2);
+    EXPECT(CFG_LAYOUT_KEEP == 0);
+    EXPECT(CFG_LAYOUT_OWN == 1);
 
     EXPECT(CFG_LDAP_AUTH_UNKNOWN == 86);
     EXPECT(CFG_LDAP_PARAM_ERROR == 89);
@@ -198,6 +206,63 @@ static int errors(void* handle, const char* file)
     return 1;
 }
 
+static int reads(void* handle)
+{
+    cfg_message* result = NULL;
+    cfg_message* node;
+    char* text = NULL;
+
+    EXPECT(cfg_read_s(handle, NULL, 2, &result) == 0);
+    EXPECT(cfg_count_entries(handle, result) == 3);
+    EXPECT_TEXT(result->text, "");
+    node = result->next->children;
+    while (node != NULL && strcmp(node->text, "zor-slapdAdminPW") != 0) {
+        node = node->next;
+    }
+    EXPECT(node != NULL && node->children->text[0] == '>');
+    EXPECT(cfg_msgfree(result) == 0);
+
+    EXPECT(cfg_get_comment_s(handle, "cn=Front End, cn=Configuration", NULL, &text) == 0);
+    EXPECT_TEXT(text, "What clients see.");
+    cfg_memfree(text);
+    return 1;
+}
+
+static int failures(void* handle)
+{
+    cfg_failure failure;
+    char* text = NULL;
+
+    EXPECT(cfg_get_comment_s(handle, "cn=Configuration", "zor-slapdPort", &text) == 16);
+    EXPECT(text == NULL);
+    EXPECT(cfg_failure_count(handle) == 1);
+    EXPECT(cfg_failure_at(handle, 0, &failure) == 0);
+    EXPECT(failure.ldap == 16 && failure.code == 16 && failure.line == 0);
+    EXPECT_TEXT(failure.dn, "cn=Configuration");
+    EXPECT_TEXT(failure.attribute, "zor-slapdPort");
+    EXPECT_TEXT(failure.value, "");
+    EXPECT_TEXT(failure.file, "");
+    EXPECT(failure.message != NULL && failure.message[0] != '\0');
+    EXPECT(cfg_failure_at(handle, 1, &failure) == CFG_LDAP_PARAM_ERROR);
+    return 1;
+}
+
+static int catalogue(void)
+{
+    cfg_attr_type type = {NULL, NULL, NULL, -1, -1, -1, -1};
+    int index = 0;
+
+    EXPECT(cfg_attr_type_count() == 115);
+    EXPECT(cfg_attr_type_at(115, &type) == CFG_LDAP_PARAM_ERROR);
+    do {
+        EXPECT(cfg_attr_type_at(index++, &type) == 0);
+    } while (strcmp(type.name, "zor-slapdSslCipherSpecs") != 0);
+    EXPECT_TEXT(type.syntax, "mask");
+    EXPECT(type.enum_values == NULL);
+    EXPECT(type.bitmask == 0x3F00L && type.minimum == 0 && type.maximum == 0 && type.single_valued == 1);
+    return 1;
+}
+
 static int updates(void* handle)
 {
     char type[] = "zor-slapdTimeLimit";
@@ -234,6 +299,8 @@ static int everything(const char* file)
     EXPECT(options(handle, file));
     EXPECT(binds(handle));
     EXPECT(searches(handle));
+    EXPECT(reads(handle));
+    EXPECT(failures(handle));
     EXPECT(updates(handle));
     EXPECT(errors(handle, file));
     EXPECT(cfg_unbind(handle) == 0);
@@ -254,7 +321,7 @@ int main(void)
         return 1;
     }
     close(descriptor);
-    passed = constants() && everything(file);
+    passed = constants() && catalogue() && everything(file);
     unlink(file);
     if (!passed) {
         return 1;

@@ -714,3 +714,39 @@ TEST_F(ChangeSet, TheRootTakesNoOtherAttribute)
     EXPECT_EQ(cfg_set_comment_s(handle.get(), "", nullptr, "text"), refused);
     EXPECT_EQ(cfg_set_comment_s(handle.get(), "", "version", "text"), 0) << shown(cfg_dump_exception(handle.get()));
 }
+
+TEST_F(ChangeSet, ACommentThatEndsTheEntryAboveStaysOutsideTheBlock)
+{
+    const Handle handle = safe("version: 1\ncharset: UTF-8\n\ndn: o=x\nb: 1\n# last of o=x\n\ndn: cn=a, o=x\na: 1\n\n");
+    ASSERT_EQ(cfg_set_comment_s(handle.get(), "cn=a,o=x", nullptr, "new"), 0)
+        << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nb: 1\n\n# last of o=x\n\n# new\ndn: cn=a, o=x\na: 1\n\n");
+    ASSERT_EQ(cfg_set_comment_s(handle.get(), "cn=a,o=x", nullptr, "newer"), 0);
+    EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nb: 1\n\n# last of o=x\n\n# newer\ndn: cn=a, o=x\na: 1\n\n");
+}
+
+TEST_F(ChangeSet, ADnLineWithoutAColonIsWrittenSoThatItsEntryComesBack)
+{
+    const Handle handle = safe("version: 1\ncharset: UTF-8\n\ndn=a,o=x\na: 1\n\n");
+    ASSERT_EQ(add(handle.get(), "o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    const Handle again = another();
+    EXPECT_EQ(read().find("zor-slapdInvalidLine"), std::string::npos) << read();
+    EXPECT_NE(read().find("dn: dn=a"), std::string::npos) << read();
+}
+
+TEST_F(ChangeSet, ReadsInsideASetSeeThePendingChanges)
+{
+    const Handle handle = safe();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "pending"), 0);
+    editFile(sampleText);
+    char* comment = nullptr;
+    EXPECT_EQ(cfg_get_comment_s(handle.get(), "o=x", nullptr, &comment), 0);
+    const Text owned(comment);
+    EXPECT_EQ(shown(comment), "pending");
+    cfg_message* entries = nullptr;
+    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0);
+    ASSERT_EQ(cfg_read_s(handle.get(), "cn=b,o=x", baseScope, &entries), 0);
+    const Message result(entries);
+    EXPECT_EQ(listed(entries), "dn: cn=b, o=x\ndescription: one\n");
+}

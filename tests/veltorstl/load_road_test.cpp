@@ -667,6 +667,25 @@ TEST(LoadRoad, OrderOfNamesIsNotTakenFromNamesThatAreGone)
     }
 }
 
+// An empty value has another form at the end of a DN than in front of a separator. What was remembered from one place
+// was once taken for the other.
+TEST(LoadRoad, EmptyValueHasTheFormOfItsPlace)
+{
+    const LocaleGuard guard("C.UTF-8");
+    const TemporaryFolder folder;
+    const LDIF_File file(folder.write("zorslapd.conf", "dn: cn=a, o=\n\ndn: cn=b, o=, o=x\n\ndn: cn=c, o=, o=y\n\n"
+                                                       "dn: cn=d, p=, o=y\n\ndn: cn=e, p=\n\n"),
+                         "");
+    std::vector<int> forms;
+    for (const LDIF_Entry& entry : file.root.children) {
+        // The one above the last is the one that is empty.
+        forms.push_back(entry.dn[entry.dn.size() - 2].front().second.form);
+    }
+    const int inside = LDIF_RDN_value::plain;
+    const int atEnd = LDIF_RDN_value::quoted;
+    EXPECT_EQ(forms, (std::vector<int>{atEnd, inside, inside, inside, atEnd}));
+}
+
 // A file of several chunks, whose memory serves what is made of it. An entry that is moved out takes what it needs.
 TEST(LoadRoad, EntryThatIsMovedOutOutlivesItsStore)
 {

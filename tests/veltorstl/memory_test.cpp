@@ -9,6 +9,8 @@
 #include "LDIF_Exception.h"
 #include "handle.h"
 
+#include "veltor/cfg_admin.h"
+
 #include <algorithm>
 #include <sstream>
 #include <string>
@@ -687,6 +689,168 @@ TEST_F(Memory, WithoutAHandleTheWalkGivesNullAllTheSame)
     EXPECT_EQ(memory.requests(), 3U);
 }
 
+// ---- The reading calls of administration ----
+
+TEST_F(Memory, ReadTellsANodeThatFailedFromAllElse)
+{
+    std::string stored = "dn: \ncharset: ISO-8859-1\nversion: 1\n" + everything();
+    const std::string password = "Secret of the manager";
+    const std::string longPassword(300, 'm');
+    stored.replace(stored.find(password), password.size(), encoded(password));
+    stored.replace(stored.find(longPassword), longPassword.size(), encoded(longPassword));
+    const Handle handle = bound(configuration());
+    forEveryRequest([&](Shortage shortage, std::size_t nth) {
+        cfg_message* result = nullptr;
+        FailingAllocator memory(shortage, nth);
+        const int code = cfg_read_s(handle.get(), nullptr, subtree, &result);
+        memory.stop();
+        const Message owned(result);
+        if (!memory.failed()) {
+            EXPECT_EQ(code, 0);
+            EXPECT_EQ(listed(result), stored);
+            return false;
+        }
+        EXPECT_EQ(result, nullptr);
+        const Request how = memory.firstFailure();
+        if (how == Request::calloc || how == Request::strdup) {
+            // A node or the copy of a text.
+            expectRecorded(handle.get(), code);
+            EXPECT_EQ(code, 90);
+            EXPECT_EQ(kept(handle.get()), nullptr);
+        } else {
+            expectShortageTold(handle.get(), code, shortage);
+        }
+        cfg_message* again = nullptr;
+        EXPECT_EQ(cfg_read_s(handle.get(), nullptr, subtree, &again), 0);
+        EXPECT_EQ(listed(Message(again).get()), stored);
+        return true;
+    });
+}
+
+TEST_F(Memory, ReadThatFailsForAnotherReason)
+{
+    struct Row
+    {
+        const char* name;
+        const char* base;
+        int code;
+    };
+    const Row rows[] = {
+        {"no such base", "cn=nobody has such a name, o=anywhere", 32},
+        {"bad base", "cn=a long name before it, =x", 34},
+    };
+    const Handle handle = bound(configuration());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        forEveryRequest([&](Shortage shortage, std::size_t nth) {
+            cfg_message* result = nullptr;
+            FailingAllocator memory(shortage, nth);
+            const int code = cfg_read_s(handle.get(), row.base, subtree, &result);
+            memory.stop();
+            const Message owned(result);
+            EXPECT_EQ(result, nullptr);
+            expectRecorded(handle.get(), code);
+            if (code != row.code) {
+                EXPECT_TRUE(memory.failed());
+                expectShortageTold(handle.get(), code, shortage);
+            }
+            EXPECT_EQ(cfg_read_s(handle.get(), row.base, subtree, &result), row.code);
+            cfg_reset(handle.get());
+            return memory.failed();
+        });
+    }
+}
+
+TEST_F(Memory, AReadingCallThatReadsTheFileAgain)
+{
+    struct Given
+    {
+        int code;
+        Text text;
+        Message result;
+    };
+    const std::string file = pathOf("zorslapd.conf");
+    for (const bool ofComment : {false, true}) {
+        SCOPED_TRACE(ofComment ? "comment" : "entries");
+        forEveryRequest([&](Shortage shortage, std::size_t nth) {
+            write(configuration());
+            const Handle handle = unbound(file);
+            EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+            const auto reading = [&] {
+                char* text = nullptr;
+                cfg_message* result = nullptr;
+                const int code = ofComment ? cfg_get_comment_s(handle.get(), "cn=Configuration", nullptr, &text)
+                                           : cfg_read_s(handle.get(), "cn=Configuration", baseScope, &result);
+                return Given{code, Text(text), Message(result)};
+            };
+            shiftModificationTime(file, 10);
+            FailingAllocator memory(shortage, nth);
+            const Given given = reading();
+            memory.stop();
+            expectRecorded(handle.get(), given.code);
+            EXPECT_EQ(given.text != nullptr || given.result != nullptr, given.code == 0);
+            EXPECT_TRUE(memory.failed() || given.code == 0);
+            if (memory.failed() && given.code != 90) {
+                expectLoadOutcome(handle.get(), given.code, shortage, configuration(), read());
+            }
+            EXPECT_EQ(linesOf(read()), linesOf(configuration()));
+            write(configuration());
+            shiftModificationTime(file, 20);
+            const Given again = reading();
+            EXPECT_EQ(again.code, 0);
+            EXPECT_EQ(ofComment ? shown(again.text.get()) : dnsOf(again.result.get()),
+                      ofComment ? "Above the configuration entry." : "cn=Configuration\n");
+            return memory.failed();
+        });
+    }
+}
+
+TEST_F(Memory, ACommentIsGivenOrTheShortageTold)
+{
+    struct Row
+    {
+        const char* name;
+        const char* dn;
+        const char* attribute;
+        int code;
+        const char* text;
+    };
+    const Row rows[] = {
+        {"of an entry", "cn=Configuration", nullptr, 0, "Above the configuration entry."},
+        {"of an attribute of the root", "", "version", 0,
+         "The configuration file of a directory server, with a comment."},
+        {"no such attribute", "cn=Configuration", "a-name-of-an-attribute-that-is-long", 16, nullptr},
+        {"no such entry", "cn=nobody has such a name, o=anywhere", nullptr, 32, nullptr},
+    };
+    const Handle handle = bound(configuration());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        forEveryRequest([&](Shortage shortage, std::size_t nth) {
+            char* text = nullptr;
+            FailingAllocator memory(shortage, nth);
+            const int code = cfg_get_comment_s(handle.get(), row.dn, row.attribute, &text);
+            memory.stop();
+            const Text owned(text);
+            expectRecorded(handle.get(), code);
+            if (code == row.code) {
+                EXPECT_EQ(shown(text), shown(row.text));
+            } else {
+                EXPECT_TRUE(memory.failed());
+                EXPECT_EQ(text, nullptr);
+                expectShortageTold(handle.get(), code, shortage);
+                if (shortage == Shortage::once && memory.firstFailure() == Request::strdup) {
+                    EXPECT_EQ(code, 90);
+                }
+            }
+            char* again = nullptr;
+            EXPECT_EQ(cfg_get_comment_s(handle.get(), row.dn, row.attribute, &again), row.code);
+            EXPECT_EQ(shown(Text(again).get()), shown(row.text));
+            cfg_reset(handle.get());
+            return memory.failed();
+        });
+    }
+}
+
 // ---- The report, and what needs no memory ----
 
 TEST_F(Memory, TheReportIsNullOnceAndThereTheNextTime)
@@ -737,10 +901,20 @@ TEST_F(Memory, WhatOnlyLooksOrReleasesRequestsNothing)
         cfg_get_minimum(other);
         cfg_get_maximum(other);
         cfg_get_is_single(other);
+        cfg_failure record = {};
+        EXPECT_EQ(cfg_failure_count(other), 1);
+        EXPECT_EQ(cfg_failure_at(other, 0, &record), 0);
+        EXPECT_EQ(cfg_failure_at(other, 1, &record), 89);
         cfg_err2string(1000);
         cfg_err2string(5000);
         getInstallPath();
         getDefaultConfigFilename();
+    });
+    expectNoRequest("catalogue", [&] {
+        cfg_attr_type type = {};
+        for (int index = 0; index < cfg_attr_type_count(); ++index) {
+            cfg_attr_type_at(index, &type);
+        }
     });
     expectNoRequest("flags", [&] {
         int value = 0;

@@ -33,22 +33,22 @@ constexpr bool single = true;
 constexpr bool multi = false;
 constexpr std::int32_t unlimited = 2147483647;
 
+/// A record, and the word for its syntax. The word stands beside the record: syntaxes share functions, so that a
+/// record alone does not tell its own.
+struct Definition
+{
+    _AttrType type;
+    const char* syntax;
+};
+
 // One maker for each syntax: a record uses the five functions of one.
-#define VELTOR_SYNTAX(syntax)                                                                                          \
-    constexpr _AttrType syntax##Type(const char* name, const char* const* enumValues, std::int32_t bitmask,            \
-                                     std::int32_t min, std::int32_t max, bool singleValued)                            \
+#define VELTOR_SYNTAX(syntaxName)                                                                                      \
+    constexpr Definition syntaxName##Type(const char* name, const char* const* enumValues, std::int32_t bitmask,       \
+                                          std::int32_t min, std::int32_t max, bool singleValued)                       \
     {                                                                                                                  \
-        return {name,                                                                                                  \
-                syntax##Compare,                                                                                       \
-                syntax##FromStr,                                                                                       \
-                syntax##FromBin,                                                                                       \
-                syntax##ToStr,                                                                                         \
-                syntax##ToBin,                                                                                         \
-                enumValues,                                                                                            \
-                bitmask,                                                                                               \
-                min,                                                                                                   \
-                max,                                                                                                   \
-                singleValued};                                                                                         \
+        return {{name, syntaxName##Compare, syntaxName##FromStr, syntaxName##FromBin, syntaxName##ToStr,               \
+                 syntaxName##ToBin, enumValues, bitmask, min, max, singleValued},                                      \
+                #syntaxName};                                                                                          \
     }
 VELTOR_SYNTAX(ces)
 VELTOR_SYNTAX(cis)
@@ -70,7 +70,7 @@ VELTOR_SYNTAX(plugin)
 // name, allowed values, allowed bits, minimum, maximum, single-valued.
 // zor-slapdIdleTimeOut stands twice, alike: a look-up finds one of the two.
 // clang-format off
-constexpr _AttrType definitions[] = {
+constexpr Definition definitions[] = {
     cesType("charset", nullptr, 0, 0, 0, single),
     intType("version", nullptr, 0, 1, 1, single),
     cisType("cn", nullptr, 0, 0, 0, single),
@@ -208,11 +208,18 @@ constexpr bool nameLess(const _AttrType& left, const _AttrType& right)
     return asciiLower(*a) < asciiLower(*b);
 }
 
+constexpr auto sorted = [] {
+    std::array<Definition, definitionCount> rows{};
+    std::copy(std::begin(definitions), std::end(definitions), rows.begin());
+    std::sort(rows.begin(), rows.end(),
+              [](const Definition& left, const Definition& right) { return nameLess(left.type, right.type); });
+    return rows;
+}();
+
 constexpr auto catalogue = [] {
     std::array<_AttrType, definitionCount + 1> records{};
-    std::copy(std::begin(definitions), std::end(definitions), records.begin());
-    std::sort(records.begin(), records.end() - 1, nameLess);
-    records.back() = cesType(nullptr, nullptr, 0, 0, 0, multi);
+    std::transform(sorted.begin(), sorted.end(), records.begin(), [](const Definition& row) { return row.type; });
+    records.back() = cesType(nullptr, nullptr, 0, 0, 0, multi).type;
     return records;
 }();
 
@@ -358,6 +365,17 @@ const _AttrType* recordOf(std::string_view name)
 
 constinit const std::array<_AttrType, 117> attrMapArray = catalogue;
 constinit const _AttrType* const attrMap = attrMapArray.data();
+constinit const std::array<veltor::detail::NamedType, 115> veltor::detail::namedTypes = [] {
+    std::array<NamedType, 115> types{};
+    std::size_t names = 0;
+    for (std::size_t index = 0; index < definitionCount; ++index) {
+        // Of two records of one name the one that look-ups give.
+        if (bisected(catalogue[index]) == index) {
+            types[names++] = {&attrMapArray[index], sorted[index].syntax};
+        }
+    }
+    return types;
+}();
 constinit int numAttrs = 0;
 constinit const _AttrType* defaultAttrType = nullptr;
 

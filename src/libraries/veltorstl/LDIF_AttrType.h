@@ -157,8 +157,21 @@ inline constexpr auto& pluginToBin = cesToBin;
 
 namespace veltor::detail {
 
+/// A record of the catalogue, and the word for its syntax: the prefix of that syntax's functions.
+struct NamedType
+{
+    const _AttrType* type;
+    const char* syntax;
+};
+
+/// The catalogue by its names: each once, in name order, letter case ignored. Constant: there before any start-up code.
+extern const std::array<NamedType, 115> namedTypes;
+
 /// What getAttrType() finds for a name that need not end in NUL; of one that has a NUL in it, for what stands before.
 const _AttrType* attrTypeOf(std::string_view name);
+
+/// True for the shape of an encoded password: it alone tells one from a clear text.
+bool isEncoded(std::string_view text);
 
 /// True when a type's syntax stores the text form of a value unchanged, so that a value need not be built again
 /// from its text. DN values may read back differently; types of foreign syntaxes are not known.

@@ -1,6 +1,7 @@
 // Runs of comment lines.
 #include "LDIF_Comment.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -20,6 +21,12 @@ void LDIF_Comment::append(LDIF_Comment&& other)
                      std::make_move_iterator(other.lines.end()));
     }
     other.lines.clear();
+}
+
+std::size_t LDIF_Comment::linesAboveBlock() const
+{
+    const auto isOutside = [](const LDIF_Line& line) { return line.type == LDIF_Line::blankLine || line.endsEntry(); };
+    return static_cast<std::size_t>(std::find_if(lines.rbegin(), lines.rend(), isOutside).base() - lines.begin());
 }
 
 std::string LDIF_Comment::str() const

@@ -5,6 +5,7 @@
 #include "LDIF_Line.h"
 #include "list.h"
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -38,6 +39,10 @@ public:
             text.push_back('\n');
         }
     }
+
+    /// How many of the lines stand above the block that is directly above what the comment belongs to: those up to the
+    /// last blank line, be it kept or not. Attributes have blank lines too where they are the root's.
+    std::size_t linesAboveBlock() const;
 
 private:
     void append(LDIF_Comment&& other);

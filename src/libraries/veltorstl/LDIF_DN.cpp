@@ -289,7 +289,12 @@ private:
     void remember(View text, const LDIF_DN& dn) const
     {
         if constexpr (std::is_same_v<Character, char>) {
-            if (memory() != nullptr && text.find_first_of(separatorsAndEscapes) == View::npos) {
+            if (memory() == nullptr || text.find_first_of(separatorsAndEscapes) != View::npos) {
+                return;
+            }
+            // An empty value has another form at the end of a DN than in front of a separator.
+            const LDIF_RDN& rdn = dn.back();
+            if (std::none_of(rdn.begin(), rdn.end(), [](const auto& pair) { return pair.second.empty(); })) {
                 memory()->remember(text, dn.shared(dn.size() - 1));
             }
         }

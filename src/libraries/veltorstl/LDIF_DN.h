@@ -430,7 +430,8 @@ public:
     const RdnRef* find(std::string_view text) const;
     void remember(std::string_view text, const RdnRef& rdn);
 
-    /// Lends a whole DN until the next one is lent: the next line most likely lies below it.
+    /// Lends a whole DN, which has a level at least, until the next one is lent: the next line most likely lies below
+    /// it.
     void lend(std::string_view text, const LDIF_DN& dn);
     /// The DN that is lent, if that is its text; else null.
     const LDIF_DN* lent(std::string_view text) const { return text == lentText_ ? lent_ : nullptr; }

@@ -8,6 +8,7 @@
 #include "disk.h"
 #include "entry_index.h"
 #include "load.h"
+#include "load_rules.h"
 #include "region.h"
 #include "rendered_text.h"
 
@@ -226,6 +227,46 @@ private:
     std::optional<Order> order_;
 };
 
+bool endsLoad(const LDIF_Exception& refusal)
+{
+    return refusal.ldapErr == result::objectClassViolation || refusal.isSystemFailure();
+}
+
+namespace {
+
+[[noreturn]] void refuseInRoot(int line, int ldapCode, int libraryCode, const std::string& message,
+                               const LDIF_Attribute& attribute)
+{
+    LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
+    failure.entryDn = rootName;
+    failure.attribute = attribute.name;
+    failure.value = attribute.values.empty() ? "" : attribute.values.begin()->str();
+    throw failure;
+}
+
+} // namespace
+
+bool& RootNames::admit(const LDIF_Attribute& attribute)
+{
+    const auto refuseSecond = [&](const char* message) {
+        refuseInRoot(__LINE__, result::constraintViolation, singleValued, message, attribute);
+    };
+    if (attribute.name == "VERSION") {
+        if (versionSeen) {
+            refuseSecond("More than 1 \"version\" attribute not allowed");
+        }
+        return versionSeen;
+    }
+    if (attribute.name == "CHARSET") {
+        if (charsetSeen) {
+            refuseSecond("More than 1 \"charset\" attribute not allowed");
+        }
+        return charsetSeen;
+    }
+    refuseInRoot(__LINE__, result::objectClassViolation, notInObjectClass,
+                 "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
+}
+
 /// One load of the file into an empty tree.
 class Loader
 {
@@ -292,6 +333,9 @@ private:
         case LDIF_Line::blankLine:
             if (current_ != nullptr) {
                 closeEntry();
+                if (!pending_.lines.empty()) {
+                    pending_.lines.back().setEndsEntry(true);
+                }
                 break;
             }
             [[fallthrough]];
@@ -331,13 +375,22 @@ private:
     {
         line_.changeToInvalidAttr();
         image_.hasKeptLines = true;
-        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank.
+        if (!keepsText_) {
+            return;
+        }
+        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank. A DN
+        // line without a colon gets the label of DN lines, since its entry would not come back under the other.
+        if (line_.type == LDIF_Line::dn) {
+            line_.name = "dn";
+        }
+        const auto lineNumber = line_.lineNumber;
         std::size_t before = line_.value.size() + 1;
-        while (keepsText_ && line_.value.size() < before) {
+        while (line_.value.size() < before) {
             before = line_.value.size();
             const std::string written = line_.str() + "\n";
             LineReader(written).next(line_);
         }
+        line_.lineNumber = lineNumber;
     }
 
     void closeEntry()
@@ -395,13 +448,13 @@ private:
     /// The first entry is at hand: what the root does not say by now it gets by default.
     void addRootDefaults()
     {
-        if (!charsetSeen_) {
-            addDefault("charset", "ISO-8859-1");
-            charsetSeen_ = true;
+        if (!rootNames_.charsetSeen) {
+            addDefault("charset", defaultCharset);
+            rootNames_.charsetSeen = true;
         }
-        if (!versionSeen_) {
-            addDefault("version", "1");
-            versionSeen_ = true;
+        if (!rootNames_.versionSeen) {
+            addDefault("version", defaultVersion);
+            rootNames_.versionSeen = true;
         }
     }
 
@@ -427,7 +480,7 @@ private:
                 addAttribute();
             }
         } catch (const LDIF_Exception& failure) {
-            if (failure.ldapErr == result::objectClassViolation || failure.isSystemFailure()) {
+            if (endsLoad(failure)) {
                 throw;
             }
             if (isLent) {
@@ -492,33 +545,9 @@ private:
             collector_.add(attributes_, std::move(attribute));
             return;
         }
-        if (attribute.name == "VERSION") {
-            addToRoot(std::move(attribute), versionSeen_, "More than 1 \"version\" attribute not allowed");
-        } else if (attribute.name == "CHARSET") {
-            addToRoot(std::move(attribute), charsetSeen_, "More than 1 \"charset\" attribute not allowed");
-        } else {
-            refuseInRoot(__LINE__, result::objectClassViolation, notInObjectClass,
-                         "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
-        }
-    }
-
-    void addToRoot(LDIF_Attribute&& attribute, bool& seen, const char* complaint)
-    {
-        if (seen) {
-            refuseInRoot(__LINE__, result::constraintViolation, singleValued, complaint, attribute);
-        }
+        bool& seen = rootNames_.admit(attribute);
         root_.attributes += std::move(attribute);
         seen = true;
-    }
-
-    [[noreturn]] static void refuseInRoot(int line, int ldapCode, int libraryCode, const std::string& message,
-                                          const LDIF_Attribute& attribute)
-    {
-        LDIF_Exception failure(__FILE_NAME__, line, ldapCode, libraryCode, message.c_str());
-        failure.entryDn = rootName;
-        failure.attribute = attribute.name;
-        failure.value = attribute.values.empty() ? "" : attribute.values.begin()->str();
-        throw failure;
     }
 
     // For every so many bytes of the file there may be a parent to remember.
@@ -542,8 +571,7 @@ private:
     EntryIndex& index_;
     AttributeCollector collector_;
     bool closing_ = false; // the current entry is on its way into the tree
-    bool versionSeen_ = false;
-    bool charsetSeen_ = false;
+    RootNames rootNames_;
     bool reprocess_ = false;
     bool ended_ = false;
     std::size_t lineBegin_ = 0; // of the line at hand
@@ -758,15 +786,25 @@ LDIF_Entry* LDIF_File::find(const LDIF_DN& dn)
     return entry != nullptr ? entry : root.find(dn);
 }
 
-const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
+const LDIF_Entry& LDIF_File::found(const LDIF_DN& dn, const char* complaint)
 {
-    const LDIF_Entry* const entry = find(base);
+    const LDIF_Entry* const entry = find(dn);
     if (entry == nullptr) {
-        LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, "Base entry not found");
-        failure.entryDn = printable(base);
+        LDIF_Exception failure(VELTOR_HERE, result::noSuchObject, result::noSuchObject, complaint);
+        failure.entryDn = printable(dn);
         throw failure;
     }
     return *entry;
+}
+
+const LDIF_Entry& LDIF_File::searchBase(const LDIF_DN& base)
+{
+    return found(base, "Base entry not found");
+}
+
+const LDIF_Entry& LDIF_File::entryOf(const LDIF_DN& dn)
+{
+    return found(dn, "Entry not found");
 }
 
 LDIF_Search_Results LDIF_File::search(const LDIF_DN& base, const LDIF_Search_Results::Scope& scope,
@@ -781,6 +819,22 @@ std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Searc
                                                  const LDIF_Filter& filter)
 {
     return veltor::detail::select(searchBase(base), scope, filter);
+}
+
+std::vector<const LDIF_Entry*> LDIF_File::select(const LDIF_DN& base, LDIF_Search_Results::Scope scope)
+{
+    const LDIF_Entry& top = searchBase(base);
+    std::vector<const LDIF_Entry*> entries;
+    if (scope != LDIF_Search_Results::oneLevel) {
+        entries.push_back(&top);
+    }
+    if (scope != LDIF_Search_Results::base) {
+        veltor::detail::TreeWalk walk(top);
+        for (walk.next(); walk.current() != nullptr; walk.next(scope == LDIF_Search_Results::subtree)) {
+            entries.push_back(walk.current());
+        }
+    }
+    return entries;
 }
 
 // ---- Authentication ----

@@ -74,6 +74,14 @@ public:
     std::vector<const LDIF_Entry*> select(const LDIF_DN& base, LDIF_Search_Results::Scope scope,
                                           const LDIF_Filter& filter);
 
+    /// Every entry in scope in that order, also those without attributes.
+    /// @throws LDIF_Exception 32/32 when there is no such base
+    std::vector<const LDIF_Entry*> select(const LDIF_DN& base, LDIF_Search_Results::Scope scope);
+
+    /// The entry of that DN in the tree, for the empty DN the root; good until the tree changes.
+    /// @throws LDIF_Exception 32/32 when there is none
+    const LDIF_Entry& entryOf(const LDIF_DN& dn);
+
     // Updates change the tree in memory; flush() writes it. Modification lists are null-terminated; values are
     // texts, or with LDAP_MOD_BVALUES the data of berval records, read up to the first NUL on purpose: their
     // length is not consulted. A list needs a type in every record and data in every berval (else 89/89).
@@ -130,6 +138,7 @@ protected:
 private:
     void remember(LDIF_Entry& entry);
     void forget(const LDIF_Entry& entry);
+    const LDIF_Entry& found(const LDIF_DN& dn, const char* complaint);
     const LDIF_Entry& searchBase(const LDIF_DN& base);
     bool verified(const char* dn, const char* password);
     void render(veltor::detail::RenderedText& text) const;

@@ -216,6 +216,7 @@ void readLogicalLine(LDIF_Line& line, Input& input, int& number)
     line.type = LDIF_Line::endOfFile;
     line.lineNumber = number + 1;
     line.valid = true;
+    line.setEndsEntry(false);
     if (input.atError()) {
         return;
     }

@@ -60,6 +60,14 @@ public:
 
     /// Turns a line that can't be used into an attribute "zor-slapdInvalidLine" that keeps its text.
     void changeToInvalidAttr();
+
+    /// A comment that stood last in an entry: the blank line behind it closed the entry and is not kept, yet parts the
+    /// comment from what follows.
+    bool endsEntry() const noexcept { return endsEntry_; }
+    void setEndsEntry(bool endsEntry) noexcept { endsEntry_ = endsEntry; }
+
+private:
+    bool endsEntry_ = false;
 };
 
 namespace veltor::detail {

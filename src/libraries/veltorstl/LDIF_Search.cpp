@@ -222,6 +222,18 @@ void LDIF_Search_Results::addEntry(const LDIF_Entry& entry, const bool& isBase)
              [&] { visitMatches(entry, isBase, scope, filter, [&](const LDIF_Entry& match) { addCopy(match); }); });
 }
 
+LDIF_Search_Results::Scope veltor::detail::scopeOf(int scope)
+{
+    switch (scope) {
+    case LDIF_Search_Results::oneLevel:
+        return LDIF_Search_Results::oneLevel;
+    case LDIF_Search_Results::subtree:
+        return LDIF_Search_Results::subtree;
+    default:
+        return LDIF_Search_Results::base;
+    }
+}
+
 // ---- Searches without copies ----
 
 bool veltor::detail::FilterRun::matches(const LDIF_Entry& entry, const LDIF_Attribute* likelyPlace)

@@ -71,6 +71,9 @@ private:
 
 namespace veltor::detail {
 
+/// The scope that a caller's number means: whatever is neither one level nor the subtree is the base alone.
+LDIF_Search_Results::Scope scopeOf(int scope);
+
 /// A filter at work on one entry after the other: what it compares with is built once for a type.
 class FilterRun
 {

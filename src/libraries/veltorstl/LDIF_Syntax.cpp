@@ -17,6 +17,7 @@
 #include <strings.h>
 #include <vector>
 
+using veltor::detail::isEncoded;
 using veltor::detail::Layer;
 using veltor::detail::translating;
 using veltor::detail::wrapping;
@@ -476,15 +477,10 @@ void dnFromBin(LDIF_Value& value, const void* data, int length)
 
 // ---- pw: a password, stored encoded ----
 
-namespace {
-
-/// This shape alone tells an encoded password from a clear one.
-bool isEncoded(std::string_view text)
+bool veltor::detail::isEncoded(std::string_view text)
 {
     return !text.empty() && text.front() == '>' && text.back() == '<';
 }
-
-} // namespace
 
 int pwCompare(const LDIF_Value& left, const LDIF_Value& right)
 {

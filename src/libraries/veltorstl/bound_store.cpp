@@ -412,9 +412,12 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             block.lines.push_back(std::move(line));
             text.remove_prefix(std::min(end + 1, text.size()));
         }
-        auto& lines = comment->lines;
-        while (!lines.empty() && lines.back().type == LDIF_Line::comment) {
-            lines.pop_back();
+        comment->lines.resize(comment->linesAboveBlock());
+        if (!block.lines.empty() && !comment->lines.empty() && comment->lines.back().type == LDIF_Line::comment) {
+            // What closed the entry above: its blank line was not kept, yet has to part the two again.
+            LDIF_Line blank;
+            blank.type = LDIF_Line::blankLine;
+            comment->lines.push_back(std::move(blank));
         }
         comment->absorb(std::move(block));
     });
@@ -428,6 +431,7 @@ void BoundStore::flush()
     if (inSet()) {
         refuse(__LINE__, result::unwillingToPerform, "A change set is written by its commit");
     }
+    refresh();
     // In safe mode every change was written by its commit.
     if (!isCareful()) {
         LDIF_File::flush();

@@ -72,7 +72,8 @@ public:
     /// @throws LDIF_Exception 32/32, 16/16; 21/21 for lines that would not come back
     void setComment(const LDIF_DN& dn, const char* attribute, std::string_view text);
 
-    /// The classic write; 53/53 in never-write mode and inside a set; nothing to do in safe mode.
+    /// The classic re-read and write; in safe mode there is nothing to write.
+    /// @throws LDIF_Exception 53/53 in never-write mode and inside a set; as LDIF_File
     void flush();
 
     /// @throws LDIF_Exception 53/53 in another mode

@@ -1,5 +1,5 @@
 // Change sets, and whole texts in place of the file's.
-#include "handle.h"
+#include "read.h"
 
 #include "veltor/cfg_admin.h"
 
@@ -10,24 +10,6 @@ using namespace veltor::detail;
 namespace result = veltor::result;
 
 namespace {
-
-/// Runs one call on the store of a bound handle.
-/// @param argumentsSound  what the call demands of its own arguments; false is 89
-template <class Work>
-int runOnStore(void* handle, bool argumentsSound, const Layer& layer, Work&& work)
-{
-    if (cfg_reset(handle) != 0) {
-        return result::paramError;
-    }
-    cfg_handle& target = *handleOf(handle);
-    if (!isBound(target) || !argumentsSound) {
-        return target.lastResult = result::paramError;
-    }
-    return runKept(target, layer, [&] {
-        work(*target.store);
-        return 0;
-    });
-}
 
 std::string_view textOf(const char* text, std::size_t size)
 {
@@ -41,25 +23,33 @@ int cfg_begin_s(void* handle, int timeout_ms)
     return runOnStore(handle, timeout_ms >= 0, {VELTOR_HERE, "System error in cfg_begin_s()"}, [&](BoundStore& store) {
         handleOf(handle)->writing.lockTimeoutMs = timeout_ms;
         store.begin(timeout_ms);
+        return 0;
     });
 }
 
 int cfg_commit_s(void* handle)
 {
-    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_commit_s()"},
-                      [](BoundStore& store) { store.commit(); });
+    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_commit_s()"}, [](BoundStore& store) {
+        store.commit();
+        return 0;
+    });
 }
 
 int cfg_rollback_s(void* handle)
 {
-    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_rollback_s()"},
-                      [](BoundStore& store) { store.rollback(); });
+    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_rollback_s()"}, [](BoundStore& store) {
+        store.rollback();
+        return 0;
+    });
 }
 
 int cfg_install_s(void* handle, const char* text, size_t size)
 {
     return runOnStore(handle, text != nullptr || size == 0, {VELTOR_HERE, "System error in cfg_install_s()"},
-                      [&](BoundStore& store) { store.install(textOf(text, size)); });
+                      [&](BoundStore& store) {
+                          store.install(textOf(text, size));
+                          return 0;
+                      });
 }
 
 int cfg_create_s(void* handle, const char* file, const char* text, size_t size)
@@ -86,20 +76,20 @@ int cfg_render_s(void* handle, char** text, size_t* size)
     if (size != nullptr) {
         *size = 0;
     }
-    return runOnStore(handle, text != nullptr && size != nullptr, {VELTOR_HERE, "System error in cfg_render_s()"},
-                      [&](BoundStore& store) {
-                          store.refresh();
-                          const FileText rendered = store.rendered();
-                          const std::string_view view = rendered.view();
-                          char* const copy = static_cast<char*>(std::malloc(view.size() + 1));
-                          if (copy == nullptr) {
-                              throw LDIF_Exception(VELTOR_HERE, result::noMemory, result::noMemory, "malloc()");
-                          }
-                          std::memcpy(copy, view.data(), view.size());
-                          copy[view.size()] = '\0';
-                          *text = copy;
-                          *size = view.size();
-                      });
+    return runRead(handle, text != nullptr && size != nullptr, {VELTOR_HERE, "System error in cfg_render_s()"},
+                   [&](BoundStore& store) {
+                       const FileText rendered = store.rendered();
+                       const std::string_view view = rendered.view();
+                       char* const copy = static_cast<char*>(std::malloc(view.size() + 1));
+                       if (copy == nullptr) {
+                           throw LDIF_Exception(VELTOR_HERE, result::noMemory, result::noMemory, "malloc()");
+                       }
+                       std::memcpy(copy, view.data(), view.size());
+                       copy[view.size()] = '\0';
+                       *text = copy;
+                       *size = view.size();
+                       return 0;
+                   });
 }
 
 int cfg_locate_s(void* handle, const char* dn, const char* attribute, const char* value, int* line)
@@ -107,24 +97,11 @@ int cfg_locate_s(void* handle, const char* dn, const char* attribute, const char
     if (line != nullptr) {
         *line = 0;
     }
-    return runOnStore(handle, dn != nullptr && line != nullptr, {VELTOR_HERE, "System error in cfg_locate_s()"},
-                      [&](BoundStore& store) {
-                          store.refresh();
-                          LDIF_DN parsed;
-                          parsed = cisString(dn);
-                          *line = store.lineOf(parsed, attribute, value);
-                      });
-}
-
-int cfg_set_comment_s(void* handle, const char* dn, const char* attribute, const char* text)
-{
-    return runOnStore(handle, dn != nullptr, {VELTOR_HERE, "System error in cfg_set_comment_s()"},
-                      [&](BoundStore& store) {
-                          store.needsSafeMode();
-                          store.update([&] {
-                              LDIF_DN parsed;
-                              parsed = cisString(dn);
-                              store.setComment(parsed, attribute, text == nullptr ? "" : text);
-                          });
-                      });
+    return runRead(handle, dn != nullptr && line != nullptr, {VELTOR_HERE, "System error in cfg_locate_s()"},
+                   [&](BoundStore& store) {
+                       LDIF_DN parsed;
+                       parsed = cisString(dn);
+                       *line = store.lineOf(parsed, attribute, value);
+                       return 0;
+                   });
 }

@@ -4,20 +4,10 @@
 #include "veltor/cfg.h"
 
 using namespace veltor::detail;
-namespace result = veltor::result;
-
 int cfg_flush_s(void* handle)
 {
-    if (cfg_reset(handle) != 0) {
-        return result::paramError;
-    }
-    cfg_handle& target = *handleOf(handle);
-    if (!isBound(target)) {
-        return target.lastResult = result::paramError;
-    }
-    return runKept(target, {VELTOR_HERE, "System error in cfg_flush_s()"}, [&] {
-        target.store->refresh();
-        target.store->flush();
+    return runOnStore(handle, true, {VELTOR_HERE, "System error in cfg_flush_s()"}, [](BoundStore& store) {
+        store.flush();
         return 0;
     });
 }

@@ -5,6 +5,8 @@
 #include "LDIF_Exception.h"
 #include "bound_store.h"
 
+#include "veltor/cfg.h"
+
 #include <cstdint>
 
 namespace veltor::detail {
@@ -65,6 +67,23 @@ int runKept(cfg_handle& handle, const Layer& layer, Work&& work)
     } catch (...) {
         return keepFailure(handle, layer);
     }
+}
+
+/// Runs one call on the store of a bound handle: resets the handle, looks at the arguments, keeps what is thrown.
+///
+/// @param argumentsSound  what the call demands of its own arguments; false is 89
+/// @param work            takes the store, gives the result code
+template <class Work>
+int runOnStore(void* handle, bool argumentsSound, const Layer& layer, Work&& work)
+{
+    if (cfg_reset(handle) != 0) {
+        return result::paramError;
+    }
+    cfg_handle& target = *handleOf(handle);
+    if (!isBound(target) || !argumentsSound) {
+        return target.lastResult = result::paramError;
+    }
+    return runKept(target, layer, [&] { return work(*target.store); });
 }
 
 } // namespace veltor::detail

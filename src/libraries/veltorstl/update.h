@@ -18,18 +18,11 @@ namespace veltor::detail {
 template <class Change>
 int runUpdate(void* handle, const char* dn, bool argumentsSound, const Layer& layer, Change&& change)
 {
-    if (cfg_reset(handle) != 0) {
-        return result::paramError;
-    }
-    cfg_handle& target = *handleOf(handle);
-    if (!isBound(target) || dn == nullptr || !argumentsSound) {
-        return target.lastResult = result::paramError;
-    }
-    return runKept(target, layer, [&] {
-        target.store->update([&] {
+    return runOnStore(handle, dn != nullptr && argumentsSound, layer, [&](BoundStore& store) {
+        store.update([&] {
             LDIF_DN parsed;
             parsed = cisString(dn);
-            change(*target.store, parsed);
+            change(store, parsed);
         });
         return 0;
     });
