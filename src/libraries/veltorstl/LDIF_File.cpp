@@ -4,6 +4,7 @@
 #include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
 #include "LDIF_Line.h"
+#include "descriptor.h"
 #include "disk.h"
 #include "entry_index.h"
 #include "load.h"
@@ -59,7 +60,7 @@ constexpr char configurationName[] = "cn=Configuration";
 struct stat statusOf(const std::string& fileName)
 {
     struct stat status = {};
-    if (stat(fileName.c_str(), &status) != 0) {
+    if (veltor::detail::retried([&] { return stat(fileName.c_str(), &status); }) != 0) {
         refuseFile(__LINE__, result::connectError, fileNotFound, "_stat()", fileName, errno);
     }
     return status;

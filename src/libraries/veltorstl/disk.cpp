@@ -132,7 +132,7 @@ FileText readWholeFile(const std::string& fileName)
 
 FileText readOpened(const Descriptor& file, const std::string& fileName, struct stat& status)
 {
-    if (!file.valid() || fstat(file.get(), &status) != 0) {
+    if (!file.valid() || retried([&] { return fstat(file.get(), &status); }) != 0) {
         refuseOpen(__LINE__, fileName);
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {

@@ -420,11 +420,19 @@ std::string lockNameOf(const FilePlace& place)
     return place.name() + ".lock";
 }
 
+[[noreturn]] void refuseNoFile(int line, const FilePlace& place)
+{
+    refuse(line, result::connectError, fileOpen, "\"" + place.given() + "\" is not a plain file");
+}
+
 /// Opens the configuration for what its attributes are.
 int openedConfiguration(const FilePlace& place)
 {
     const int number = openedAt(place.folder(), place.name(), O_RDONLY, 0);
     if (number < 0) {
+        if (errno == ENXIO) {
+            refuseNoFile(__LINE__, place);
+        }
         refuseStep(__LINE__, "open", place.name());
     }
     return number;
@@ -434,8 +442,13 @@ int openedConfiguration(const FilePlace& place)
 void makeLockFile(const FilePlace& place, const std::string& lockName)
 {
     const Descriptor configuration(openedConfiguration(place));
+    const struct stat status = statusOf(configuration, place.name());
+    if (!S_ISREG(status.st_mode)) {
+        // Nothing is made beside what can't be changed: a device, for one, lies in a folder of the system's own.
+        refuseNoFile(__LINE__, place);
+    }
     Temporary fresh(place.folder(), place.name());
-    keepAttributes(configuration, statusOf(configuration, place.name()), fresh.file(), place.name());
+    keepAttributes(configuration, status, fresh.file(), place.name());
     static_cast<void>(fresh.appear(lockName));
 }
 
@@ -583,7 +596,7 @@ private:
             refuseStep(__LINE__, "open the folder of the backup", fileName);
         }
         struct stat configurationFolder = {};
-        if (fstat(place.folder(), &configurationFolder) != 0) {
+        if (retried([&] { return fstat(place.folder(), &configurationFolder); }) != 0) {
             refuseStep(__LINE__, "look at the folder of", place.name());
         }
         besideConfiguration_ = isSame(statusOf(folder_, fileName), configurationFolder);

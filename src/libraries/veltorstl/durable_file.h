@@ -54,8 +54,8 @@ public:
     /// for the same reason, and the owner would be locked out.
     ///
     /// @throws LDIF_Exception 51/51 when the lock stays busy, naming the holder; 50/1004 when the lock file can't be
-    ///         opened or made for want of permission, or is a link, a folder or a fifo; 80/1000 for other failures of
-    ///         the system
+    ///         opened or made for want of permission, or is a link, a folder or a fifo; 91/1004 when it is not there
+    ///         and the configuration is no plain file; 80/1000 for other failures of the system
     WriterLock(const FilePlace& place, int timeoutMs);
     WriterLock(const WriterLock&) = delete;
     WriterLock& operator=(const WriterLock&) = delete;
