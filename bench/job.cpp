@@ -141,7 +141,7 @@ void modifyOnce(char** arguments)
 
 // ---- Jobs that measure themselves ----
 
-/// Base searches all over the file, each DN once.
+/// Base searches all over the file, of each entry in turn.
 void searchBase(char** arguments)
 {
     const std::size_t searches = numberFrom(arguments[1]);
