@@ -3,7 +3,7 @@
 // process's CPU. All of them leave with _exit: release is measured by the job of that name and by no other.
 #include "generator.h"
 
-#include "veltor/cfg.h"
+#include "veltor/cfg_admin.h"
 
 #include <cstddef>
 #include <cstdio>
@@ -141,7 +141,7 @@ void modifyOnce(char** arguments)
 
 // ---- Jobs that measure themselves ----
 
-/// Base searches all over the file, each DN once.
+/// Base searches all over the file, of each entry in turn.
 void searchBase(char** arguments)
 {
     const std::size_t searches = numberFrom(arguments[1]);
@@ -263,6 +263,24 @@ void big(char** arguments)
     print("release", timed([&] { cfg_unbind(handle); }));
 }
 
+/// One change in safe mode, beside a load and a classic change of the same file.
+void safeChange(char** arguments)
+{
+    const auto change = [&](void* handle, const char* value) {
+        return timed([&] { modify(handle, arguments[1], LDAP_MOD_REPLACE, "zor-slapdIdleTimeOut", value); });
+    };
+    void* const classic = unbound(arguments[0]);
+    print("load", timed([&] { bind(classic); }));
+    print("modify", change(classic, "4711"));
+    cfg_unbind(classic);
+    void* const careful = unbound(arguments[0]);
+    if (cfg_set_write_mode(careful, CFG_WRITE_SAFE) != 0) {
+        fail("mode", careful);
+    }
+    bind(careful);
+    print("safe", change(careful, "4712"));
+}
+
 struct Job
 {
     std::string_view name;
@@ -274,6 +292,7 @@ struct Job
 constexpr Job jobs[] = {
     {"load", 1, load, "FILE"},
     {"modify", 2, modifyOnce, "FILE DN"},
+    {"safe", 2, safeChange, "FILE DN"},
     {"search-base", 4, searchBase, "FILE SEARCHES ENTRIES TREE"},
     {"search-equality", 2, searchEquality, "FILE FILTER"},
     {"walk", 1, walkAll, "FILE"},

@@ -63,6 +63,18 @@ public:
         judge("  ratio", median(ratios), 2, 2.0);
     }
 
+    /// What a safe change may cost: one and a half loads, since it reads back what it writes, and two classic changes.
+    void safeChange()
+    {
+        judge("safe change: x (1.5 load + 2 modify)",
+              medianOf(runs("safe", {entryDn(workload_.entries / 2, workload_)}),
+                       [](const Outcome& result) {
+                           const auto part = [&](const char* named) { return numberNamed(result.output, named); };
+                           return part("safe") / (1.5 * part("load") + 2 * part("modify"));
+                       }),
+              2, 1);
+    }
+
     void searchBase()
     {
         const auto results = runs("search-base", {"10000", std::to_string(workload_.entries), nameOf(workload_.tree)});
@@ -189,7 +201,8 @@ void measureJobs(Yardstick& yardstick)
             jobs.walk();
             jobs.release();
             jobs.resident();
-            jobs.modify(); // last: it changes the file
+            jobs.modify(); // from here on the file changes
+            jobs.safeChange();
         }
     }
 }

@@ -123,7 +123,7 @@ struct Options
 [[noreturn]] void usage()
 {
     std::fputs("usage: yardstick [--quick] [--library DIR] [--only PART]... [ENTRIES...]\n"
-               "  --quick        fewer sizes and trees: within two minutes\n"
+               "  --quick        fewer sizes, trees of jobs and rounds: within two minutes\n"
                "  --library DIR  measure the libveltorstl.so in this folder\n"
                "  --only PART    load, jobs, big or peers; may be repeated\n"
                "  ENTRIES        sizes of the files; 1 1000 10000 100000 by default\n",

@@ -940,6 +940,32 @@ TEST(LdifValues, AbsorbingGivesWhatAddingGives)
     }
 }
 
+TEST(LdifValues, AbsorbedValuesOfAnotherTypeAreAddedByTheirTexts)
+{
+    // They can only have come in behind their list's back.
+    const auto foreign = [](const char* text) {
+        LDIF_Values list("zor-slapdPort");
+        const LDIF_Value value(typeOf("cn"), text);
+        list.values.push_back(value);
+        return list;
+    };
+    LDIF_Values list = listOf("zor-slapdPort", {"389"});
+    list.absorb(foreign("0389"));
+    EXPECT_EQ(textsOf(list), Texts{"389"});
+    list.absorb(foreign(" 636 "));
+    EXPECT_EQ(textsOf(list), (Texts{"389", "636"}));
+    EXPECT_EQ(std::as_const(list).values.back().attrType, typeOf("zor-slapdPort"));
+
+    LDIF_Values absorbing = list;
+    const auto absorbed = failureOf([&] { absorbing.absorb(foreign("abc")); });
+    const auto added = failureOf([&] { list += foreign("abc"); });
+    expectCodes(absorbed, 21, 1016, "Value is not valid integer syntax");
+    ASSERT_TRUE(absorbed.has_value() && added.has_value());
+    EXPECT_EQ(absorbed->value, "abc");
+    EXPECT_EQ(recordsOf(*absorbed), recordsOf(*added));
+    EXPECT_EQ(textsOf(absorbing), (Texts{"389", "636"}));
+}
+
 // ---- Properties ----
 
 namespace {

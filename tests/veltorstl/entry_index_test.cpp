@@ -97,6 +97,33 @@ TEST_F(EntryIndexTest, FindsEachOfManyAfterOthersWereForgotten)
     }
 }
 
+TEST_F(EntryIndexTest, WhatComesAndGoesLeavesNothingBehind)
+{
+    Indexed tree;
+    std::vector<LDIF_Entry*> staying;
+    for (int number = 0; number < 100; ++number) {
+        staying.push_back(&tree.add("cn=" + std::to_string(number) + ",o=b"));
+    }
+    for (int round = 0; round < 10000; ++round) {
+        // The same one, and one that never was there before.
+        for (const std::string& dn : {std::string("cn=again,o=b"), "cn=new" + std::to_string(round) + ",o=b"}) {
+            LDIF_Entry entry(dnOf(dn));
+            tree.index.add(entry);
+            ASSERT_EQ(tree.index.find(dnOf(dn)), &entry);
+            tree.index.forget(entry);
+            ASSERT_EQ(tree.index.find(dnOf(dn)), nullptr);
+            ASSERT_LE(tree.index.size(), 2 * staying.size());
+        }
+    }
+    for (const LDIF_Entry* entry : staying) {
+        EXPECT_EQ(tree.index.find(entry->dn), entry);
+    }
+    for (const LDIF_Entry* entry : staying) {
+        tree.index.forget(*entry);
+    }
+    EXPECT_EQ(tree.index.size(), 0U);
+}
+
 TEST_F(EntryIndexTest, NamesNobodyInAnotherLocaleNorAfterIt)
 {
     Indexed tree;

@@ -667,6 +667,7 @@ TEST(LoadRoad, OrderOfNamesIsNotTakenFromNamesThatAreGone)
     }
 }
 
+<<<<<<< HEAD
 // An empty value has another form at the end of a DN than in front of a separator. What was remembered from one place
 // was once taken for the other.
 TEST(LoadRoad, EmptyValueHasTheFormOfItsPlace)
@@ -684,6 +685,39 @@ TEST(LoadRoad, EmptyValueHasTheFormOfItsPlace)
     const int inside = LDIF_RDN_value::plain;
     const int atEnd = LDIF_RDN_value::quoted;
     EXPECT_EQ(forms, (std::vector<int>{atEnd, inside, inside, inside, atEnd}));
+=======
+// A load keeps the names of a file only up to some number. Those beyond it come and go, also among those that are kept,
+// and each entry still has every attribute once, in order, with its values.
+TEST(LoadRoad, MoreNamesThanALoadKeepsAreInOrderAllTheSame)
+{
+    const LocaleGuard guard("C.UTF-8");
+    constexpr int names = 3000;
+    constexpr int perEntry = 20;
+    const auto nameOf = [](int number) { return "n" + std::to_string(10000 + number); };
+    std::string text = "charset: x\nversion: 1\n\n";
+    std::string expected = text;
+    for (int round = 0; round < 2; ++round) {
+        for (int first = 0; first < names; first += perEntry) {
+            const std::string head = "dn: cn=" + std::to_string(round * names + first) + ", o=x\n";
+            std::string sorted;
+            std::string shuffled;
+            for (int step = 0; step < perEntry; ++step) {
+                const std::string name = nameOf(first + step);
+                sorted += name + ": 1\n" + name + ": 2\n";
+                // The first time round they come in order, the second time in another.
+                const std::string other = nameOf(first + (round == 0 ? step : (step * 7 + 19) % perEntry));
+                shuffled += other + ": 1\n" + other + ": 2\n";
+            }
+            text += head + shuffled + "\n";
+            expected += head + sorted + "\n";
+        }
+    }
+    const TemporaryFolder folder;
+    const LDIF_File file(folder.write("zorslapd.conf", text), "");
+    std::string written;
+    file.root.appendTreeTo(written);
+    EXPECT_EQ(written, expected);
+>>>>>>> 9d49ee5680b214bf0ddbcbed2eb4c9793d277c4c
 }
 
 // A file of several chunks, whose memory serves what is made of it. An entry that is moved out takes what it needs.

@@ -354,7 +354,12 @@ void LDIF_Values::absorb(LDIF_Values&& other)
         Layer{VELTOR_HERE, "System error in LDIF_Values::operator +="},
         [&] {
             for (; current != other.values.end(); ++current) {
-                add(std::move(*current));
+                if (current->attrType == type) {
+                    add(std::move(*current));
+                } else {
+                    // It came in behind its list's back and has not passed this type's checks.
+                    *this += current->str();
+                }
             }
         },
         [&](LDIF_Exception& failure) {

@@ -62,7 +62,13 @@ void EntryIndex::forget(const LDIF_Entry& top)
             entries_.find(hashes_.back(), [entry](const LDIF_Entry* candidate) { return candidate == entry; });
         if (cell != nullptr) {
             *cell = forgotten();
+            ++forgotten_;
         }
+    }
+    // Before they prevail: what comes and goes again and again would take ever more room, and be passed ever again.
+    if (2 * forgotten_ > entries_.size()) {
+        entries_.takeOut([](const LDIF_Entry* entry) { return entry == forgotten(); });
+        forgotten_ = 0;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "fold_hash.h"
 #include "hash_cells.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -40,8 +41,11 @@ public:
     /// Adds an entry.
     void add(LDIF_Entry& entry);
 
-    /// Forgets an entry and everything below it.
+    /// Forgets an entry and everything below it. @throws std::bad_alloc: the index is of no use then
     void forget(const LDIF_Entry& top);
+
+    /// How many entries it has room taken for: those that it names, and at most as many that were forgotten.
+    std::size_t size() const { return entries_.size(); }
 
 private:
     LDIF_Entry* findLevels(const LDIF_DN& dn, std::size_t levels);
@@ -49,6 +53,7 @@ private:
 
     FoldTable fold_ = foldTable();
     HashCells<LDIF_Entry*> entries_;
+    std::size_t forgotten_ = 0;         // of those
     std::vector<std::uint64_t> hashes_; // of the DN at hand, by number of RDNs less one
     bool isComplete_ = true;
 };

@@ -6,12 +6,13 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace veltor::detail {
 
 /// Values by hashes, of which 32 bits are kept: whoever finds a value makes sure that it is the one that is meant. One
-/// hash may have several values. Nothing is ever taken out.
+/// hash may have several values.
 ///
 /// @tparam Value  Value{} is no value
 template <class Value>
@@ -40,6 +41,25 @@ public:
             }
         }
         return nullptr;
+    }
+
+    /// How many values there are.
+    std::size_t size() const { return used_; }
+
+    /// Takes out the values for which `isGone` is true, and gives back the room that they took. Walks over everything.
+    /// @throws std::bad_alloc, with everything as it was
+    template <class IsGone>
+    void takeOut(IsGone&& isGone)
+    {
+        const auto stays = [&isGone](const Cell& cell) { return cell.value != Value{} && !isGone(cell.value); };
+        // With room for as many more.
+        HashCells kept(2 * static_cast<std::size_t>(std::count_if(cells_.begin(), cells_.end(), stays)));
+        for (const Cell& cell : cells_) {
+            if (stays(cell)) {
+                kept.place(cell);
+            }
+        }
+        *this = std::move(kept);
     }
 
     /// Has the place of a hash fetched, for somebody who asks for several.
