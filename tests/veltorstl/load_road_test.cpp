@@ -667,7 +667,6 @@ TEST(LoadRoad, OrderOfNamesIsNotTakenFromNamesThatAreGone)
     }
 }
 
-<<<<<<< HEAD
 // An empty value has another form at the end of a DN than in front of a separator. What was remembered from one place
 // was once taken for the other.
 TEST(LoadRoad, EmptyValueHasTheFormOfItsPlace)
@@ -685,7 +684,8 @@ TEST(LoadRoad, EmptyValueHasTheFormOfItsPlace)
     const int inside = LDIF_RDN_value::plain;
     const int atEnd = LDIF_RDN_value::quoted;
     EXPECT_EQ(forms, (std::vector<int>{atEnd, inside, inside, inside, atEnd}));
-=======
+}
+
 // A load keeps the names of a file only up to some number. Those beyond it come and go, also among those that are kept,
 // and each entry still has every attribute once, in order, with its values.
 TEST(LoadRoad, MoreNamesThanALoadKeepsAreInOrderAllTheSame)
@@ -717,7 +717,6 @@ TEST(LoadRoad, MoreNamesThanALoadKeepsAreInOrderAllTheSame)
     std::string written;
     file.root.appendTreeTo(written);
     EXPECT_EQ(written, expected);
->>>>>>> 9d49ee5680b214bf0ddbcbed2eb4c9793d277c4c
 }
 
 // A file of several chunks, whose memory serves what is made of it. An entry that is moved out takes what it needs.
