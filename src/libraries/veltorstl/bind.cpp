@@ -1,6 +1,5 @@
 // Binding a handle to a configuration file.
 #include "handle.h"
-#include "survival.h"
 
 #include "veltor/cfg.h"
 

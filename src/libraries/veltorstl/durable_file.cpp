@@ -33,8 +33,6 @@ namespace {
 constexpr int otherSystemError = 1000;
 constexpr int fileNotFound = 1003;
 constexpr int fileOpen = 1004;
-constexpr int busy = 51;   // as both codes
-constexpr int exists = 68; // as both codes
 
 constexpr mode_t permissions = 07777;
 constexpr mode_t ownerOnly = 0600;
@@ -635,7 +633,7 @@ private:
 
 [[noreturn]] void refuseChanged(int line, const FilePlace& place)
 {
-    refuse(line, busy, busy,
+    refuse(line, result::busy, result::busy,
            "\"" + place.given() + "\" was changed meanwhile by a program that ignores the lock; nothing was written");
 }
 
@@ -648,7 +646,7 @@ int openedForInstall(const FilePlace& place)
         return number;
     }
     if (errno == ENOENT) {
-        refuse(__LINE__, busy, busy,
+        refuse(__LINE__, result::busy, result::busy,
                "\"" + place.given() +
                    "\" is gone: a program that ignores the lock moved or removed it; nothing was written, and wherever "
                    "that program left it the old text is in place");
@@ -706,7 +704,8 @@ struct stat installSteps(const FilePlace& place, std::string_view text, std::str
 
 [[noreturn]] void refuseExisting(int line, const std::string& fileName)
 {
-    refuse(line, exists, exists, "\"" + fileName + "\" exists already; it stays as it is");
+    refuse(line, result::entryAlreadyExists, result::entryAlreadyExists,
+           "\"" + fileName + "\" exists already; it stays as it is");
 }
 
 void createSteps(const std::string& fileName, std::string_view text)
@@ -813,7 +812,7 @@ WriterLock::WriterLock(const FilePlace& place, int timeoutMs)
                 return;
             }
             if (std::chrono::steady_clock::now() >= deadline) {
-                refuse(__LINE__, busy, busy, "\"" + place.given() + "\" is being changed by " + holder);
+                refuse(__LINE__, result::busy, result::busy, "\"" + place.given() + "\" is being changed by " + holder);
             }
             std::this_thread::sleep_for(pause);
         }
@@ -850,7 +849,7 @@ void createFile(const std::string& fileName, std::string_view text)
         try {
             createSteps(fileName, text);
         } catch (LDIF_Exception& failure) {
-            if (failure.ldapErr != exists) {
+            if (failure.ldapErr != result::entryAlreadyExists) {
                 failure.msg += "; nothing is left behind";
             }
             throw;

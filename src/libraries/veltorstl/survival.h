@@ -9,12 +9,6 @@ class LDIF_Comment;
 class LDIF_DN;
 class LDIF_Entry;
 
-namespace veltor::result {
-inline constexpr int unwillingToPerform = 53;
-inline constexpr int busy = 51;
-inline constexpr int entryAlreadyExists = 68;
-} // namespace veltor::result
-
 namespace veltor::detail {
 
 /// Refuses a name that no attribute that comes new into the file may have.

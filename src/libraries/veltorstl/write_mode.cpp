@@ -1,6 +1,5 @@
 // How a handle writes.
 #include "handle.h"
-#include "survival.h"
 
 #include "veltor/cfg_admin.h"
 
