@@ -11,25 +11,29 @@
 
 #include <cstddef>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 
 namespace veltor::test {
 
-/// Runs a trial for each request and both kinds of shortage, until one goes through without a failed request.
+/// Runs a trial for each request and each kind of shortage, until one goes through without a failed request.
 ///
 /// @param trial  takes the FailingAllocator's arguments; gives whether a request failed
 template <class Trial>
-void forEveryRequest(Trial&& trial)
+void forEveryRequest(Trial&& trial, std::initializer_list<Shortage> shortages = {Shortage::once, Shortage::lasting})
 {
     // What is made once in a process must not count as lost.
     trial(Shortage::none, 1);
-    for (const Shortage shortage : {Shortage::once, Shortage::lasting}) {
+    for (const Shortage shortage : shortages) {
         constexpr std::size_t limit = 100000;
         std::size_t nth = 0;
         bool failed = true;
         while (failed && nth < limit) {
             ++nth;
-            SCOPED_TRACE((shortage == Shortage::once ? "only request " : "from request ") + std::to_string(nth));
+            SCOPED_TRACE((shortage == Shortage::once    ? "only request "
+                          : shortage == Shortage::twice ? "with the next, request "
+                                                        : "from request ") +
+                         std::to_string(nth));
             const BlockWatch watch;
             failed = trial(shortage, nth);
             EXPECT_EQ(watch.live(), 0U) << "blocks that nobody gave back";

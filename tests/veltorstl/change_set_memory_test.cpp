@@ -444,7 +444,6 @@ TEST_F(ChangeSetMemory, ABeginThatFailsLeavesTheLockFree)
 TEST_F(ChangeSetMemory, ABusyLockIsToldOrTheShortage)
 {
     const Handle holder = inSet();
-    Handle handle;
     expectRefusedWhateverMemory(
         busy,
         [&] {
@@ -615,72 +614,76 @@ TEST_F(ChangeSetMemory, TheNeverWriteModeRefusesWhateverMemory)
 TEST_F(ChangeSetMemory, ACommitPutsTheNewTextInPlaceOrKeepsTheOldOneAndSaysSo)
 {
     std::size_t told = 0;
-    forEveryRequest([&](Shortage shortage, std::size_t nth) {
-        const Handle handle = inSet();
-        for (const char* const port : {"636", "637"}) {
-            EXPECT_EQ(modifyServer(handle.get(), port), 0);
-        }
-        world = {};
-        FailingAllocator memory(shortage, nth);
-        const int code = cfg_commit_s(handle.get());
-        memory.stop();
-        if (code != 0) {
-            EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
-            expectShortageTold(handle.get(), code, shortage);
-            // Nothing is opened before the new text is put in place.
-            if (world.opened != 0) {
-                told += kept(handle.get()) != nullptr ? 1 : 0;
-                expectPlaceTold(handle.get(), "old");
+    forEveryRequest(
+        [&](Shortage shortage, std::size_t nth) {
+            const Handle handle = inSet();
+            for (const char* const port : {"636", "637"}) {
+                EXPECT_EQ(modifyServer(handle.get(), port), 0);
             }
-            expectDisk(oldText());
-            EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
+            world = {};
+            FailingAllocator memory(shortage, nth);
+            const int code = cfg_commit_s(handle.get());
+            memory.stop();
+            if (code != 0) {
+                EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
+                expectShortageTold(handle.get(), code, shortage);
+                // Nothing is opened before the new text is put in place.
+                if (world.opened != 0) {
+                    told += kept(handle.get()) != nullptr ? 1 : 0;
+                    expectPlaceTold(handle.get(), "old");
+                }
+                expectDisk(oldText());
+                EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
+                expectLockFree();
+                EXPECT_EQ(portOf(handle.get()), "389");
+                EXPECT_EQ(rendered(handle.get()), oldText());
+                expectUsable(handle.get());
+                return memory.failed();
+            }
+            expectDisk(withReplaced("389", "637"));
             expectLockFree();
-            EXPECT_EQ(portOf(handle.get()), "389");
-            EXPECT_EQ(rendered(handle.get()), oldText());
-            expectUsable(handle.get());
+            EXPECT_EQ(portOf(handle.get()), "637");
             return memory.failed();
-        }
-        expectDisk(withReplaced("389", "637"));
-        expectLockFree();
-        EXPECT_EQ(portOf(handle.get()), "637");
-        return memory.failed();
-    });
+        },
+        {Shortage::once, Shortage::twice, Shortage::lasting});
     EXPECT_GT(told, 0U);
 }
 
 TEST_F(ChangeSetMemory, AFailureBehindTheRenameSaysThatTheNewTextIsInPlace)
 {
-    forEveryRequest([&](Shortage shortage, std::size_t nth) {
-        const Handle handle = inSet();
-        // Without a backup there is one folder to sync, and that is the last step.
-        EXPECT_EQ(cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, nullptr), 0);
-        static_cast<cfg_handle*>(handle.get())->store->backupFileName.clear();
-        EXPECT_EQ(modifyServer(handle.get(), "636"), 0);
-        world = {};
-        world.foldersResist = true;
-        FailingAllocator memory(shortage, nth);
-        const int code = cfg_commit_s(handle.get());
-        memory.stop();
-        world.foldersResist = false;
-        EXPECT_EQ(code, 80);
-        expectRecorded(handle.get(), code);
-        const std::string text = read();
-        EXPECT_TRUE(text == oldText() || text == withReplaced("389", "636")) << text;
-        if (!memory.failed()) {
-            EXPECT_NE(text, oldText());
-            EXPECT_NE(kept(handle.get()), nullptr);
-        }
-        if (world.opened != 0) {
-            expectPlaceTold(handle.get(), text == oldText() ? "old" : "new");
-        } else {
-            EXPECT_EQ(text, oldText());
-        }
-        expectDisk(text, "");
-        expectLockFree();
-        EXPECT_EQ(portOf(handle.get()), text == oldText() ? "389" : "636");
-        expectUsable(handle.get());
-        return memory.failed();
-    });
+    forEveryRequest(
+        [&](Shortage shortage, std::size_t nth) {
+            const Handle handle = inSet();
+            // Without a backup there is one folder to sync, and that is the last step.
+            EXPECT_EQ(cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, nullptr), 0);
+            static_cast<cfg_handle*>(handle.get())->store->backupFileName.clear();
+            EXPECT_EQ(modifyServer(handle.get(), "636"), 0);
+            world = {};
+            world.foldersResist = true;
+            FailingAllocator memory(shortage, nth);
+            const int code = cfg_commit_s(handle.get());
+            memory.stop();
+            world.foldersResist = false;
+            EXPECT_EQ(code, 80);
+            expectRecorded(handle.get(), code);
+            const std::string text = read();
+            EXPECT_TRUE(text == oldText() || text == withReplaced("389", "636")) << text;
+            if (!memory.failed()) {
+                EXPECT_NE(text, oldText());
+                EXPECT_NE(kept(handle.get()), nullptr);
+            }
+            if (world.opened != 0) {
+                expectPlaceTold(handle.get(), text == oldText() ? "old" : "new");
+            } else {
+                EXPECT_EQ(text, oldText());
+            }
+            expectDisk(text, "");
+            expectLockFree();
+            EXPECT_EQ(portOf(handle.get()), text == oldText() ? "389" : "636");
+            expectUsable(handle.get());
+            return memory.failed();
+        },
+        {Shortage::once, Shortage::twice, Shortage::lasting});
 }
 
 TEST_F(ChangeSetMemory, ACommitOfASpoiltSetEndsIt)
@@ -748,32 +751,34 @@ TEST_F(ChangeSetMemory, AnInstallPutsTheTextInPlaceOrKeepsTheOldOneAndSaysSo)
     const std::string text = "version: 1\n# a comment of some length\ndn: cn=a server of many , o=an organisation\n"
                              "zor-slapdPort: 0636\nobjectclass: top\nno line of a file that can be used";
     const std::string whole = text + "\n";
-    forEveryRequest([&](Shortage shortage, std::size_t nth) {
-        const Handle handle = inSet();
-        EXPECT_EQ(modifyServer(handle.get(), "637"), 0);
-        world = {};
-        FailingAllocator memory(shortage, nth);
-        const int code = cfg_install_s(handle.get(), whole.data(), whole.size());
-        memory.stop();
-        if (code != 0) {
-            EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
-            expectShortageTold(handle.get(), code, shortage);
-            if (world.opened != 0) {
-                expectPlaceTold(handle.get(), "old");
+    forEveryRequest(
+        [&](Shortage shortage, std::size_t nth) {
+            const Handle handle = inSet();
+            EXPECT_EQ(modifyServer(handle.get(), "637"), 0);
+            world = {};
+            FailingAllocator memory(shortage, nth);
+            const int code = cfg_install_s(handle.get(), whole.data(), whole.size());
+            memory.stop();
+            if (code != 0) {
+                EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
+                expectShortageTold(handle.get(), code, shortage);
+                if (world.opened != 0) {
+                    expectPlaceTold(handle.get(), "old");
+                }
+                expectDisk(oldText());
+                EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
+                expectLockFree();
+                EXPECT_EQ(portOf(handle.get()), "389");
+                EXPECT_EQ(cfg_begin_s(handle.get(), 0), 0);
+                EXPECT_EQ(cfg_install_s(handle.get(), whole.data(), whole.size()), 0)
+                    << shown(cfg_dump_exception(handle.get()));
             }
-            expectDisk(oldText());
-            EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
+            expectDisk(whole);
             expectLockFree();
-            EXPECT_EQ(portOf(handle.get()), "389");
-            EXPECT_EQ(cfg_begin_s(handle.get(), 0), 0);
-            EXPECT_EQ(cfg_install_s(handle.get(), whole.data(), whole.size()), 0)
-                << shown(cfg_dump_exception(handle.get()));
-        }
-        expectDisk(whole);
-        expectLockFree();
-        EXPECT_EQ(portOf(handle.get()), "636");
-        return memory.failed();
-    });
+            EXPECT_EQ(portOf(handle.get()), "636");
+            return memory.failed();
+        },
+        {Shortage::once, Shortage::twice, Shortage::lasting});
 }
 
 TEST_F(ChangeSetMemory, ATextThatEndsItsLoadIsRefusedOrTheShortageTold)
