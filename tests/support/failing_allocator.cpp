@@ -127,6 +127,8 @@ bool grants(Request request)
     FailingAllocator& allocator = *current;
     ++allocator.requests_;
     const bool fails = (allocator.shortage_ == Shortage::once && allocator.requests_ == allocator.nth_) ||
+                       (allocator.shortage_ == Shortage::twice &&
+                        (allocator.requests_ == allocator.nth_ || allocator.requests_ == allocator.nth_ + 1)) ||
                        (allocator.shortage_ == Shortage::lasting && allocator.requests_ >= allocator.nth_);
     if (fails && !allocator.failed_) {
         allocator.failed_ = true;

@@ -15,6 +15,7 @@ namespace veltor::test {
 enum class Shortage {
     none,    ///< none: the requests are only counted
     once,    ///< one request, all others succeed
+    twice,   ///< one request and the one behind it, made to tell of the first
     lasting, ///< one request and all behind it
 };
 

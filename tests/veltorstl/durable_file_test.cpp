@@ -1749,6 +1749,7 @@ TEST_F(Install, AnOrdinaryUserReplacesAFileOfItsOwn)
 
 TEST_F(Install, ARequestForMemoryThatFailsLeavesTheOldTextAndNothingElse)
 {
+    std::size_t told = 0;
     for (const Shortage shortage : {Shortage::once, Shortage::lasting}) {
         bool failed = true;
         for (std::size_t nth = 1; failed; ++nth) {
@@ -1765,6 +1766,14 @@ TEST_F(Install, ARequestForMemoryThatFailsLeavesTheOldTextAndNothingElse)
                     install(place, newText, oldText, backup);
                     installed = true;
                 } catch (const std::bad_alloc&) {
+                } catch (const LDIF_Exception& failure) {
+                    allocator.stop();
+                    EXPECT_EQ(failure.ldapErr, 80);
+                    EXPECT_EQ(failure.extErr, 1000);
+                    EXPECT_EQ(failure.msg, "System error installing the text; the old text is in place");
+                    EXPECT_EQ(failure.configFile, file);
+                    EXPECT_TRUE(failure.isSystemFailure());
+                    ++told;
                 }
                 allocator.stop();
                 failed = allocator.failed();
@@ -1780,6 +1789,7 @@ TEST_F(Install, ARequestForMemoryThatFailsLeavesTheOldTextAndNothingElse)
             expectBusy("");
         }
     }
+    EXPECT_GT(told, 0U);
 }
 
 // ---- createFile ----

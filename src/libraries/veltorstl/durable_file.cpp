@@ -830,17 +830,32 @@ WriterLock::~WriterLock()
 struct stat install(const FilePlace& place, std::string_view text, std::string_view expected,
                     const std::string& backupFileName)
 {
+    // Made while there is memory for it: a failure that there is none left for has to say which text is in place, too.
+    LDIF_Exception shortage(VELTOR_HERE, result::other, otherSystemError,
+                            "System error installing the text; the old text is in place");
+    shortage.configFile = place.given();
+    shortage.markSystemFailure();
     bool installed = false;
-    return namingFile(place.given(), [&] {
-        try {
-            return installSteps(place, text, expected, backupFileName, installed);
-        } catch (LDIF_Exception& failure) {
-            if (!failure.msg.ends_with("is in place")) {
-                failure.msg += installed ? "; the new text is in place" : "; the old text is in place";
+    try {
+        return namingFile(place.given(), [&] {
+            try {
+                return installSteps(place, text, expected, backupFileName, installed);
+            } catch (LDIF_Exception& failure) {
+                if (!failure.msg.ends_with("is in place")) {
+                    failure.msg += installed ? "; the new text is in place" : "; the old text is in place";
+                }
+                throw;
             }
-            throw;
+        });
+    } catch (const LDIF_Exception&) {
+        throw;
+    } catch (...) {
+        if (installed) {
+            constexpr std::string_view old = "old";
+            shortage.msg.replace(shortage.msg.find(old), old.size(), "new");
         }
-    });
+        throw std::move(shortage);
+    }
 }
 
 void createFile(const std::string& fileName, std::string_view text)
