@@ -1,4 +1,5 @@
 // The careful ways to write: modes, change sets, installs. What a call promises is what stands on the disk afterwards.
+#include "support/locale_guard.h"
 #include "support/update_api_test.h"
 
 #include "veltor/cfg_admin.h"
@@ -669,6 +670,47 @@ TEST_F(ChangeSet, ACommentNeedsItsPlaceAndLinesThatComeBack)
     EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", "description", "text"), 16);
     EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "a\rb"), 21);
     EXPECT_EQ(cfg_set_comment_s(handle.get(), nullptr, nullptr, "text"), 89);
+    expectUntouched();
+}
+
+TEST_F(ChangeSet, WhatAnEmptyDnAddsToTheRootIsFoundAgain)
+{
+    const Handle handle = safe("version: 1\n\ndn: o=x\n\ndn:\nfoo: bar\n\ndn: cn=a, o=x\n\n");
+    const auto lineOf = [&](const char* attribute, const char* value) {
+        int line = -1;
+        EXPECT_EQ(cfg_locate_s(handle.get(), "", attribute, value, &line), 0);
+        return line;
+    };
+    EXPECT_EQ(lineOf("version", nullptr), 1);
+    EXPECT_EQ(lineOf("foo", "bar"), 6);
+    EXPECT_EQ(lineOf(nullptr, nullptr), 0);
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    EXPECT_EQ(cfg_delete_s(handle.get(), "cn=a,o=x"), 0) << "places are walked through";
+    EXPECT_EQ(lineOf("foo", nullptr), 6);
+    ASSERT_EQ(cfg_rollback_s(handle.get()), 0);
+}
+
+TEST_F(ChangeSet, AKeptLineIsFoundByTheValueThatReadsShow)
+{
+    const Handle handle = boundIn(CFG_WRITE_NEVER, "version: 1\n\ndn: o=x\nb: 1\nno colon\nzor-slapdPort: none\n\n");
+    const auto lineOf = [&](const char* value) {
+        int line = -1;
+        EXPECT_EQ(cfg_locate_s(handle.get(), "o=x", "zor-slapdInvalidLine", value, &line), 0);
+        return line;
+    };
+    EXPECT_EQ(lineOf("no colon:"), 5);
+    EXPECT_EQ(lineOf("zor-slapdPort: none"), 6);
+    EXPECT_EQ(lineOf("no colon"), 0);
+}
+
+TEST_F(ChangeSet, ACommentThatTheLocaleCannotReadIsRefusedLikeAnyOther)
+{
+    const Handle handle = safe();
+    remember();
+    // Making a handle takes the locale of the environment.
+    const LocaleGuard locale("C");
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "gr\xc3\xbc\xc3\x9f"), 21);
+    EXPECT_EQ(cfg_get_exterror(handle.get()), 21);
     expectUntouched();
 }
 

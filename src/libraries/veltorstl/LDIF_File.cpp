@@ -666,6 +666,12 @@ void LDIF_File::takeImage(Image&& image, const struct stat& status) noexcept
         index_.emplace(std::move(image.index));
     }
     places_ = std::move(image.places);
+    for (auto& place : places_) {
+        // An entry of an empty DN is the root, which has just moved.
+        if (place.entry == &image.root) {
+            place.entry = &root;
+        }
+    }
     hasKeptLines_ = image.hasKeptLines;
     fileStatus = status;
     inMemory_ = true;
