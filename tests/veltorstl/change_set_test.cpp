@@ -252,6 +252,65 @@ TEST_F(ChangeSet, ASetWithoutChangesWritesNothing)
     expectUntouched();
 }
 
+TEST_F(ChangeSet, AnUpdateThatChangesNothingWritesNothing)
+{
+    // Not the library's own form: whatever is written shows.
+    const Handle handle = safe("version: 1\ncharset: UTF-8\n\n# about it\ndn: o=x\n# of b\nb: 1\na: 2\nno colon\n");
+    remember();
+    struct Row
+    {
+        const char* name;
+        std::vector<Change> changes;
+    };
+    const Row rows[] = {
+        {"no list at all", {}},
+        {"no values to add", {{modAdd, "c", {}}}},
+        {"a removal of what is not there", {{modReplace, "c", {}}}},
+        {"the values that it has", {{modReplace, "b", {{"1"}}}}},
+        {"there and back", {{modAdd, "c", {{"1"}}}, {modDelete, "c", {}}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Mods mods(row.changes);
+        EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", mods.list()), 0) << shown(cfg_dump_exception(handle.get()));
+        expectUntouched();
+    }
+    EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", nullptr), 0);
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "about it"), 0);
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), "o=x", "a", nullptr), 0);
+    expectUntouched();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", nullptr), 0);
+    EXPECT_EQ(cfg_commit_s(handle.get()), 0);
+    expectUntouched();
+    Mods lost({{modDelete, "b", {}}, {modAdd, "b", {{"1"}}}});
+    EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", lost.list()), 0);
+    EXPECT_EQ(read().find("# of b"), std::string::npos) << "the comment went with its attribute";
+}
+
+TEST_F(ChangeSet, TheTreeViewShowsWhatIsOnTheDiskHoweverASetEnded)
+{
+    const Handle handle = safe();
+    const std::string drawing = shown(cfg_tree_view(handle.get(), 0));
+    ASSERT_NE(drawing.find("cn=a"), std::string::npos) << drawing;
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(add(handle.get(), "cn=pending,o=x"), 0);
+    EXPECT_NE(shown(cfg_tree_view(handle.get(), 0)).find("cn=pending"), std::string::npos);
+    ASSERT_EQ(cfg_rollback_s(handle.get()), 0);
+    EXPECT_EQ(shown(cfg_tree_view(handle.get(), 0)), drawing) << "a rollback";
+    EXPECT_EQ(cfg_delete_s(handle.get(), "o=none"), 32);
+    EXPECT_EQ(shown(cfg_tree_view(handle.get(), 0)), drawing) << "an update that failed";
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(add(handle.get(), "cn=pending,o=x"), 0);
+    editFile(withPort("7"));
+    EXPECT_EQ(cfg_commit_s(handle.get()), busy);
+    EXPECT_EQ(shown(cfg_tree_view(handle.get(), 0)), drawing) << "a commit that failed";
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    EXPECT_EQ(cfg_install_s(handle.get(), "a: 1\n", 5), 65);
+    ASSERT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_DIRECT), 0);
+    EXPECT_EQ(shown(cfg_tree_view(handle.get(), 0)), drawing) << "in another mode";
+}
+
 TEST_F(ChangeSet, TheFirstFailedUpdateSpoilsTheSet)
 {
     const Handle handle = safe();

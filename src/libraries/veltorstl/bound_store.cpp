@@ -262,6 +262,7 @@ void BoundStore::refresh()
     }
     if (!isCareful()) {
         LDIF_File::refresh();
+        isDropped_ = false;
         return;
     }
     struct stat status = {};
@@ -272,6 +273,15 @@ void BoundStore::refresh()
     FileText text = readText();
     replaceTree(text, TextUse::kept, status);
     text_ = std::move(text);
+    isDropped_ = false;
+}
+
+std::string BoundStore::treeView(bool oem)
+{
+    if (isDropped_) {
+        refresh();
+    }
+    return LDIF_File::treeView(oem);
 }
 
 void BoundStore::modeChanged() noexcept
@@ -469,6 +479,7 @@ void BoundStore::takeLock(int timeoutMs)
         replaceTree(text, TextUse::kept, status);
         text_ = std::move(text);
     }
+    isDropped_ = false;
     set_ = std::move(set);
 }
 
@@ -484,6 +495,7 @@ void BoundStore::dropChanges() noexcept
 {
     dropTree();
     text_.reset();
+    isDropped_ = true;
 }
 
 void BoundStore::commit()

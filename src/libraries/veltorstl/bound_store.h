@@ -72,6 +72,10 @@ public:
     /// @throws LDIF_Exception 32/32, 16/16; 21/21 for lines that would not come back
     void setComment(const LDIF_DN& dn, const char* attribute, std::string_view text);
 
+    /// The classic drawing, which re-reads nothing but what the end of a change set dropped.
+    /// @throws LDIF_Exception as LDIF_File, and as refresh()
+    std::string treeView(bool oem);
+
     /// The classic re-read and write; in safe mode there is nothing to write.
     /// @throws LDIF_Exception 53/53 in never-write mode and inside a set; as LDIF_File
     void flush();
@@ -113,6 +117,7 @@ private:
     const WriteSettings& settings_;
     std::optional<FileText> text_; // that the tree and the places were read from
     std::unique_ptr<ChangeSet> set_;
+    bool isDropped_ = false; // the tree, by the end of a change set
 };
 
 } // namespace veltor::detail
