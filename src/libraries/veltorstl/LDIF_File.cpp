@@ -267,6 +267,18 @@ bool& RootNames::admit(const LDIF_Attribute& attribute)
                  "\"" + attribute.name + "\" attribute not allowed in <root> object", attribute);
 }
 
+void settleKeptLine(LDIF_Line& line)
+{
+    const auto lineNumber = line.lineNumber;
+    std::size_t before = line.value.size() + 1;
+    while (line.value.size() < before) {
+        before = line.value.size();
+        const std::string written = line.str() + "\n";
+        LineReader(written).next(line);
+    }
+    line.lineNumber = lineNumber;
+}
+
 /// One load of the file into an empty tree.
 class Loader
 {
@@ -378,19 +390,11 @@ private:
         if (!keepsText_) {
             return;
         }
-        // In memory it is at once what a write and the next load leave of it: one without a value ends in a blank. A DN
-        // line without a colon gets the label of DN lines, since its entry would not come back under the other.
+        // A DN line without a colon gets the label of DN lines, since its entry would not come back under the other.
         if (line_.type == LDIF_Line::dn) {
             line_.name = "dn";
         }
-        const auto lineNumber = line_.lineNumber;
-        std::size_t before = line_.value.size() + 1;
-        while (line_.value.size() < before) {
-            before = line_.value.size();
-            const std::string written = line_.str() + "\n";
-            LineReader(written).next(line_);
-        }
-        line_.lineNumber = lineNumber;
+        settleKeptLine(line_);
     }
 
     void closeEntry()

@@ -185,6 +185,7 @@ public:
         line = before_ + read.lineNumber;
         if (!read.valid || isRefused(read)) {
             read.changeToInvalidAttr();
+            settleKeptLine(read);
         }
         name.assign(read.name);
         value = read.value;

@@ -47,6 +47,10 @@ enum class TextUse {
     kept,   ///< it stays as it is, and the places of the entries are noted
 };
 
+/// Gives a line that was kept as zor-slapdInvalidLine the value that a write and the next load leave of it: one without
+/// a value would end in a blank. Loads that keep their text do this.
+void settleKeptLine(LDIF_Line& line);
+
 /// Reads a text into an empty image.
 ///
 /// @param fileName  for messages
