@@ -79,12 +79,14 @@ int cfg_set_layout(void *handle, int layout);
    return 53, and the commit writes nothing. A failed search and a refused call spoil nothing.
    timeout_ms  milliseconds to wait for the lock, at least one try; below 0 is 89. An update outside a set waits as
                long as the last begin asked, 10,000 at first.
+   A bind inside a set is refused with 53.
    Codes: 51 the lock stayed busy (the message names the holder if it left its name); 53 outside safe mode, or inside
-   a set; 89 not bound; what a load raises. */
+   a set; 50 and 80 the lock file can't be opened, made or locked; 91 the file is gone, or no plain file; 89 not bound;
+   what a load raises. */
 int cfg_begin_s(void *handle, int timeout_ms);
 
 /* Reads the changed text back, compares, installs it, and frees the lock. The set ends, whatever comes of it; after a
-   failure memory holds what is on disk. A set without changes writes nothing.
+   failure memory holds what is on disk. A set without changes, or of updates that change nothing, writes nothing.
    Codes: 53 without begin, or the set is spoilt; 51 the file is not what the set began from; 21, 34, 65 something
    would not come back (the exception names it); 50 and 80 a step of the install failed: the message says "the old
    text is in place" or "the new text is in place". */

@@ -245,6 +245,7 @@ struct BoundStore::ChangeSet
     FilePlace place;
     WriterLock lock;
     bool changed = false;
+    bool idle = false; // the update at hand found everything as it wants it
     bool spoilt = false;
 };
 
@@ -317,9 +318,12 @@ void BoundStore::runInSet(const std::function<void()>& change)
         refuse(__LINE__, result::unwillingToPerform, "An update of this change set failed: roll it back");
     }
     try {
+        set_->idle = false;
         change();
-        completeRoot();
-        set_->changed = true;
+        if (!set_->idle) {
+            completeRoot();
+            set_->changed = true;
+        }
     } catch (...) {
         set_->spoilt = true;
         if (isOwn) {
@@ -372,7 +376,9 @@ void BoundStore::modify(const LDIF_DN& dn, LDAPMod** mods)
             }
             needsUsableValues(**mod);
         }
+        const LDIF_Attributes before = entry == nullptr ? LDIF_Attributes() : entry->attributes;
         LDIF_File::modify(dn, texts.list());
+        set_->idle = entry == nullptr || areEqual(before, entry->attributes);
     });
 }
 
@@ -414,16 +420,18 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             line.type = LDIF_Line::comment;
             line.value = end == 0 ? "#" : "# ";
             line.value += text.substr(0, end);
-            LDIF_Line back;
-            const std::string written = line.value + "\n";
-            LineReader(written).next(back);
-            if (back.type != LDIF_Line::comment || back.value != line.value) {
-                refuse(__LINE__, result::invalidSyntax, "The comment line would come back as \"" + back.value + "\"");
-            }
+            needsToSurvive(line);
             block.lines.push_back(std::move(line));
             text.remove_prefix(std::min(end + 1, text.size()));
         }
-        comment->lines.resize(comment->linesAboveBlock());
+        const std::size_t above = comment->linesAboveBlock();
+        const auto isSame = [](const LDIF_Line& left, const LDIF_Line& right) { return left.value == right.value; };
+        if (std::equal(comment->lines.begin() + static_cast<std::ptrdiff_t>(above), comment->lines.end(),
+                       block.lines.begin(), block.lines.end(), isSame)) {
+            set_->idle = true;
+            return;
+        }
+        comment->lines.resize(above);
         if (!block.lines.empty() && !comment->lines.empty() && comment->lines.back().type == LDIF_Line::comment) {
             // What closed the entry above: its blank line was not kept, yet has to part the two again.
             LDIF_Line blank;

@@ -215,6 +215,38 @@ void needsToSurvive(const LDIF_DN& dn)
            {text, "", ""});
 }
 
+void needsToSurvive(const LDIF_Line& comment)
+{
+    LDIF_Line line;
+    std::string back;
+    try {
+        if (readsAsOneLine(comment.value, LDIF_Line::comment, line) && line.value == comment.value) {
+            return;
+        }
+        back = "as " + quoted(line.value);
+    } catch (const LDIF_Exception& failure) {
+        if (failure.isSystemFailure()) {
+            throw;
+        }
+        back = "as a line that is refused: " + failure.msg;
+    }
+    refuse(__LINE__, result::invalidSyntax, "The comment line would come back " + back, {"", "", comment.value});
+}
+
+bool areEqual(const LDIF_Attributes& left, const LDIF_Attributes& right)
+{
+    const auto sameText = [](const LDIF_Value& one, const LDIF_Value& other) { return one.text() == other.text(); };
+    const auto sameLine = [](const LDIF_Line& one, const LDIF_Line& other) { return one.value == other.value; };
+    return std::equal(left.cbegin(), left.cend(), right.cbegin(), right.cend(),
+                      [&](const LDIF_Attribute& one, const LDIF_Attribute& other) {
+                          return std::string_view(one.name.c_str()) == other.name.c_str() &&
+                                 std::equal(one.values.begin(), one.values.end(), other.values.begin(),
+                                            other.values.end(), sameText) &&
+                                 std::equal(one.comment.lines.begin(), one.comment.lines.end(),
+                                            other.comment.lines.begin(), other.comment.lines.end(), sameLine);
+                      });
+}
+
 void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read)
 {
     TreeWalk back(read.root);

@@ -5,9 +5,11 @@
 
 #include <string>
 
+class LDIF_Attributes;
 class LDIF_Comment;
 class LDIF_DN;
 class LDIF_Entry;
+class LDIF_Line;
 
 namespace veltor::detail {
 
@@ -23,6 +25,13 @@ void needsToSurvive(const std::string& name, const std::string& text);
 /// Refuses a DN that can't be printed or would come back as another.
 /// @throws LDIF_Exception 34/34; 65/65 for the empty DN, whose entry would merge into the root
 void needsToSurvive(const LDIF_DN& dn);
+
+/// Refuses a comment line that would come back as another.
+/// @throws LDIF_Exception 21/21
+void needsToSurvive(const LDIF_Line& comment);
+
+/// True when two lists would be written alike.
+bool areEqual(const LDIF_Attributes& left, const LDIF_Attributes& right);
 
 /// A tree with what stands behind its last entry.
 struct TreeAndTrailer
