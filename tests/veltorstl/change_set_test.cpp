@@ -438,6 +438,20 @@ TEST_F(ChangeSet, AFileThatSomebodyChangedMeanwhileIsNotReplaced)
     EXPECT_EQ(port(handle.get()), "7") << "memory holds what is on disk";
 }
 
+TEST_F(ChangeSet, AFileThatCannotBeReadUnderTheLockIsNamed)
+{
+    const Handle handle = safe();
+    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << "there is a lock file from now on";
+    std::filesystem::remove(pathOf(fileName));
+    std::filesystem::create_directory(pathOf(fileName));
+    EXPECT_EQ(cfg_begin_s(handle.get(), 0), 80);
+    EXPECT_EQ(cfg_get_exterror(handle.get()), 1000);
+    EXPECT_EQ(shown(cfg_get_file_name(handle.get())), pathOf(fileName));
+    cfg_failure failure = {};
+    ASSERT_EQ(cfg_failure_at(handle.get(), 0, &failure), 0);
+    EXPECT_STREQ(failure.message, "System error reading file");
+}
+
 TEST_F(ChangeSet, AFileThatVanishedMeanwhileIsNotMadeAnew)
 {
     const Handle handle = safe();

@@ -480,7 +480,9 @@ void BoundStore::takeLock(int timeoutMs)
 {
     auto set = std::make_unique<ChangeSet>(fileName, timeoutMs);
     struct stat status = {};
-    FileText text = set->place.read(status);
+    FileText text = translating(
+        Layer{VELTOR_HERE, "System error reading file"}, [&] { return set->place.read(status); },
+        [&](LDIF_Exception& failure) { failure.configFile = fileName; });
     if (inMemory() && text_ && text_->view() == text.view()) {
         fileStatus = status;
     } else {
