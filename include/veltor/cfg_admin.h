@@ -103,8 +103,8 @@ int cfg_rollback_s(void *handle);
 int cfg_install_s(void *handle, const char *text, size_t size);
 
 /* Makes a new file with mode 0640. The handle need not be bound, and stays as it is.
-   Codes: 68 the name exists in any form, a dangling link included; the code of what ends a load of the text; 50 a step
-   of the install failed: nothing is left behind. */
+   Codes: 68 the name exists in any form, a dangling link included; the code of what ends a load of the text; 50 and
+   80 a step failed: nothing is left behind. */
 int cfg_create_s(void *handle, const char *file, const char *text, size_t size);
 
 /* ---- Reading ---- */
