@@ -801,7 +801,11 @@ TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
     const Row rows[] = {
         {"a value begun on a continuation line", "version: 1\ndn: o=x\ndescription:\n  one\n\n", 21, 3},
         {"a DN value with a parenthesis", "version: 1\ndn: o=x\nzor-slapdPeerDN: cn=\\28a\n\n", 21, 3},
-        {"attributes of an empty DN", "version: 1\ndn:\nversion: 2\n\ndn: o=x\n\n", 65, 0},
+        {"attributes of an empty DN", "# one\n\n\nversion: 1\n\ndn: o=x\nb: 1\n 2\n\ndn:\nfoo: bar\n\n", 65, 11},
+        {"a second charset of an empty DN", "version: 1\n\ndn: o=x\n\ndn:\ncharset: UTF-8\n\n", 65, 5},
+        {"a DN with a parenthesis", "version: 1\n\ndn: o=x\n\ndn: cn=\\28a\n\n", 34, 5},
+        {"a DN that comes back as another entry's", "version: 1\n\ndn: cn=a\nb: 1\n\ndn: cn=\\28a\nc: 1\n\n", 34, 6},
+        {"a DN that can't be printed", "version: 1\n\ndn: o=x\n\ndn: cn=\nc: 1\n\n", 34, 5},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -809,8 +813,11 @@ TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
         remember();
         EXPECT_EQ(add(handle.get(), "cn=b,o=x"), row.code) << shown(cfg_dump_exception(handle.get()));
         EXPECT_EQ(cfg_get_exterror(handle.get()), row.code);
-        if (row.line != 0) {
-            EXPECT_EQ(cfg_get_file_line(handle.get()), row.line) << shown(cfg_dump_exception(handle.get()));
+        EXPECT_EQ(cfg_get_file_line(handle.get()), row.line) << shown(cfg_dump_exception(handle.get()));
+        for (int index = 0; index < cfg_failure_count(handle.get()); ++index) {
+            cfg_failure failure = {};
+            ASSERT_EQ(cfg_failure_at(handle.get(), index, &failure), 0);
+            EXPECT_TRUE(failure.line == row.line || *failure.file == '\0') << "a line of a text that is nowhere";
         }
         expectUntouched();
     }

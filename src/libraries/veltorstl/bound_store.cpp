@@ -520,12 +520,25 @@ void BoundStore::commit()
         return;
     }
     try {
-        FileText text = rendered();
+        FileText text = printed();
         Image image;
         readBack(text, image);
         put(*set, std::move(text), std::move(image));
     } catch (...) {
         dropChanges();
+        throw;
+    }
+}
+
+/// What is about to be written.
+FileText BoundStore::printed()
+{
+    try {
+        return rendered();
+    } catch (LDIF_Exception& failure) {
+        if (!failure.isSystemFailure()) {
+            tellLine(failure);
+        }
         throw;
     }
 }
@@ -545,10 +558,15 @@ void BoundStore::readBack(FileText& text, Image& image)
         const int code = isRootRule                                 ? result::objectClassViolation
                          : cause.ldapErr == result::invalidDnSyntax ? result::invalidDnSyntax
                                                                     : result::invalidSyntax;
-        LDIF_Exception failure(VELTOR_HERE, cause);
+        // The line is one of the new text, which is nowhere.
+        LDIF_Exception told(cause);
+        told.configLine = 0;
+        told.configFile.clear();
+        LDIF_Exception failure(VELTOR_HERE, told);
         failure.ldapErr = code;
         failure.extErr = code;
         failure.msg = "The new text could not be read again: " + cause.msg;
+        tellLine(failure);
         throw failure;
     }
     try {
@@ -565,17 +583,36 @@ void BoundStore::readBack(FileText& text, Image& image)
 /// Adds to a refusal where in the file that stands which the library's own form can't express.
 void BoundStore::tellLine(LDIF_Exception& failure)
 {
+    // An entry that comes back under another DN lets others seem to differ: it is the cause.
+    for (const EntryPlace& place : places()) {
+        if (place.entry == nullptr || place.entry == &root) {
+            continue;
+        }
+        try {
+            needsToSurvive(place.entry->dn);
+        } catch (const LDIF_Exception& cause) {
+            failure = cause;
+            failure.configLine = place.line;
+            failure.configFile = fileName;
+            return;
+        }
+    }
     LDIF_DN dn;
     dn = cisString(failure.entryDn == rootName ? "" : failure.entryDn);
-    if (find(dn) == nullptr) {
+    const LDIF_Entry* const entry = find(dn);
+    if (entry == nullptr) {
         return;
     }
     const char* const attribute = failure.attribute.empty() ? nullptr : failure.attribute.c_str();
-    const auto& attributes = std::as_const(find(dn)->attributes);
-    if (attribute != nullptr && attributes.find(attribute) == attributes.cend()) {
-        return;
+    if (attribute == nullptr || entry->attributes.find(attribute) != entry->attributes.cend()) {
+        failure.configLine = lineOf(dn, attribute, attribute == nullptr ? nullptr : failure.value.c_str());
     }
-    failure.configLine = lineOf(dn, attribute, attribute == nullptr ? nullptr : failure.value.c_str());
+    if (failure.configLine == 0 && entry == &root) {
+        // On its way the line has become another: an empty DN has brought it.
+        const auto brought = std::find_if(places().begin(), places().end(),
+                                          [entry](const EntryPlace& place) { return place.entry == entry; });
+        failure.configLine = brought == places().end() ? 0 : brought->line;
+    }
     failure.configFile = failure.configLine == 0 ? "" : fileName;
 }
 

@@ -110,6 +110,7 @@ private:
     std::unique_ptr<ChangeSet> endSet();
     void dropChanges() noexcept;
     void completeRoot();
+    FileText printed();
     void readBack(FileText& text, Image& image);
     void tellLine(LDIF_Exception& failure);
     void put(const ChangeSet& set, FileText&& text, Image&& image);
