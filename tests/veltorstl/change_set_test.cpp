@@ -481,6 +481,7 @@ TEST_F(ChangeSet, WhatWouldNotComeBackIsRefusedAndNothingIsWritten)
         {"a leading blank", "cn=b,o=x", "description", " one", 21},
         {"a trailing blank", "cn=b,o=x", "description", "one ", 21},
         {"a closing parenthesis at the end", "cn=b,o=x", "description", "one)", 21},
+        {"an escaped parenthesis in a DN", "cn=\\28b,o=x", "description", "one", 34},
         {"a colon in the name", "cn=b,o=x", "descr:iption", "one", 21},
         {"an option", "cn=b,o=x", "description;lang-de", "one", 21},
         {"a numeric OID", "cn=b,o=x", "2.5.4.13", "one", 21},
@@ -871,4 +872,74 @@ TEST_F(ChangeSet, ReadsInsideASetSeeThePendingChanges)
     ASSERT_EQ(cfg_read_s(handle.get(), "cn=b,o=x", baseScope, &entries), 0);
     const Message result(entries);
     EXPECT_EQ(listed(entries), "dn: cn=b, o=x\ndescription: one\n");
+}
+
+TEST_F(ChangeSet, ACommentThatEndsAnEntryStaysOutsideTheBlockBelowOverCommits)
+{
+    const Handle handle = safe("version: 1\n\ndn: o=x\nb: 1\n# tail of x\n\n# block of a\ndn: cn=a, o=x\na: 1\n\n");
+    const auto block = [&] {
+        char* text = nullptr;
+        EXPECT_EQ(cfg_get_comment_s(handle.get(), "cn=a,o=x", nullptr, &text), 0);
+        const Text owned(text);
+        return shown(text);
+    };
+    EXPECT_EQ(block(), "block of a");
+    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(block(), "block of a");
+    EXPECT_NE(read().find("\n# tail of x\n\n# block of a\ndn: cn=a, o=x\n"), std::string::npos) << read();
+}
+
+TEST_F(ChangeSet, TheNeverModeKeepsAndRendersRejectedLinesAsTheDirectModeDoes)
+{
+    constexpr char text[] = "charset: UTF-8\nversion: 1\n\ndn: o=x\nno colon\n\n";
+    const Handle handle = boundIn(CFG_WRITE_NEVER, text);
+    EXPECT_EQ(lineOf(handle.get(), "o=x", "zor-slapdInvalidLine", "no colon: "), 5);
+    const std::string own = rendered(handle.get());
+    EXPECT_EQ(read(), text);
+    const Handle classic = boundIn(CFG_WRITE_DIRECT, text);
+    EXPECT_EQ(read(), own);
+}
+
+TEST_F(ChangeSet, AHandleThatGoesFromTheNeverToTheSafeModeWritesWhatComesBack)
+{
+    const Handle handle = boundIn(CFG_WRITE_NEVER, "charset: UTF-8\nversion: 1\n\ndn: o=x\nno colon\n\n");
+    ASSERT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE), 0);
+    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), std::string(rootText) +
+                          "dn: o=x\nzor-slapdInvalidLine: no colon:\n\ndn: cn=b, o=x\ndescription: one\n\n");
+}
+
+TEST_F(ChangeSet, ACreatedFilesNameIsLookedAtBeforeItsText)
+{
+    const Handle handle(cfg_init());
+    write(sampleText);
+    EXPECT_EQ(cfg_create_s(handle.get(), pathOf(fileName).c_str(), "port: 1\n", 8), 68);
+    EXPECT_EQ(cfg_get_exterror(handle.get()), 68);
+}
+
+TEST_F(ChangeSet, ABackupThatWouldBeRemovedAsALeftoverIsRefused)
+{
+    const Handle handle = unbound(write(sampleText));
+    ASSERT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE), 0);
+    ASSERT_EQ(cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf(".zorslapd.conf.veltor.old").c_str()), 0);
+    ASSERT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
+    remember();
+    EXPECT_EQ(setPort(handle.get(), "7"), 50);
+    expectUntouched();
+}
+
+TEST_F(ChangeSet, AnInstallNeedsASetThatIsNotSpoiltAndDropsItsChanges)
+{
+    const Handle handle = safe();
+    EXPECT_EQ(cfg_install_s(handle.get(), "", 0), refused) << "no set";
+    remember();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(setPort(handle.get(), "none"), 21);
+    EXPECT_EQ(cfg_install_s(handle.get(), "", 0), refused) << "spoilt";
+    expectUntouched();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0);
+    const std::string text = withPort("7");
+    ASSERT_EQ(cfg_install_s(handle.get(), text.data(), text.size()), 0);
+    EXPECT_EQ(search(handle.get(), "cn=b,o=x", baseScope, "description=*").code, 32);
 }

@@ -285,8 +285,8 @@ class Loader
 public:
     Loader(FileText& text, TextUse use, Image& image)
         : region_(text.isInChunks()), ancestors_(text.view().size() / usualFamilyBytes), text_(text),
-          keepsText_(use == TextUse::kept), reader_(text.view()), image_(image), root_(image.root),
-          pending_(image.trailingComment), index_(image.index)
+          keepsText_(use != TextUse::usedUp), settles_(use == TextUse::settled), reader_(text.view()), image_(image),
+          root_(image.root), pending_(image.trailingComment), index_(image.index)
     {
     }
 
@@ -345,10 +345,14 @@ private:
         case LDIF_Line::blankLine:
             if (current_ != nullptr) {
                 closeEntry();
-                if (!pending_.lines.empty()) {
-                    pending_.lines.back().setEndsEntry(true);
+                if (pending_.lines.empty()) {
+                    break;
                 }
-                break;
+                pending_.lines.back().setEndsEntry(true);
+                if (!settles_) {
+                    break;
+                }
+                // A write puts the comment behind a blank line of its own: this one goes on parting it from the next.
             }
             [[fallthrough]];
         case LDIF_Line::comment:
@@ -387,7 +391,7 @@ private:
     {
         line_.changeToInvalidAttr();
         image_.hasKeptLines = true;
-        if (!keepsText_) {
+        if (!settles_) {
             return;
         }
         // A DN line without a colon gets the label of DN lines, since its entry would not come back under the other.
@@ -562,6 +566,7 @@ private:
     DnMemory ancestors_;
     FileText& text_;
     bool keepsText_;
+    bool settles_;
     LineReader reader_;
     Image& image_;
     LDIF_Entry& root_;

@@ -167,7 +167,11 @@ void needsSameText(const Image& image, std::string_view text)
 class PlaceReader
 {
 public:
-    PlaceReader(std::string_view text, int firstLine) : reader_(text), before_(firstLine - 1) {}
+    /// @param settles  gives kept lines the form of TextUse::settled
+    PlaceReader(std::string_view text, int firstLine, bool settles)
+        : reader_(text), before_(firstLine - 1), settles_(settles)
+    {
+    }
 
     /// The next attribute with its value; false behind the last.
     bool next(cisString& name, std::string& value, int& line)
@@ -185,7 +189,9 @@ public:
         line = before_ + read.lineNumber;
         if (!read.valid || isRefused(read)) {
             read.changeToInvalidAttr();
-            settleKeptLine(read);
+            if (settles_) {
+                settleKeptLine(read);
+            }
         }
         name.assign(read.name);
         value = read.value;
@@ -209,6 +215,7 @@ private:
 
     LineReader reader_;
     int before_;
+    bool settles_;
 };
 
 /// True when a value is stored as that text, or is equal to it.
@@ -273,8 +280,9 @@ void BoundStore::refresh()
     }
     text_.reset();
     FileText text = readText();
-    replaceTree(text, TextUse::kept, status);
+    replaceTree(text, textUse(), status);
     text_ = std::move(text);
+    isSettled_ = settings_.mode == CFG_WRITE_SAFE;
     isDropped_ = false;
 }
 
@@ -284,6 +292,11 @@ std::string BoundStore::treeView(bool oem)
         refresh();
     }
     return LDIF_File::treeView(oem);
+}
+
+TextUse BoundStore::textUse() const
+{
+    return settings_.mode == CFG_WRITE_SAFE ? TextUse::settled : TextUse::kept;
 }
 
 void BoundStore::modeChanged() noexcept
@@ -432,12 +445,6 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             return;
         }
         comment->lines.resize(above);
-        if (!block.lines.empty() && !comment->lines.empty() && comment->lines.back().type == LDIF_Line::comment) {
-            // What closed the entry above: its blank line was not kept, yet has to part the two again.
-            LDIF_Line blank;
-            blank.type = LDIF_Line::blankLine;
-            comment->lines.push_back(std::move(blank));
-        }
         comment->absorb(std::move(block));
     });
 }
@@ -483,12 +490,13 @@ void BoundStore::takeLock(int timeoutMs)
     FileText text = translating(
         Layer{VELTOR_HERE, "System error reading file"}, [&] { return set->place.read(status); },
         [&](LDIF_Exception& failure) { failure.configFile = fileName; });
-    if (inMemory() && text_ && text_->view() == text.view()) {
+    if (inMemory() && text_ && isSettled_ && text_->view() == text.view()) {
         fileStatus = status;
     } else {
         text_.reset();
-        replaceTree(text, TextUse::kept, status);
+        replaceTree(text, textUse(), status);
         text_ = std::move(text);
+        isSettled_ = true;
     }
     isDropped_ = false;
     set_ = std::move(set);
@@ -547,7 +555,7 @@ FileText BoundStore::printed()
 void BoundStore::readBack(FileText& text, Image& image)
 {
     try {
-        load(text, TextUse::kept, image, fileName);
+        load(text, TextUse::settled, image, fileName);
     } catch (const LDIF_Exception& cause) {
         if (cause.isSystemFailure()) {
             throw;
@@ -633,7 +641,7 @@ void BoundStore::install(std::string_view given)
         }
         FileText text = copyOf(given);
         Image image;
-        load(text, TextUse::kept, image, fileName);
+        load(text, TextUse::settled, image, fileName);
         put(*set, std::move(text), std::move(image));
     } catch (...) {
         dropChanges();
@@ -667,13 +675,14 @@ int BoundStore::lineOf(const LDIF_DN& dn, const char* attribute, const char* val
         refuse(__LINE__, result::unwillingToPerform, "Positions are kept in the safe and the never-write mode");
     }
     const LDIF_Entry* const entry = find(dn);
-    if (entry == nullptr) {
-        refuse(__LINE__, result::noSuchObject, "Entry not found");
-    }
-    const auto found = attribute == nullptr ? entry->attributes.cend() : entry->attributes.find(attribute);
-    if (attribute != nullptr && found == entry->attributes.cend()) {
-        refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
-    }
+    telling(dn, attribute, [&] {
+        if (entry == nullptr) {
+            refuse(__LINE__, result::noSuchObject, "Entry not found");
+        }
+        if (attribute != nullptr && entry->attributes.find(attribute) == entry->attributes.cend()) {
+            refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
+        }
+    });
     if (!text_) {
         return 0;
     }
@@ -688,7 +697,7 @@ int BoundStore::lineOf(const LDIF_DN& dn, const char* attribute, const char* val
         return entry == &root || own.empty() ? 0 : own.front().line;
     }
     for (const EntryPlace& place : own) {
-        PlaceReader lines(text_->view().substr(place.begin, place.end - place.begin), place.line);
+        PlaceReader lines(text_->view().substr(place.begin, place.end - place.begin), place.line, isSettled_);
         cisString name;
         std::string text;
         int line = 0;

@@ -103,6 +103,7 @@ public:
 private:
     struct ChangeSet;
 
+    TextUse textUse() const;
     bool isCareful() const { return settings_.mode != CFG_WRITE_DIRECT; }
     bool prepareUpdate();
     void runInSet(const std::function<void()>& change);
@@ -117,6 +118,7 @@ private:
 
     const WriteSettings& settings_;
     std::optional<FileText> text_; // that the tree and the places were read from
+    bool isSettled_ = false;       // what was read from it is what a safe write leaves of it
     std::unique_ptr<ChangeSet> set_;
     bool isDropped_ = false; // the tree, by the end of a change set
 };

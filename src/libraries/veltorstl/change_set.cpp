@@ -62,6 +62,7 @@ int cfg_create_s(void* handle, const char* file, const char* text, size_t size)
         return target.lastResult = result::paramError;
     }
     return runKept(target, {VELTOR_HERE, "System error in cfg_create_s()"}, [&] {
+        needsFreeName(file);
         needsToLoad(textOf(text, size), file);
         createFile(file, textOf(text, size));
         return 0;

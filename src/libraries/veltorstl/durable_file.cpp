@@ -604,6 +604,10 @@ private:
             errno = EISDIR;
             refuseStep(__LINE__, "write the backup", fileName);
         }
+        if (besideConfiguration_ && isTemporaryOf(place.name(), name_)) {
+            refuse(__LINE__, result::insufficientAccess, fileOpen,
+                   "\"" + fileName + "\" can't be the backup: what is named so is removed as a leftover");
+        }
         for (const std::string& taken : {place.name(), lockNameOf(place)}) {
             if ((besideConfiguration_ && name_ == taken) || (replaces && leadsTo(place.folder(), taken, present))) {
                 refuse(__LINE__, result::insufficientAccess, fileOpen,
@@ -855,6 +859,14 @@ struct stat install(const FilePlace& place, std::string_view text, std::string_v
             shortage.msg.replace(shortage.msg.find(old), old.size(), "new");
         }
         throw std::move(shortage);
+    }
+}
+
+void needsFreeName(const std::string& fileName)
+{
+    struct stat status = {};
+    if (statusAt(AT_FDCWD, fileName, status)) {
+        namingFile(fileName, [&] { refuseExisting(__LINE__, fileName); });
     }
 }
 

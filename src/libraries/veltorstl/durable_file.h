@@ -79,6 +79,10 @@ private:
 struct stat install(const FilePlace& place, std::string_view text, std::string_view expected,
                     const std::string& backupFileName);
 
+/// Refuses a name for a new file at once.
+/// @throws LDIF_Exception 68/68 when it exists in any form
+void needsFreeName(const std::string& fileName);
+
 /// Makes a new file with mode 0640, durable and whole or not at all.
 ///
 /// @throws LDIF_Exception 68/68 when the name exists in any form; 50/1004 for a step that is not permitted, 80/1000 for

@@ -43,8 +43,9 @@ struct Image
 
 /// How a load treats its text.
 enum class TextUse {
-    usedUp, ///< its memory may become that of the tree
-    kept,   ///< it stays as it is, and the places of the entries are noted
+    usedUp,  ///< its memory may become that of the tree
+    kept,    ///< it stays as it is, and the places of the entries are noted
+    settled, ///< kept, and what is read is at once what a write and the next load leave of it
 };
 
 /// Gives a line that was kept as zor-slapdInvalidLine the value that a write and the next load leave of it: one without
