@@ -193,7 +193,7 @@ Values keptByFindings(std::string_view text, const Findings& findings, TextUse u
     for (reader.next(line); line.type != LDIF_Line::endOfFile; reader.next(line)) {
         if (rejected.contains(line.lineNumber)) {
             line.changeToInvalidAttr();
-            values.insert(folded(use == TextUse::kept ? settled(line.value) : line.value));
+            values.insert(folded(use == TextUse::settled ? settled(line.value) : line.value));
         } else if (kept.contains(line.lineNumber)) {
             values.insert(folded(line.value));
         }
@@ -230,7 +230,7 @@ void lookAt(std::string_view text)
         require(first->line == bind.line && first->code == bind.code, "the first error is that of the load",
                 std::string(text), told + bind.dump);
     } else {
-        for (const TextUse use : {TextUse::kept, TextUse::usedUp}) {
+        for (const TextUse use : {TextUse::settled, TextUse::usedUp}) {
             requireSame("what is told as rejected is what a load keeps", joined(keptByFindings(text, findings, use)),
                         joined(keptBy(text, use)));
         }

@@ -149,7 +149,7 @@ bool load(std::string_view text, Configuration& configuration)
     std::copy(text.begin(), text.end(), copy.data());
     copy.setSize(text.size());
     Image image;
-    if (failureOf([&] { veltor::detail::load(copy, TextUse::kept, image, configName); })) {
+    if (failureOf([&] { veltor::detail::load(copy, TextUse::settled, image, configName); })) {
         return false;
     }
     for (TreeWalk walk(image.root); walk.current() != nullptr; walk.next()) {

@@ -766,7 +766,7 @@ TEST_F(ChangeSet, WhatAnEmptyDnAddsToTheRootIsFoundAgain)
 
 TEST_F(ChangeSet, AKeptLineIsFoundByTheValueThatReadsShow)
 {
-    const Handle handle = boundIn(CFG_WRITE_NEVER, "version: 1\n\ndn: o=x\nb: 1\nno colon\nzor-slapdPort: none\n\n");
+    const Handle handle = safe("version: 1\n\ndn: o=x\nb: 1\nno colon\nzor-slapdPort: none\n\n");
     const auto lineOf = [&](const char* value) {
         int line = -1;
         EXPECT_EQ(cfg_locate_s(handle.get(), "o=x", "zor-slapdInvalidLine", value, &line), 0);
