@@ -151,13 +151,16 @@ void needsSameText(const Image& image, std::string_view text)
     RenderedText again(text.size() + 1);
     renderTo(again, image.root, image.trailingComment);
     std::string_view rest = text;
-    again.handOver([&rest](std::string_view piece) {
-        const bool same = rest.substr(0, piece.size()) == piece;
-        rest.remove_prefix(same ? piece.size() : 0);
+    bool same = true;
+    again.handOver([&](std::string_view piece) {
+        const auto [other, difference] = std::mismatch(rest.begin(), rest.end(), piece.begin(), piece.end());
+        same = difference == piece.end();
+        rest.remove_prefix(static_cast<std::size_t>(other - rest.begin()));
         return same;
     });
-    if (!rest.empty()) {
-        const auto line = std::count(text.begin(), text.end() - static_cast<std::ptrdiff_t>(rest.size()), '\n') + 1;
+    if (!same || !rest.empty()) {
+        const std::string_view before = text.substr(0, text.size() - rest.size());
+        const auto line = std::count(before.begin(), before.end(), '\n') + 1;
         refuse(__LINE__, result::invalidSyntax,
                "Line " + std::to_string(line) + " of the new text would be written otherwise the next time");
     }
