@@ -2,6 +2,8 @@
 // with it everything that was there: the same entries, attributes, values and comment lines. Or it is refused, the file
 // stays as it is, and the file holds one of the three things that the library's own form can't say: a value begun on a
 // continuation line, a DN that does not come back, attributes of an empty DN. Then the refusal names a line of it.
+// There is a fourth, which needs two values: an attribute whose name begins with a blank, as one behind a comment line
+// can, continues the line above it when no comment parts the two.
 //
 // An input is a file up to a line "%%", and behind it a number: the change to make, see Change.
 #include "LDIF_Attribute.h"
@@ -52,21 +54,22 @@ struct Entry
     bool dnIsLost = false;
     bool dnValueIsLost = false;
     bool valueIsLost = false;
+    bool nameIsLost = false;
     Lines attributes; // "[name] [value] [value]" each
     Lines names;
     Lines comments; // its own, and those of its attributes
 };
 
-bool isBlankOrParenthesis(wchar_t character)
+bool beginsWithBlank(std::string_view text)
 {
-    return w_my_isspace(character) || w_my_isparen(character);
+    const std::wstring wide = multibyte2wide(std::string(text));
+    return !wide.empty() && w_my_isspace(wide.front());
 }
 
 /// True for a value that can only have been begun on a continuation line: else the reader strips what is in front.
 bool beginsOnContinuation(std::string_view value)
 {
-    const std::wstring wide = multibyte2wide(std::string(value));
-    return !wide.empty() && isBlankOrParenthesis(wide.front());
+    return beginsWithBlank(value) || value.starts_with('(') || value.starts_with(')');
 }
 
 /// True for a DN that does not print, or prints as another one.
@@ -115,6 +118,7 @@ Entry told(const LDIF_Entry& entry)
         }
         all.attributes.push_back(std::move(text));
         all.names.push_back(attribute.name);
+        all.nameIsLost = all.nameIsLost || (attribute.values.size() > 1 && beginsWithBlank(attribute.name));
         collect(attribute.comment, all.comments);
     }
     return all;
@@ -352,7 +356,7 @@ void requireReason(void* handle, int code, const Configuration& before, std::str
     const std::string failure = failureIn(handle);
     const bool dnIsLost = before.any([](const Entry& entry) { return entry.dnIsLost || entry.dnValueIsLost; });
     const bool dnValueIsLost = before.any([](const Entry& entry) { return entry.dnValueIsLost; });
-    const bool valueIsLost = before.any([](const Entry& entry) { return entry.valueIsLost; });
+    const bool valueIsLost = before.any([](const Entry& entry) { return entry.valueIsLost || entry.nameIsLost; });
     require(cfg_get_exterror(handle) == code, "the library code repeats the code", failure);
     switch (code) {
     case 21:

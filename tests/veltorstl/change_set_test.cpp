@@ -806,6 +806,7 @@ TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
         {"a second charset of an empty DN", "version: 1\n\ndn: o=x\n\ndn:\ncharset: UTF-8\n\n", 65, 5},
         {"a DN with a parenthesis", "version: 1\n\ndn: o=x\n\ndn: cn=\\28a\n\n", 34, 5},
         {"a DN that comes back as another entry's", "version: 1\n\ndn: cn=a\nb: 1\n\ndn: cn=\\28a\nc: 1\n\n", 34, 6},
+        {"a DN that is no text", "version: 1\n\ndn: o=x\n\ndn: cn=\"\\85\",o=x\nb: 1\n", 34, 5},
         {"a DN that can't be printed", "version: 1\n\ndn: o=x\n\ndn: cn=\nc: 1\n\n", 34, 5},
     };
     for (const Row& row : rows) {

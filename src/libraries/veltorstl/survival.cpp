@@ -197,18 +197,18 @@ void needsToSurvive(const LDIF_DN& dn)
     }
     LDIF_Line line;
     std::string back;
-    if (readsAsOneLine(std::string(dnLabel) + ": " + text + "\n", LDIF_Line::dn, line)) {
-        try {
+    try {
+        if (readsAsOneLine(std::string(dnLabel) + ": " + text + "\n", LDIF_Line::dn, line)) {
             LDIF_DN read;
             read = cisString(line.value);
             back = read.str();
             if (back == text && read.compare(dn) == 0) {
                 return;
             }
-        } catch (const LDIF_Exception& failure) {
-            if (failure.isSystemFailure()) {
-                throw;
-            }
+        }
+    } catch (const LDIF_Exception& failure) {
+        if (failure.isSystemFailure()) {
+            throw;
         }
     }
     refuse(__LINE__, result::invalidDnSyntax, "The DN would come back as " + quoted(back.empty() ? line.value : back),
