@@ -378,9 +378,11 @@ void requireReason(void* handle, int code, const Configuration& before, std::str
         reader.next(line);
     } while (line.type != LDIF_Line::endOfFile && line.lineNumber != number);
     const std::string attribute = shown(cfg_get_attribute(handle));
+    // What an empty DN brought may have become another line on its way.
+    const bool isBrought = code == 65 && line.type == LDIF_Line::dn && line.value.empty();
     if (attribute.empty()) {
         require(line.type == LDIF_Line::dn, "the refusal names the line of the DN", text, failure);
-    } else {
+    } else if (!isBrought) {
         const bool isKept = !line.valid || strcasecmp(attribute.c_str(), "zor-slapdInvalidLine") == 0;
         require(line.type == LDIF_Line::attribute && (isKept || strcasecmp(attribute.c_str(), line.name.c_str()) == 0),
                 "the refusal names the line of the attribute", text, failure);

@@ -807,6 +807,8 @@ TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
         {"a DN with a parenthesis", "version: 1\n\ndn: o=x\n\ndn: cn=\\28a\n\n", 34, 5},
         {"a DN that comes back as another entry's", "version: 1\n\ndn: cn=a\nb: 1\n\ndn: cn=\\28a\nc: 1\n\n", 34, 6},
         {"a DN that is no text", "version: 1\n\ndn: o=x\n\ndn: cn=\"\\85\",o=x\nb: 1\n", 34, 5},
+        {"a DN that ends where its NUL is", "version: 1\n\ndn: o=x\n\ndn: cn=\"\\00a\",o=x\nb: 1\n", 34, 5},
+        {"a rejected line of an empty DN", "version: 1\n\ndn:\nno colon\n\ndn: o=x\n\n", 65, 4},
         {"a DN that can't be printed", "version: 1\n\ndn: o=x\n\ndn: cn=\nc: 1\n\n", 34, 5},
     };
     for (const Row& row : rows) {
