@@ -153,9 +153,11 @@ void needsSameText(const Image& image, std::string_view text)
     std::string_view rest = text;
     bool same = true;
     again.handOver([&](std::string_view piece) {
-        const auto [other, difference] = std::mismatch(rest.begin(), rest.end(), piece.begin(), piece.end());
-        same = difference == piece.end();
-        rest.remove_prefix(static_cast<std::size_t>(other - rest.begin()));
+        same = rest.starts_with(piece);
+        rest.remove_prefix(
+            same ? piece.size()
+                 : static_cast<std::size_t>(std::mismatch(rest.begin(), rest.end(), piece.begin(), piece.end()).first -
+                                            rest.begin()));
         return same;
     });
     if (!same || !rest.empty()) {

@@ -126,6 +126,31 @@ void compareEntries(const LDIF_Entry& meant, const LDIF_Entry& read)
     }
 }
 
+/// True when two comments have the same comment lines. Blank lines don't count.
+bool sayTheSame(const LDIF_Comment& left, const LDIF_Comment& right)
+{
+    const auto skipBlank = [](auto line, auto end) {
+        return std::find_if(line, end, [](const LDIF_Line& other) { return other.type == LDIF_Line::comment; });
+    };
+    auto line = skipBlank(left.lines.begin(), left.lines.end());
+    auto back = skipBlank(right.lines.begin(), right.lines.end());
+    while (line != left.lines.end() && back != right.lines.end() && line->value == back->value) {
+        line = skipBlank(line + 1, left.lines.end());
+        back = skipBlank(back + 1, right.lines.end());
+    }
+    return line == left.lines.end() && back == right.lines.end();
+}
+
+/// The same for those of two entries whose attributes are the same.
+bool sayTheSame(const LDIF_Entry& left, const LDIF_Entry& right)
+{
+    return sayTheSame(left.comment, right.comment) &&
+           std::equal(left.attributes.cbegin(), left.attributes.cend(), right.attributes.cbegin(),
+                      right.attributes.cend(), [](const LDIF_Attribute& one, const LDIF_Attribute& other) {
+                          return sayTheSame(one.comment, other.comment);
+                      });
+}
+
 using CommentLines = std::vector<const std::string*>;
 
 void collect(const LDIF_Comment& comment, CommentLines& lines)
@@ -249,6 +274,7 @@ bool areEqual(const LDIF_Attributes& left, const LDIF_Attributes& right)
 
 void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read)
 {
+    bool commentsAgree = sayTheSame(meant.trailingComment, read.trailingComment);
     TreeWalk back(read.root);
     for (TreeWalk walk(meant.root); walk.current() != nullptr; walk.next()) {
         const LDIF_Entry& entry = *walk.current();
@@ -260,12 +286,17 @@ void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read)
                    {printableName(entry.dn), "", ""});
         }
         compareEntries(entry, *back.current());
+        commentsAgree = commentsAgree && sayTheSame(entry, *back.current());
         back.next();
     }
     if (back.current() != nullptr) {
         refuse(__LINE__, result::invalidDnSyntax, "Another entry would come back",
                {printableName(back.current()->dn), "", ""});
     }
+    if (commentsAgree) {
+        return;
+    }
+    // A line may belong to another place now; what counts is that all are there, in order.
     const auto equal = [](const std::string* left, const std::string* right) { return *left == *right; };
     const CommentLines lines = commentLines(meant);
     const CommentLines linesBack = commentLines(read);
