@@ -2,8 +2,6 @@
 // clear failure each, nothing lost, and no call that waits.
 #include "fault_test.h"
 
-#include "support/told_by_nobody.h"
-
 #include <functional>
 #include <string>
 #include <vector>

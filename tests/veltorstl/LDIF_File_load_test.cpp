@@ -27,7 +27,7 @@
 #include "support/ldif.h"
 #include "support/locale_guard.h"
 #include "support/temporary_folder.h"
-#include "support/told_by_nobody.h"
+#include "support/told_by_child.h"
 
 using veltor::test::dnOf;
 using veltor::test::expectFailure;

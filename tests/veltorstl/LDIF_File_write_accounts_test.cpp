@@ -19,7 +19,7 @@
 
 #include "support/ldif.h"
 #include "support/temporary_folder.h"
-#include "support/told_by_nobody.h"
+#include "support/told_by_child.h"
 
 using veltor::test::expectFailure;
 using veltor::test::failureOf;

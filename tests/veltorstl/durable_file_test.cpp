@@ -44,6 +44,7 @@
 #include "support/failure_of.h"
 #include "support/file_size_limit.h"
 #include "support/temporary_folder.h"
+#include "support/told_by_child.h"
 
 namespace detail = veltor::detail;
 using veltor::detail::createFile;
@@ -51,6 +52,7 @@ using veltor::detail::FilePlace;
 using veltor::detail::install;
 using veltor::test::FailingAllocator;
 using veltor::test::failureOf;
+using veltor::test::nobody;
 using veltor::test::Shortage;
 using veltor::test::TemporaryFolder;
 using veltor::test::withFileSizeLimit;
@@ -251,7 +253,6 @@ namespace {
 
 // ---- Files ----
 
-constexpr uid_t nobody = 65534;
 constexpr std::string_view oldText = "dn: o=x\ncn: old\n\n";
 constexpr std::string_view newText = "dn: o=x\ncn: new\ncn: more\n\n";
 
@@ -367,30 +368,10 @@ std::string told(const std::function<std::string()>& work)
     }
 }
 
-/// What the work tells as another process, without the rights of root if `user` is not 0.
-std::string toldByChild(const std::function<std::string()>& work, uid_t user = 0)
+/// What the work tells as a user without rights.
+std::string toldByNobody(const std::function<std::string()>& work)
 {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        std::string text = "still root";
-        if (user == 0 || (setgid(user) == 0 && setuid(user) == 0)) {
-            text = told(work);
-        }
-        _exit(write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
-    }
-    close(ends[1]);
-    std::string text;
-    char bytes[4096];
-    for (ssize_t got = 0; (got = read(ends[0], bytes, sizeof bytes)) > 0;) {
-        text.append(bytes, static_cast<std::size_t>(got));
-    }
-    close(ends[0]);
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    return text;
+    return veltor::test::toldByNobody([&work] { return told(work); });
 }
 
 /// Another process that holds something from construction until it is told to end.
@@ -909,13 +890,11 @@ TEST_F(WriterLock, AnOrdinaryUserIsToldWhyThereIsNoLockAndLeavesNothing)
 {
     SKIP_UNLESS_ROOT();
     const auto tryAsNobody = [&] {
-        return toldByChild(
-            [&] {
-                const FilePlace place(file);
-                const detail::WriterLock lock(place, 0);
-                return std::string("locked");
-            },
-            nobody);
+        return toldByNobody([&] {
+            const FilePlace place(file);
+            const detail::WriterLock lock(place, 0);
+            return std::string("locked");
+        });
     };
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
     EXPECT_EQ(tryAsNobody().substr(0, 24), "50/1004 Unable to make \"") << "the folder is root's";
@@ -942,21 +921,17 @@ TEST_F(WriterLock, AFolderThatCannotBeReadIsReportedBeforeAnythingIsChanged)
     ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
     ASSERT_EQ(chmod(folder.path().c_str(), 0300), 0);
-    EXPECT_EQ(toldByChild(
-                  [&] {
-                      const FilePlace place(file);
-                      struct stat status = {};
-                      return std::string(place.read(status).view());
-                  },
-                  nobody),
+    EXPECT_EQ(toldByNobody([&] {
+                  const FilePlace place(file);
+                  struct stat status = {};
+                  return std::string(place.read(status).view());
+              }),
               oldText);
-    EXPECT_EQ(toldByChild(
-                  [&] {
-                      const FilePlace place(file);
-                      const detail::WriterLock lock(place, 0);
-                      return std::string("locked");
-                  },
-                  nobody),
+    EXPECT_EQ(toldByNobody([&] {
+                  const FilePlace place(file);
+                  const detail::WriterLock lock(place, 0);
+                  return std::string("locked");
+              }),
               "50/1004 Unable to read the folder of \"f\": Permission denied");
 }
 
@@ -1689,13 +1664,11 @@ TEST_F(Install, AnOrdinaryUserCannotWriteToAFolderOfOthers)
     SKIP_UNLESS_ROOT();
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
     folder.write("f.bak", olderText);
-    const std::string outcome = toldByChild(
-        [&] {
-            const FilePlace place(file);
-            install(place, newText, oldText, folder.path("f.bak"));
-            return std::string("installed");
-        },
-        nobody);
+    const std::string outcome = toldByNobody([&] {
+        const FilePlace place(file);
+        install(place, newText, oldText, folder.path("f.bak"));
+        return std::string("installed");
+    });
     EXPECT_TRUE(outcome.starts_with("50/1004 Unable to make \".f.veltor.")) << outcome;
     EXPECT_TRUE(outcome.ends_with("\": Permission denied; the old text is in place")) << outcome;
     EXPECT_EQ(folder.read("f"), oldText);
@@ -1716,13 +1689,11 @@ TEST_F(Install, AnOrdinaryUserCannotReplaceAFileOfOthers)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         ASSERT_EQ(chown(file.c_str(), row.owner, row.group), 0);
-        EXPECT_EQ(toldByChild(
-                      [&] {
-                          const FilePlace place(file);
-                          install(place, newText, oldText, "");
-                          return std::string("installed");
-                      },
-                      nobody),
+        EXPECT_EQ(toldByNobody([&] {
+                      const FilePlace place(file);
+                      install(place, newText, oldText, "");
+                      return std::string("installed");
+                  }),
                   "50/1004 Unable to keep owner and group of \"f\": Operation not permitted; the old text is in place");
         EXPECT_EQ(folder.read("f"), oldText);
         EXPECT_EQ(namesIn(folder), Names{"f"});
@@ -1734,14 +1705,12 @@ TEST_F(Install, AnOrdinaryUserReplacesAFileOfItsOwn)
     SKIP_UNLESS_ROOT();
     ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
-    EXPECT_EQ(toldByChild(
-                  [&] {
-                      const FilePlace place(file);
-                      const detail::WriterLock lock(place, 0);
-                      install(place, newText, oldText, folder.path("f.bak"));
-                      return std::string("installed");
-                  },
-                  nobody),
+    EXPECT_EQ(toldByNobody([&] {
+                  const FilePlace place(file);
+                  const detail::WriterLock lock(place, 0);
+                  install(place, newText, oldText, folder.path("f.bak"));
+                  return std::string("installed");
+              }),
               "installed");
     EXPECT_EQ(folder.read("f"), newText);
     EXPECT_EQ(namesIn(folder), (Names{"f", "f.bak", "f.lock"}));
@@ -1975,12 +1944,10 @@ TEST_F(CreateFile, AFileWithoutAFolderInItsNameIsMadeInTheWorkingFolder)
 TEST_F(CreateFile, AnOrdinaryUserCannotMakeAFileInAFolderOfOthers)
 {
     SKIP_UNLESS_ROOT();
-    const std::string outcome = toldByChild(
-        [&] {
-            createFile(file, newText);
-            return std::string("made");
-        },
-        nobody);
+    const std::string outcome = toldByNobody([&] {
+        createFile(file, newText);
+        return std::string("made");
+    });
     EXPECT_TRUE(outcome.starts_with("50/1004 Unable to make \".f.veltor.")) << outcome;
     EXPECT_EQ(namesIn(folder), Names{});
 }

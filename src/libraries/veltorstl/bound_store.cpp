@@ -3,6 +3,7 @@
 
 #include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
+#include "load_rules.h"
 #include "rendered_text.h"
 #include "survival.h"
 
@@ -407,7 +408,7 @@ void BoundStore::completeRoot()
         return;
     }
     const LDIF_Attributes& attributes = root.attributes;
-    for (const auto& [name, value] : {std::pair("charset", "ISO-8859-1"), std::pair("version", "1")}) {
+    for (const auto& [name, value] : {std::pair("charset", defaultCharset), std::pair("version", defaultVersion)}) {
         if (attributes.find(name) == attributes.cend()) {
             root.attributes += LDIF_Attribute(name, value);
         }
@@ -522,6 +523,20 @@ void BoundStore::dropChanges() noexcept
     isDropped_ = true;
 }
 
+/// Runs a part of a commit; what it refuses tells where in the file that stands.
+template <class Work>
+auto BoundStore::tellingLine(Work&& work)
+{
+    try {
+        return work();
+    } catch (LDIF_Exception& failure) {
+        if (!failure.isSystemFailure()) {
+            tellLine(failure);
+        }
+        throw;
+    }
+}
+
 void BoundStore::commit()
 {
     const auto set = endSet();
@@ -533,25 +548,12 @@ void BoundStore::commit()
         return;
     }
     try {
-        FileText text = printed();
+        FileText text = tellingLine([&] { return rendered(); });
         Image image;
         readBack(text, image);
         put(*set, std::move(text), std::move(image));
     } catch (...) {
         dropChanges();
-        throw;
-    }
-}
-
-/// What is about to be written.
-FileText BoundStore::printed()
-{
-    try {
-        return rendered();
-    } catch (LDIF_Exception& failure) {
-        if (!failure.isSystemFailure()) {
-            tellLine(failure);
-        }
         throw;
     }
 }
@@ -582,15 +584,10 @@ void BoundStore::readBack(FileText& text, Image& image)
         tellLine(failure);
         throw failure;
     }
-    try {
+    tellingLine([&] {
         needsEqual({root, trailingComment}, {image.root, image.trailingComment});
         needsSameText(image, text.view());
-    } catch (LDIF_Exception& failure) {
-        if (!failure.isSystemFailure()) {
-            tellLine(failure);
-        }
-        throw;
-    }
+    });
 }
 
 /// Adds to a refusal where in the file that stands which the library's own form can't express.

@@ -111,7 +111,8 @@ private:
     std::unique_ptr<ChangeSet> endSet();
     void dropChanges() noexcept;
     void completeRoot();
-    FileText printed();
+    template <class Work>
+    auto tellingLine(Work&& work);
     void readBack(FileText& text, Image& image);
     void tellLine(LDIF_Exception& failure);
     void put(const ChangeSet& set, FileText&& text, Image&& image);

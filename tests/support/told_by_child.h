@@ -1,6 +1,6 @@
-// What happens to a user without rights.
-#ifndef VELTOR_TESTS_TOLD_BY_NOBODY_H
-#define VELTOR_TESTS_TOLD_BY_NOBODY_H
+// What happens in another process, and to a user without rights.
+#ifndef VELTOR_TESTS_TOLD_BY_CHILD_H
+#define VELTOR_TESTS_TOLD_BY_CHILD_H
 
 #include <cstddef>
 #include <string>
@@ -14,11 +14,10 @@ namespace veltor::test {
 
 inline constexpr uid_t nobody = 65534;
 
-/// Does the work in a child process of the user "nobody" and gives the text that it returns. Takes root to call.
-///
-/// A text of its own tells what went wrong on the way: no child, a child that is still root, or one that died.
+/// Does the work in a child process and gives the text that it returns; a text of its own tells what went wrong on the
+/// way. What must not happen to the test itself happens there: other users, other mounts.
 template <class Work>
-std::string toldByNobody(Work&& work)
+std::string toldByChild(Work&& work)
 {
     int ends[2];
     if (pipe(ends) != 0) {
@@ -26,8 +25,7 @@ std::string toldByNobody(Work&& work)
     }
     const pid_t child = fork();
     if (child == 0) {
-        const bool changed = setgid(nobody) == 0 && setuid(nobody) == 0;
-        const std::string told = changed ? std::forward<Work>(work)() : "still root";
+        const std::string told = std::forward<Work>(work)();
         _exit(::write(ends[1], told.data(), told.size()) == static_cast<ssize_t>(told.size()) ? 0 : 1);
     }
     close(ends[1]);
@@ -41,7 +39,16 @@ std::string toldByNobody(Work&& work)
     if (child < 0 || waitpid(child, &status, 0) != child) {
         return "no child";
     }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? told : "child died";
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? told : "child died after \"" + told + "\"";
+}
+
+/// The same as the user "nobody". Takes root to call.
+template <class Work>
+std::string toldByNobody(Work&& work)
+{
+    return toldByChild([&]() -> std::string {
+        return setgid(nobody) == 0 && setuid(nobody) == 0 ? std::forward<Work>(work)() : "still root";
+    });
 }
 
 } // namespace veltor::test
