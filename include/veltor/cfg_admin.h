@@ -62,7 +62,8 @@ int cfg_set_write_mode(void *handle, int mode);
 /* Stores the write mode in *mode. */
 int cfg_get_write_mode(void *handle, int *mode);
 
-/* What a safe write does with lines that did not change. The numbers are ABI. */
+/* What a safe write is asked to do with lines that did not change. The numbers are ABI. So far every write gives the
+   whole file the library's own form, whichever is set. */
 enum {
     CFG_LAYOUT_KEEP = 0, /* they stay as they are; every new handle starts here */
     CFG_LAYOUT_OWN = 1   /* the whole file gets the library's own form */
