@@ -469,8 +469,17 @@ private:
     void addDefault(const char* name, const char* value)
     {
         LDIF_Attribute attribute(name, value);
+        LDIF_Comment block;
+        if (settles_) {
+            // The text goes on without the default: the block directly above the first entry stays with that.
+            const auto above = static_cast<std::ptrdiff_t>(pending_.linesAboveBlock());
+            block.lines.insert(block.lines.end(), std::make_move_iterator(pending_.lines.begin() + above),
+                               std::make_move_iterator(pending_.lines.end()));
+            pending_.lines.resize(static_cast<std::size_t>(above));
+        }
         attribute.comment.absorb(std::move(pending_));
         root_.attributes += std::move(attribute);
+        pending_ = std::move(block);
     }
 
     /// A line that its attribute refuses is kept under another name, unless it breaks the rules of the root. When

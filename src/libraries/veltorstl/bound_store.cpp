@@ -3,11 +3,14 @@
 
 #include "LDIF_AttrType.h"
 #include "LDIF_Exception.h"
+#include "entry_lines.h"
+#include "kept_layout.h"
 #include "load_rules.h"
 #include "rendered_text.h"
 #include "survival.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -17,6 +20,7 @@ namespace veltor::detail {
 namespace {
 
 constexpr char rootName[] = "<root>";
+constexpr std::array rootDefaults{std::pair("charset", defaultCharset), std::pair("version", defaultVersion)};
 
 [[noreturn]] void refuse(int line, int code, const std::string& message)
 {
@@ -120,20 +124,32 @@ void renderTo(RenderedText& text, const LDIF_Entry& root, const LDIF_Comment& tr
     trailingComment.appendTo(text);
 }
 
-FileText flattened(const RenderedText& rendered)
+/// Puts a text into memory that it asks for once it knows its size in bytes.
+template <class Text>
+void flatten(const Text& text, const std::function<char*(std::size_t)>& obtain)
 {
     std::size_t size = 0;
-    rendered.handOver([&size](std::string_view piece) {
+    text.handOver([&size](std::string_view piece) {
         size += piece.size();
         return true;
     });
-    FileText text(size + 1);
-    rendered.handOver([&text](std::string_view piece) {
-        std::memcpy(text.data() + text.view().size(), piece.data(), piece.size());
-        text.setSize(text.view().size() + piece.size());
+    char* next = obtain(size);
+    text.handOver([&next](std::string_view piece) {
+        std::memcpy(next, piece.data(), piece.size());
+        next += piece.size();
         return true;
     });
-    return text;
+}
+
+template <class Text>
+FileText flattened(const Text& text)
+{
+    std::optional<FileText> flat;
+    flatten(text, [&flat](std::size_t size) {
+        flat.emplace(size + 1).setSize(size);
+        return flat->data();
+    });
+    return std::move(*flat);
 }
 
 FileText copyOf(std::string_view text)
@@ -169,61 +185,6 @@ void needsSameText(const Image& image, std::string_view text)
     }
 }
 
-/// The lines that lie in a place of an entry, as a load takes them.
-class PlaceReader
-{
-public:
-    /// @param settles  gives kept lines the form of TextUse::settled
-    PlaceReader(std::string_view text, int firstLine, bool settles)
-        : reader_(text), before_(firstLine - 1), settles_(settles)
-    {
-    }
-
-    /// The next attribute with its value; false behind the last.
-    bool next(cisString& name, std::string& value, int& line)
-    {
-        LDIF_Line read;
-        for (;;) {
-            reader_.next(read);
-            if (read.type == LDIF_Line::endOfFile) {
-                return false;
-            }
-            if (read.type == LDIF_Line::attribute) {
-                break;
-            }
-        }
-        line = before_ + read.lineNumber;
-        if (!read.valid || isRefused(read)) {
-            read.changeToInvalidAttr();
-            if (settles_) {
-                settleKeptLine(read);
-            }
-        }
-        name.assign(read.name);
-        value = read.value;
-        return true;
-    }
-
-private:
-    static bool isRefused(const LDIF_Line& line)
-    {
-        try {
-            LDIF_Values values(line.name);
-            values.addText(line.value);
-            return false;
-        } catch (const LDIF_Exception& failure) {
-            if (failure.isSystemFailure()) {
-                throw;
-            }
-            return true;
-        }
-    }
-
-    LineReader reader_;
-    int before_;
-    bool settles_;
-};
-
 /// True when a value is stored as that text, or is equal to it.
 bool isAmong(const LDIF_Values& values, const char* text)
 {
@@ -255,8 +216,12 @@ struct BoundStore::ChangeSet
 {
     ChangeSet(const std::string& fileName, int timeoutMs) : place(fileName), lock(place, timeoutMs) {}
 
+    /// The update at hand touches that entry.
+    void touch(const LDIF_DN& dn) { changes.entries.insert(dn); }
+
     FilePlace place;
     WriterLock lock;
+    Changes changes;
     bool changed = false;
     bool idle = false; // the update at hand found everything as it wants it
     bool spoilt = false;
@@ -281,11 +246,11 @@ void BoundStore::refresh()
         return;
     }
     struct stat status = {};
-    if (isFresh(status)) {
+    if (isFresh(status) && text_) {
         return;
     }
-    text_.reset();
     FileText text = readText();
+    text_.reset();
     replaceTree(text, textUse(), status);
     text_ = std::move(text);
     isSettled_ = settings_.mode == CFG_WRITE_SAFE;
@@ -310,6 +275,11 @@ void BoundStore::modeChanged() noexcept
     if (!isCareful()) {
         text_.reset();
         dropPlaces();
+        return;
+    }
+    // What is in memory may be a classic update that failed half-way, and lines are kept otherwise in each mode.
+    if (!text_ || isSettled_ != (settings_.mode == CFG_WRITE_SAFE)) {
+        dropChanges();
     }
 }
 
@@ -363,6 +333,7 @@ void BoundStore::add(const LDIF_DN& dn, LDAPMod** mods)
     }
     telling(dn, nullptr, [&] {
         needsToSurvive(dn);
+        set_->touch(dn);
         if (find(dn) != nullptr) {
             refuse(__LINE__, result::entryAlreadyExists, "The entry exists");
         }
@@ -385,6 +356,7 @@ void BoundStore::modify(const LDIF_DN& dn, LDAPMod** mods)
     }
     telling(dn, nullptr, [&] {
         TextMods texts(mods);
+        set_->touch(dn);
         const LDIF_Entry* const entry = find(dn);
         for (LDAPMod** mod = texts.list(); entry != nullptr && *mod != nullptr; ++mod) {
             if ((*mod)->mod_op == LDAP_MOD_DELETE || !hasValues(**mod)) {
@@ -401,6 +373,14 @@ void BoundStore::modify(const LDIF_DN& dn, LDAPMod** mods)
     });
 }
 
+void BoundStore::erase(const LDIF_DN& dn, bool deleteNonLeaves)
+{
+    if (isCareful()) {
+        set_->touch(dn);
+    }
+    LDIF_File::erase(dn, deleteNonLeaves);
+}
+
 /// What the root does not say a load adds once there is an entry.
 void BoundStore::completeRoot()
 {
@@ -408,7 +388,7 @@ void BoundStore::completeRoot()
         return;
     }
     const LDIF_Attributes& attributes = root.attributes;
-    for (const auto& [name, value] : {std::pair("charset", defaultCharset), std::pair("version", defaultVersion)}) {
+    for (const auto& [name, value] : rootDefaults) {
         if (attributes.find(name) == attributes.cend()) {
             root.attributes += LDIF_Attribute(name, value);
         }
@@ -450,6 +430,8 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             set_->idle = true;
             return;
         }
+        set_->touch(dn);
+        set_->changes.comments.insert({dn, attribute == nullptr ? "" : attribute});
         comment->lines.resize(above);
         comment->absorb(std::move(block));
     });
@@ -548,9 +530,25 @@ void BoundStore::commit()
         return;
     }
     try {
-        FileText text = tellingLine([&] { return rendered(); });
         Image image;
+        if (settings_.layout == CFG_LAYOUT_OWN) {
+            FileText text = tellingLine([&] { return flattened(*ownForm()); });
+            readBack(text, image);
+            tellingLine([&] {
+                needsEqual({root, trailingComment}, {image.root, image.trailingComment});
+                needsSameText(image, text.view());
+            });
+            put(*set, std::move(text), std::move(image));
+            return;
+        }
+        CommentBalance comments;
+        FileText text = tellingLine([&] { return flattened(editedText(set->changes, comments)); });
         readBack(text, image);
+        tellingLine([&] {
+            dropUnsaidDefaults(image.root);
+            needsEqualEntries(root, image.root);
+            needsComments(text_->view(), comments, text.view());
+        });
         put(*set, std::move(text), std::move(image));
     } catch (...) {
         dropChanges();
@@ -558,7 +556,25 @@ void BoundStore::commit()
     }
 }
 
-/// Reads what is about to be written as the next load will, which has to give what is in memory.
+/// The file's text with the changes of a set in it. The root may stay without its defaults there.
+EditedText BoundStore::editedText(const Changes& changes, CommentBalance& comments)
+{
+    return withLayoutKept({text_->view(), places()}, root, changes, comments);
+}
+
+/// A text without an entry gives a root without defaults.
+void BoundStore::dropUnsaidDefaults(const LDIF_Entry& read)
+{
+    for (const auto& [name, value] : rootDefaults) {
+        const auto attribute = std::as_const(root.attributes).find(name);
+        if (read.attributes.find(name) == read.attributes.cend() && attribute != root.attributes.cend() &&
+            attribute->values.size() == 1 && attribute->values.begin()->text() == value) {
+            root.attributes.erase(attribute);
+        }
+    }
+}
+
+/// Reads what is about to be written as the next load will.
 void BoundStore::readBack(FileText& text, Image& image)
 {
     try {
@@ -584,17 +600,14 @@ void BoundStore::readBack(FileText& text, Image& image)
         tellLine(failure);
         throw failure;
     }
-    tellingLine([&] {
-        needsEqual({root, trailingComment}, {image.root, image.trailingComment});
-        needsSameText(image, text.view());
-    });
 }
 
 /// Adds to a refusal where in the file that stands which the library's own form can't express.
 void BoundStore::tellLine(LDIF_Exception& failure)
 {
-    // An entry that comes back under another DN lets others seem to differ: it is the cause.
-    for (const EntryPlace& place : places()) {
+    // An entry that comes back under another DN lets others seem to differ: it is the cause. Lines that stay as they
+    // are come back.
+    for (const EntryPlace& place : settings_.layout == CFG_LAYOUT_OWN ? places() : EntryPlaces()) {
         if (place.entry == nullptr || place.entry == &root) {
             continue;
         }
@@ -662,11 +675,21 @@ void BoundStore::put(const ChangeSet& set, FileText&& text, Image&& image)
     text_ = std::move(text);
 }
 
-FileText BoundStore::rendered() const
+std::unique_ptr<RenderedText> BoundStore::ownForm() const
 {
-    RenderedText text(static_cast<std::size_t>(fileStatus.st_size) + 4096);
-    renderTo(text, root, trailingComment);
-    return flattened(text);
+    auto text = std::make_unique<RenderedText>(static_cast<std::size_t>(fileStatus.st_size) + 4096);
+    renderTo(*text, root, trailingComment);
+    return text;
+}
+
+void BoundStore::render(const std::function<char*(std::size_t)>& obtain)
+{
+    if (settings_.mode != CFG_WRITE_SAFE || settings_.layout == CFG_LAYOUT_OWN) {
+        flatten(*ownForm(), obtain);
+        return;
+    }
+    CommentBalance comments;
+    flatten(editedText(inSet() ? set_->changes : Changes(), comments), obtain);
 }
 
 // ---- Positions ----
@@ -688,30 +711,28 @@ int BoundStore::lineOf(const LDIF_DN& dn, const char* attribute, const char* val
     if (!text_) {
         return 0;
     }
-    EntryPlaces own;
-    std::copy_if(places().begin(), places().end(), std::back_inserter(own),
-                 [entry](const EntryPlace& place) { return place.entry == entry; });
+    EntryLines lines(text_->view(), isSettled_);
+    int first = 0;
     if (entry == &root) {
-        // What stands above the first entry.
-        own.insert(own.begin(), {entry, 0, places().empty() ? text_->view().size() : places().front().begin, 1});
+        lines.addHeader(places());
+    }
+    for (const EntryPlace& place : places()) {
+        if (place.entry == entry) {
+            lines.addPlace(place);
+            first = first == 0 ? place.line : first;
+        }
     }
     if (attribute == nullptr) {
-        return entry == &root || own.empty() ? 0 : own.front().line;
+        return entry == &root ? 0 : first;
     }
-    for (const EntryPlace& place : own) {
-        PlaceReader lines(text_->view().substr(place.begin, place.end - place.begin), place.line, isSettled_);
-        cisString name;
-        std::string text;
-        int line = 0;
-        while (lines.next(name, text, line)) {
-            if (name != attribute) {
-                continue;
-            }
-            LDIF_Values values(attribute);
-            values.addText(text);
-            if (value == nullptr || isAmong(values, value)) {
-                return line;
-            }
+    for (const ValueLine& line : lines.values()) {
+        if (line.name != attribute) {
+            continue;
+        }
+        LDIF_Values values(attribute);
+        values.addText(line.text);
+        if (value == nullptr || isAmong(values, value)) {
+            return line.lineNumber;
         }
     }
     return 0;

@@ -19,6 +19,11 @@ class LDIF_Exception;
 
 namespace veltor::detail {
 
+class EditedText;
+class RenderedText;
+struct Changes;
+struct CommentBalance;
+
 /// How a handle writes. Its store looks here.
 struct WriteSettings
 {
@@ -65,6 +70,7 @@ public:
     // In safe mode these refuse what would not come back as it is; see survival.h. Else they are those of LDIF_File.
     void add(const LDIF_DN& dn, LDAPMod** mods);
     void modify(const LDIF_DN& dn, LDAPMod** mods);
+    void erase(const LDIF_DN& dn, bool deleteNonLeaves);
 
     /// Replaces the comment block directly above an entry or one of its attributes.
     /// @param attribute  null: the entry's own
@@ -85,12 +91,15 @@ public:
 
     bool inSet() const { return set_ != nullptr; }
 
+    /// The file as a commit would write it.
+    /// @param obtain  gives memory for so many bytes
+    void render(const std::function<char*(std::size_t)>& obtain);
+
     // What veltor/cfg_admin.h says of the calls of these names.
     void begin(int timeoutMs);
     void commit();
     void rollback();
     void install(std::string_view text);
-    FileText rendered() const;
 
     /// Where something stands in the file as last read; 0: nowhere.
     int lineOf(const LDIF_DN& dn, const char* attribute, const char* value);
@@ -111,6 +120,9 @@ private:
     std::unique_ptr<ChangeSet> endSet();
     void dropChanges() noexcept;
     void completeRoot();
+    void dropUnsaidDefaults(const LDIF_Entry& read);
+    std::unique_ptr<RenderedText> ownForm() const;
+    EditedText editedText(const Changes& changes, CommentBalance& comments);
     template <class Work>
     auto tellingLine(Work&& work);
     void readBack(FileText& text, Image& image);

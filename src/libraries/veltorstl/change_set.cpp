@@ -79,16 +79,15 @@ int cfg_render_s(void* handle, char** text, size_t* size)
     }
     return runRead(handle, text != nullptr && size != nullptr, {VELTOR_HERE, "System error in cfg_render_s()"},
                    [&](BoundStore& store) {
-                       const FileText rendered = store.rendered();
-                       const std::string_view view = rendered.view();
-                       char* const copy = static_cast<char*>(std::malloc(view.size() + 1));
-                       if (copy == nullptr) {
-                           throw LDIF_Exception(VELTOR_HERE, result::noMemory, result::noMemory, "malloc()");
-                       }
-                       std::memcpy(copy, view.data(), view.size());
-                       copy[view.size()] = '\0';
-                       *text = copy;
-                       *size = view.size();
+                       store.render([&](std::size_t bytes) {
+                           char* const copy = static_cast<char*>(std::malloc(bytes + 1));
+                           if (copy == nullptr) {
+                               throw LDIF_Exception(VELTOR_HERE, result::noMemory, result::noMemory, "malloc()");
+                           }
+                           copy[bytes] = '\0';
+                           *size = bytes;
+                           return *text = copy;
+                       });
                        return 0;
                    });
 }

@@ -126,6 +126,30 @@ void compareEntries(const LDIF_Entry& meant, const LDIF_Entry& read)
     }
 }
 
+/// @param compareMore  called with each two entries that are the same
+template <class CompareMore>
+void compareTrees(const LDIF_Entry& meant, const LDIF_Entry& read, CompareMore&& compareMore)
+{
+    TreeWalk back(read);
+    for (TreeWalk walk(meant); walk.current() != nullptr; walk.next()) {
+        const LDIF_Entry& entry = *walk.current();
+        if (back.current() == nullptr || back.current()->dn.compare(entry.dn) != 0) {
+            refuse(__LINE__, result::invalidDnSyntax,
+                   back.current() == nullptr
+                       ? "The entry would not come back"
+                       : "The entry " + quoted(printableName(back.current()->dn)) + " would come back here",
+                   {printableName(entry.dn), "", ""});
+        }
+        compareEntries(entry, *back.current());
+        compareMore(entry, *back.current());
+        back.next();
+    }
+    if (back.current() != nullptr) {
+        refuse(__LINE__, result::invalidDnSyntax, "Another entry would come back",
+               {printableName(back.current()->dn), "", ""});
+    }
+}
+
 /// True when two comments have the same comment lines. Blank lines don't count.
 bool sayTheSame(const LDIF_Comment& left, const LDIF_Comment& right)
 {
@@ -275,24 +299,9 @@ bool areEqual(const LDIF_Attributes& left, const LDIF_Attributes& right)
 void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read)
 {
     bool commentsAgree = sayTheSame(meant.trailingComment, read.trailingComment);
-    TreeWalk back(read.root);
-    for (TreeWalk walk(meant.root); walk.current() != nullptr; walk.next()) {
-        const LDIF_Entry& entry = *walk.current();
-        if (back.current() == nullptr || back.current()->dn.compare(entry.dn) != 0) {
-            refuse(__LINE__, result::invalidDnSyntax,
-                   back.current() == nullptr
-                       ? "The entry would not come back"
-                       : "The entry " + quoted(printableName(back.current()->dn)) + " would come back here",
-                   {printableName(entry.dn), "", ""});
-        }
-        compareEntries(entry, *back.current());
-        commentsAgree = commentsAgree && sayTheSame(entry, *back.current());
-        back.next();
-    }
-    if (back.current() != nullptr) {
-        refuse(__LINE__, result::invalidDnSyntax, "Another entry would come back",
-               {printableName(back.current()->dn), "", ""});
-    }
+    compareTrees(meant.root, read.root, [&](const LDIF_Entry& entry, const LDIF_Entry& back) {
+        commentsAgree = commentsAgree && sayTheSame(entry, back);
+    });
     if (commentsAgree) {
         return;
     }
@@ -305,6 +314,11 @@ void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read)
         refuse(__LINE__, result::invalidSyntax, "A comment line would not come back as it is",
                {"", "", lost != lines.end() ? **lost : **found});
     }
+}
+
+void needsEqualEntries(const LDIF_Entry& meant, const LDIF_Entry& read)
+{
+    compareTrees(meant, read, [](const LDIF_Entry&, const LDIF_Entry&) {});
 }
 
 } // namespace veltor::detail

@@ -45,6 +45,9 @@ struct TreeAndTrailer
 /// @throws LDIF_Exception 21/21 and 34/34 with the first difference
 void needsEqual(const TreeAndTrailer& meant, const TreeAndTrailer& read);
 
+/// The same without a look at comment lines.
+void needsEqualEntries(const LDIF_Entry& meant, const LDIF_Entry& read);
+
 } // namespace veltor::detail
 
 #endif

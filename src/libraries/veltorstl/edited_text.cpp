@@ -1,0 +1,119 @@
+// A text with changes.
+#include "edited_text.h"
+
+#include <algorithm>
+
+namespace veltor::detail {
+
+void EditedText::insert(std::size_t position, Sticks sticks, NewLines lines)
+{
+    edits_.push_back({position, position, static_cast<int>(sticks),
+                      sticks == Sticks::onItsOwn ? Kind::entry : Kind::insertion, std::move(lines)});
+}
+
+void EditedText::replace(TextRange range, NewLines lines)
+{
+    constexpr int behindInsertions = static_cast<int>(Sticks::toLineBelow) + 1;
+    edits_.push_back({range.begin, range.end, behindInsertions, Kind::instead, std::move(lines)});
+}
+
+void EditedText::putOnTop(NewLines lines)
+{
+    edits_.push_back({0, 0, -1, Kind::onTop, std::move(lines)});
+}
+
+bool EditedText::insertsAt(std::size_t position) const
+{
+    return std::any_of(edits_.begin(), edits_.end(),
+                       [position](const Edit& edit) { return edit.begin == position && edit.kind != Kind::instead; });
+}
+
+bool EditedText::replaces(std::size_t position) const
+{
+    return std::any_of(edits_.begin(), edits_.end(), [position](const Edit& edit) {
+        return edit.begin <= position && position < edit.end;
+    });
+}
+
+void EditedText::finish()
+{
+    std::stable_sort(edits_.begin(), edits_.end(), [](const Edit& left, const Edit& right) {
+        return std::pair(left.begin, left.rank) < std::pair(right.begin, right.rank);
+    });
+    std::size_t done = 0;
+    for (const Edit& edit : edits_) {
+        emitSource({done, std::max(done, edit.begin)});
+        done = std::max(done, edit.end);
+        if (edit.lines.empty()) {
+            continue;
+        }
+        if (edit.kind == Kind::entry) {
+            owesBlank_ = size_ != 0 && !endsWithBlankLine();
+        }
+        emitLines(edit.lines);
+        owesBlank_ = edit.kind == Kind::entry || edit.kind == Kind::onTop;
+    }
+    emitSource({done, source_.size()});
+}
+
+void EditedText::emit(std::string_view piece)
+{
+    pieces_.push_back(piece);
+    size_ += piece.size();
+}
+
+void EditedText::emitSource(TextRange range)
+{
+    if (range.empty()) {
+        return;
+    }
+    if (owesBlank_ && !isBlankLine(source_, range.begin)) {
+        emit(made_.emplace_back(lineEnd()));
+    }
+    owesBlank_ = false;
+    emit(range.in(source_));
+}
+
+void EditedText::emitLines(const NewLines& lines)
+{
+    const std::string_view end = lineEnd();
+    std::string text;
+    if (!pieces_.empty() && pieces_.back().back() != '\n') {
+        text += end;
+    }
+    if (std::exchange(owesBlank_, false)) {
+        text += end;
+    }
+    for (const NewLines::Line& line : lines.made_) {
+        if (line.source.empty()) {
+            text.append(line.text).append(end);
+        } else {
+            text.append(line.source.in(source_));
+        }
+    }
+    emit(made_.emplace_back(std::move(text)));
+}
+
+/// How the line ends that comes last so far; where there is none, how the first line of the source ends.
+std::string_view EditedText::lineEnd() const
+{
+    std::string_view text = pieces_.empty() ? source_.substr(0, std::min(source_.find('\n'), source_.size() - 1) + 1)
+                                            : pieces_.back();
+    if (!text.empty() && text.back() != '\n') {
+        // An end that is missing is that of the line above, which lies in the source where it lies anywhere.
+        text = text.substr(0, text.rfind('\n') + 1);
+    }
+    return text.ends_with("\r\n") ? "\r\n" : "\n";
+}
+
+bool EditedText::endsWithBlankLine() const
+{
+    const std::string_view last = pieces_.back();
+    if (!last.ends_with('\n')) {
+        return false;
+    }
+    const std::size_t lineFeed = last.size() == 1 ? std::string_view::npos : last.rfind('\n', last.size() - 2);
+    return isBlankLine(last, lineFeed == std::string_view::npos ? 0 : lineFeed + 1);
+}
+
+} // namespace veltor::detail
