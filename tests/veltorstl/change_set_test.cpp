@@ -34,6 +34,14 @@ protected:
 
     Handle safe(std::string_view text = sampleText) const { return boundIn(CFG_WRITE_SAFE, text); }
 
+    /// One that gives the whole file the library's own form.
+    Handle safeInOwnForm(std::string_view text) const
+    {
+        Handle handle = safe(text);
+        EXPECT_EQ(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN), 0);
+        return handle;
+    }
+
     /// Another handle on the same file.
     Handle another(int mode = CFG_WRITE_SAFE) const
     {
@@ -155,9 +163,9 @@ TEST_F(ChangeSet, ALoadOutsideTheDirectModeLeavesRejectedLinesInMemory)
     EXPECT_EQ(read(), keptText);
 }
 
-TEST_F(ChangeSet, RejectedLinesReachTheDiskWithTheNextCommit)
+TEST_F(ChangeSet, RejectedLinesReachTheDiskWithTheNextCommitInTheOwnForm)
 {
-    const Handle handle = safe(rejectedText);
+    const Handle handle = safeInOwnForm(rejectedText);
     ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << shown(cfg_dump_exception(handle.get()));
     EXPECT_EQ(read(), std::string(keptText) + "dn: cn=b, o=x\ndescription: one\n\n");
 }
@@ -255,7 +263,8 @@ TEST_F(ChangeSet, ASetWithoutChangesWritesNothing)
 TEST_F(ChangeSet, AnUpdateThatChangesNothingWritesNothing)
 {
     // Not the library's own form: whatever is written shows.
-    const Handle handle = safe("version: 1\ncharset: UTF-8\n\n# about it\ndn: o=x\n# of b\nb: 1\na: 2\nno colon\n");
+    const Handle handle =
+        safeInOwnForm("version: 1\ncharset: UTF-8\n\n# about it\ndn: o=x\n# of b\nb: 1\na: 2\nno colon\n");
     remember();
     struct Row
     {
@@ -546,12 +555,17 @@ TEST_F(ChangeSet, AnAttributeWithAnOddNameThatIsThereMayChange)
     const Handle handle = safe("version: 1\ncharset: UTF-8\n\ndn: o=x\nodd;name: one\n\n");
     Mods mods({{modReplace, "odd;name", {{"two"}}}});
     EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", mods.list()), 0) << shown(cfg_dump_exception(handle.get()));
-    EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nodd;name: two\n\n");
+    EXPECT_EQ(read(), "version: 1\ncharset: UTF-8\n\ndn: o=x\nodd;name: two\n\n");
 }
 
-TEST_F(ChangeSet, TheFirstEntryOfAnEmptyFileBringsTheDefaults)
+TEST_F(ChangeSet, TheFirstEntryOfAnEmptyFileBringsTheDefaultsOnlyInTheOwnForm)
 {
     const Handle handle = safe("");
+    ASSERT_EQ(add(handle.get(), "o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), "dn: o=x\ndescription: one\n");
+    ASSERT_EQ(cfg_delete_s(handle.get(), "o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), "");
+    ASSERT_EQ(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN), 0);
     ASSERT_EQ(add(handle.get(), "o=x"), 0) << shown(cfg_dump_exception(handle.get()));
     EXPECT_EQ(read(), "charset: ISO-8859-1\nversion: 1\n\ndn: o=x\ndescription: one\n\n");
 }
@@ -727,13 +741,13 @@ TEST_F(ChangeSet, ACommentReplacesTheBlockDirectlyAbove)
         safe("version: 1\ncharset: UTF-8\n\n# ruler\n\n# old\n# lines\ndn: o=x\ndescription: one\n\n");
     ASSERT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, "new\n\nblock"), 0)
         << shown(cfg_dump_exception(handle.get()));
-    EXPECT_EQ(read(), "charset: UTF-8\nversion: 1\n\n# ruler\n\n# new\n#\n# block\ndn: o=x\ndescription: one\n\n");
+    EXPECT_EQ(read(), "version: 1\ncharset: UTF-8\n\n# ruler\n\n# new\n#\n# block\ndn: o=x\ndescription: one\n\n");
     ASSERT_EQ(cfg_set_comment_s(handle.get(), "o=x", "Description", "why"), 0);
     EXPECT_EQ(read(),
-              "charset: UTF-8\nversion: 1\n\n# ruler\n\n# new\n#\n# block\ndn: o=x\n# why\ndescription: one\n\n");
+              "version: 1\ncharset: UTF-8\n\n# ruler\n\n# new\n#\n# block\ndn: o=x\n# why\ndescription: one\n\n");
     ASSERT_EQ(cfg_set_comment_s(handle.get(), "o=x", nullptr, nullptr), 0);
     ASSERT_EQ(cfg_set_comment_s(handle.get(), "o=x", "description", ""), 0);
-    EXPECT_EQ(read(), "charset: UTF-8\nversion: 1\n\n# ruler\n\ndn: o=x\ndescription: one\n\n");
+    EXPECT_EQ(read(), "version: 1\ncharset: UTF-8\n\n# ruler\n\ndn: o=x\ndescription: one\n\n");
 }
 
 TEST_F(ChangeSet, ACommentNeedsItsPlaceAndLinesThatComeBack)
@@ -790,7 +804,7 @@ TEST_F(ChangeSet, ACommentThatTheLocaleCannotReadIsRefusedLikeAnyOther)
 
 // ---- What the library's own form can't express ----
 
-TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
+TEST_F(ChangeSet, WhatTheOwnFormCannotExpressIsRefusedWithItsLineThereAlone)
 {
     struct Row
     {
@@ -813,7 +827,12 @@ TEST_F(ChangeSet, AChangeBesideWhatCannotBeWrittenIsRefusedWithItsLine)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const Handle handle = safe(row.text);
+        {
+            const Handle handle = safe(row.text);
+            EXPECT_EQ(add(handle.get(), "cn=late"), 0) << shown(cfg_dump_exception(handle.get()));
+            EXPECT_TRUE(read().starts_with(row.text)) << "a line that stays comes back: " << read();
+        }
+        const Handle handle = safeInOwnForm(row.text);
         remember();
         EXPECT_EQ(add(handle.get(), "cn=b,o=x"), row.code) << shown(cfg_dump_exception(handle.get()));
         EXPECT_EQ(cfg_get_exterror(handle.get()), row.code);
@@ -843,7 +862,8 @@ TEST_F(ChangeSet, TheRootTakesNoOtherAttribute)
 
 TEST_F(ChangeSet, ACommentThatEndsTheEntryAboveStaysOutsideTheBlock)
 {
-    const Handle handle = safe("version: 1\ncharset: UTF-8\n\ndn: o=x\nb: 1\n# last of o=x\n\ndn: cn=a, o=x\na: 1\n\n");
+    const Handle handle =
+        safeInOwnForm("version: 1\ncharset: UTF-8\n\ndn: o=x\nb: 1\n# last of o=x\n\ndn: cn=a, o=x\na: 1\n\n");
     ASSERT_EQ(cfg_set_comment_s(handle.get(), "cn=a,o=x", nullptr, "new"), 0)
         << shown(cfg_dump_exception(handle.get()));
     EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nb: 1\n\n# last of o=x\n\n# new\ndn: cn=a, o=x\na: 1\n\n");
@@ -853,7 +873,7 @@ TEST_F(ChangeSet, ACommentThatEndsTheEntryAboveStaysOutsideTheBlock)
 
 TEST_F(ChangeSet, ADnLineWithoutAColonIsWrittenSoThatItsEntryComesBack)
 {
-    const Handle handle = safe("version: 1\ncharset: UTF-8\n\ndn=a,o=x\na: 1\n\n");
+    const Handle handle = safeInOwnForm("version: 1\ncharset: UTF-8\n\ndn=a,o=x\na: 1\n\n");
     ASSERT_EQ(add(handle.get(), "o=x"), 0) << shown(cfg_dump_exception(handle.get()));
     const Handle again = another();
     EXPECT_EQ(read().find("zor-slapdInvalidLine"), std::string::npos) << read();
@@ -908,8 +928,19 @@ TEST_F(ChangeSet, AHandleThatGoesFromTheNeverToTheSafeModeWritesWhatComesBack)
     const Handle handle = boundIn(CFG_WRITE_NEVER, "charset: UTF-8\nversion: 1\n\ndn: o=x\nno colon\n\n");
     ASSERT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE), 0);
     ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << shown(cfg_dump_exception(handle.get()));
-    EXPECT_EQ(read(), std::string(rootText) +
-                          "dn: o=x\nzor-slapdInvalidLine: no colon:\n\ndn: cn=b, o=x\ndescription: one\n\n");
+    EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nno colon\n\ndn: cn=b, o=x\ndescription: one\n\n");
+    ASSERT_EQ(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN), 0);
+    ASSERT_EQ(cfg_delete_s(handle.get(), "cn=b,o=x"), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), std::string(rootText) + "dn: o=x\nzor-slapdInvalidLine: no colon:\n\n");
+}
+
+TEST_F(ChangeSet, TheSafeModeRendersWhatTheFileHoldsAfterAClassicUpdateThatFailedHalfWay)
+{
+    const Handle handle = boundIn(CFG_WRITE_DIRECT, sampleText);
+    Mods mods({{modReplace, "description", {{"half"}}}, {modReplace, "zor-slapdPort", {{"none"}}}});
+    ASSERT_EQ(cfg_modify_s(handle.get(), "cn=a,o=x", mods.list()), 21);
+    ASSERT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE), 0);
+    EXPECT_EQ(rendered(handle.get()), sampleText);
 }
 
 TEST_F(ChangeSet, ACreatedFilesNameIsLookedAtBeforeItsText)

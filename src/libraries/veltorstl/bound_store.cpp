@@ -246,7 +246,7 @@ void BoundStore::refresh()
         return;
     }
     struct stat status = {};
-    if (isFresh(status) && text_) {
+    if (isFresh(status)) {
         return;
     }
     FileText text = readText();
@@ -275,11 +275,6 @@ void BoundStore::modeChanged() noexcept
     if (!isCareful()) {
         text_.reset();
         dropPlaces();
-        return;
-    }
-    // What is in memory may be a classic update that failed half-way, and lines are kept otherwise in each mode.
-    if (!text_ || isSettled_ != (settings_.mode == CFG_WRITE_SAFE)) {
-        dropChanges();
     }
 }
 
@@ -531,7 +526,7 @@ void BoundStore::commit()
     }
     try {
         Image image;
-        if (settings_.layout == CFG_LAYOUT_OWN) {
+        if (!keepsLayout()) {
             FileText text = tellingLine([&] { return flattened(*ownForm()); });
             readBack(text, image);
             tellingLine([&] {
@@ -607,7 +602,7 @@ void BoundStore::tellLine(LDIF_Exception& failure)
 {
     // An entry that comes back under another DN lets others seem to differ: it is the cause. Lines that stay as they
     // are come back.
-    for (const EntryPlace& place : settings_.layout == CFG_LAYOUT_OWN ? places() : EntryPlaces()) {
+    for (const EntryPlace& place : keepsLayout() ? EntryPlaces() : places()) {
         if (place.entry == nullptr || place.entry == &root) {
             continue;
         }
@@ -684,9 +679,14 @@ std::unique_ptr<RenderedText> BoundStore::ownForm() const
 
 void BoundStore::render(const std::function<char*(std::size_t)>& obtain)
 {
-    if (settings_.mode != CFG_WRITE_SAFE || settings_.layout == CFG_LAYOUT_OWN) {
+    if (!keepsLayout()) {
         flatten(*ownForm(), obtain);
         return;
+    }
+    if (!text_ || !isSettled_) {
+        // What is in memory is another mode's, perhaps with half of a classic update.
+        dropChanges();
+        refresh();
     }
     CommentBalance comments;
     flatten(editedText(inSet() ? set_->changes : Changes(), comments), obtain);

@@ -114,6 +114,7 @@ private:
 
     TextUse textUse() const;
     bool isCareful() const { return settings_.mode != CFG_WRITE_DIRECT; }
+    bool keepsLayout() const { return settings_.mode == CFG_WRITE_SAFE && settings_.layout == CFG_LAYOUT_KEEP; }
     bool prepareUpdate();
     void runInSet(const std::function<void()>& change);
     void takeLock(int timeoutMs);

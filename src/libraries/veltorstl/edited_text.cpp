@@ -30,9 +30,8 @@ bool EditedText::insertsAt(std::size_t position) const
 
 bool EditedText::replaces(std::size_t position) const
 {
-    return std::any_of(edits_.begin(), edits_.end(), [position](const Edit& edit) {
-        return edit.begin <= position && position < edit.end;
-    });
+    return std::any_of(edits_.begin(), edits_.end(),
+                       [position](const Edit& edit) { return edit.begin <= position && position < edit.end; });
 }
 
 void EditedText::finish()
@@ -97,8 +96,8 @@ void EditedText::emitLines(const NewLines& lines)
 /// How the line ends that comes last so far; where there is none, how the first line of the source ends.
 std::string_view EditedText::lineEnd() const
 {
-    std::string_view text = pieces_.empty() ? source_.substr(0, std::min(source_.find('\n'), source_.size() - 1) + 1)
-                                            : pieces_.back();
+    std::string_view text =
+        pieces_.empty() ? source_.substr(0, std::min(source_.find('\n'), source_.size() - 1) + 1) : pieces_.back();
     if (!text.empty() && text.back() != '\n') {
         // An end that is missing is that of the line above, which lies in the source where it lies anywhere.
         text = text.substr(0, text.rfind('\n') + 1);

@@ -573,8 +573,7 @@ private:
 
 } // namespace
 
-EditedText withLayoutKept(const LaidOutText& source, LDIF_Entry& root, const Changes& changes,
-                          CommentBalance& comments)
+EditedText withLayoutKept(const LaidOutText& source, LDIF_Entry& root, const Changes& changes, CommentBalance& comments)
 {
     return LayoutKeeper(source, root, changes, comments).run();
 }
