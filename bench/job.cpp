@@ -281,6 +281,32 @@ void safeChange(char** arguments)
     print("safe", change(careful, "4712"));
 }
 
+/// The text that one change in safe mode would write.
+void render(char** arguments)
+{
+    void* const handle = unbound(arguments[0]);
+    if (cfg_set_write_mode(handle, CFG_WRITE_SAFE) != 0) {
+        fail("mode", handle);
+    }
+    bind(handle);
+    if (cfg_begin_s(handle, 0) != 0) {
+        fail("begin", handle);
+    }
+    modify(handle, arguments[1], LDAP_MOD_REPLACE, "zor-slapdIdleTimeOut", "4711");
+    char* text = nullptr;
+    std::size_t size = 0;
+    print("render", timed([&] {
+              if (cfg_render_s(handle, &text, &size) != 0) {
+                  fail("render", handle);
+              }
+          }));
+    print("size", static_cast<double>(size));
+    cfg_memfree(text);
+    if (cfg_rollback_s(handle) != 0) {
+        fail("rollback", handle);
+    }
+}
+
 struct Job
 {
     std::string_view name;
@@ -293,6 +319,7 @@ constexpr Job jobs[] = {
     {"load", 1, load, "FILE"},
     {"modify", 2, modifyOnce, "FILE DN"},
     {"safe", 2, safeChange, "FILE DN"},
+    {"render", 2, render, "FILE DN"},
     {"search-base", 4, searchBase, "FILE SEARCHES ENTRIES TREE"},
     {"search-equality", 2, searchEquality, "FILE FILTER"},
     {"walk", 1, walkAll, "FILE"},

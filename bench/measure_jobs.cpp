@@ -33,7 +33,8 @@ public:
     Jobs(const Jobs&) = delete;
     Jobs& operator=(const Jobs&) = delete;
 
-    /// What changing one entry and writing everything costs beyond loading, against the same of the floor.
+    /// What changing one entry and writing everything costs beyond loading, against the same of the floor. And what
+    /// the safe mode needs for the new text alone.
     void modify()
     {
         const std::string copy = yardstick_.file("copy.conf");
@@ -43,6 +44,7 @@ public:
         std::vector<double> ours;
         std::vector<double> floors;
         std::vector<double> ratios;
+        std::vector<double> renderings;
         double spent = 0;
         // The first round brings both copies into being; it does not count.
         for (std::size_t round = 0; round <= yardstick_.rounds || (spent < 1 && round < 60); ++round) {
@@ -55,12 +57,14 @@ public:
                 ours.push_back(modifying - loading);
                 floors.push_back(floorModifying - floorLoading);
                 ratios.push_back(ours.back() / floors.back());
+                renderings.push_back(numberNamed(runWell({job, "render", file_, dn}).output, "render") / floors.back());
             }
         }
         std::filesystem::remove(copy);
         print("modify, write-back: ms", median(ours) * 1e3, 1);
         print("  the floor's write: ms", median(floors) * 1e3, 1);
         judge("  ratio", median(ratios), 2, 2.0);
+        judge("safe render after a change: x floor's write", median(renderings), 2, 0.3);
     }
 
     /// What a safe change may cost: one and a half loads, since it reads back what it writes, and two classic changes.

@@ -62,10 +62,18 @@ int cfg_set_write_mode(void *handle, int mode);
 /* Stores the write mode in *mode. */
 int cfg_get_write_mode(void *handle, int *mode);
 
-/* What a safe write is asked to do with lines that did not change. The numbers are ABI. So far every write gives the
-   whole file the library's own form, whichever is set. */
+/* What a safe write does with lines that the change is not about. The numbers are ABI.
+
+   What the change is about, where they stay: a removed value takes its lines with it, continuation lines and lines that
+   say it again among them; a new value takes the place of a removed one of its attribute, with that line's spelling of
+   the name and its separator, or follows the attribute's last line; where that would give another order than the one
+   asked for, the attribute's lines move to the place of its first one. A new attribute follows the last one of its
+   entry. An attribute without values takes the comment lines directly above its lines with it; an entry the block
+   directly above its DN line, the comments between its lines and the blank line behind it. A new entry follows the
+   last line of what is below its nearest ancestor. An entry that the file tells in several places stays in them. New
+   lines end as the line above them does. Version and charset are not written where the file does not say them. */
 enum {
-    CFG_LAYOUT_KEEP = 0, /* they stay as they are; every new handle starts here */
+    CFG_LAYOUT_KEEP = 0, /* they stay byte for byte; every new handle starts here */
     CFG_LAYOUT_OWN = 1   /* the whole file gets the library's own form */
 };
 
@@ -119,14 +127,14 @@ int cfg_read_s(void *handle, const char *base, int scope, cfg_message **res);
 
 /* Stores in *text the file as a commit would write it, followed by a NUL that *size does not count. The caller frees
    it with cfg_memfree. Outside safe mode it is the library's own form.
-   Codes: 34 a DN that can't be printed. */
+   Codes: 34 a DN that can't be printed, in the own form or of a new entry; what a re-read raises. */
 int cfg_render_s(void *handle, char **text, size_t *size);
 
 /* Stores in *text the comment block directly above an entry's DN line (for an entry, what follows the last blank line
    above it) or above an attribute's first line: its lines joined by line feeds, each without its "#" and one blank
-   behind it; an empty text without a block. Comments between an attribute's lines count to that block, since a write
-   puts them there. What stands above the first entry of a file without charset and version belongs to the root's
-   charset. The caller frees the text with cfg_memfree.
+   behind it; an empty text without a block. Comments between an attribute's lines count to that block, since the
+   library's own form puts them there. Outside safe mode, what stands above the first entry of a file without charset or
+   version belongs to the root's charset or version. The caller frees the text with cfg_memfree.
    dn         the empty DN is the root; null is 89
    attribute  null: the entry's own comment
    Codes: 32 no such entry; 16 no such attribute; 34 the DN can't be parsed; what a re-read raises. */

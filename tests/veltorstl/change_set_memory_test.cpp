@@ -123,6 +123,9 @@ struct Update
     const char* name;
     std::function<int(void*)> call;
     std::string after;
+    std::string afterInOwnForm = after;
+
+    const std::string& afterWith(int layout) const { return layout == CFG_LAYOUT_KEEP ? after : afterInOwnForm; }
 };
 
 LDAPMod** addedList()
@@ -155,6 +158,13 @@ const std::vector<Update>& updates()
                       "# where it listens, day and night\n"
                       "zor-slapdPort: 636\n")},
         {"add above others", [](void* handle) { return cfg_add_s(handle, "cn=nobody,o=an organisation", addedList()); },
+         withReplaced("# behind", "dn: cn=nobody, o=an organisation\n"
+                                  "description: the description of what is new\n"
+                                  "objectclass: top\n"
+                                  "objectclass: a long name of an object class\n"
+                                  "zor-slapdPort: 390\n"
+                                  "\n"
+                                  "# behind"),
          withReplaced("dn: cn=below,", "dn: cn=nobody, o=an organisation\n"
                                        "description: the description of what is new\n"
                                        "objectclass: top\n"
@@ -210,11 +220,16 @@ protected:
         return handle;
     }
 
-    Handle safe() const { return on(oldText()); }
-
-    Handle inSet() const
+    Handle safe(int layout = CFG_LAYOUT_KEEP) const
     {
-        Handle handle = safe();
+        Handle handle = on(oldText());
+        EXPECT_EQ(cfg_set_layout(handle.get(), layout), 0);
+        return handle;
+    }
+
+    Handle inSet(int layout = CFG_LAYOUT_KEEP) const
+    {
+        Handle handle = safe(layout);
         EXPECT_EQ(cfg_begin_s(handle.get(), 0), 0) << shown(cfg_dump_exception(handle.get()));
         return handle;
     }
@@ -279,6 +294,13 @@ protected:
         EXPECT_EQ(cfg_render_s(handle, &text, &size), 0) << shown(cfg_dump_exception(handle));
         const Text owned(text);
         return text == nullptr ? "" : std::string(text, size);
+    }
+
+    /// Shows which lines were rejected.
+    static std::string inOwnForm(void* handle)
+    {
+        EXPECT_EQ(cfg_set_layout(handle, CFG_LAYOUT_OWN), 0);
+        return rendered(handle);
     }
 
     /// A call that is refused is refused, or its want of memory told; and then it is refused.
@@ -365,7 +387,7 @@ TEST_F(ChangeSetMemory, ABindInACarefulModeWritesNothingAndRejectsNoLineForWantO
                                         "zor-slapdReadOnly: TRUE\n\n";
     for (const int mode : {CFG_WRITE_SAFE, CFG_WRITE_NEVER}) {
         SCOPED_TRACE(mode);
-        const std::string wanted = rendered(on(bad, mode).get());
+        const std::string wanted = inOwnForm(on(bad, mode).get());
         EXPECT_NE(wanted.find("zor-slapdInvalidLine: zor-slapdPort: not a number"), std::string::npos) << wanted;
         const std::string file = pathOf(fileName);
         forEveryRequest([&](Shortage shortage, std::size_t nth) {
@@ -381,7 +403,7 @@ TEST_F(ChangeSetMemory, ABindInACarefulModeWritesNothingAndRejectsNoLineForWantO
                 EXPECT_EQ(search(handle.get(), nullptr, subtree, nullptr).code, 89) << "still unbound";
                 EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0);
             }
-            EXPECT_EQ(rendered(handle.get()), wanted);
+            EXPECT_EQ(inOwnForm(handle.get()), wanted);
             EXPECT_EQ(portOf(handle.get()), "389");
             return memory.failed();
         });
@@ -466,27 +488,29 @@ TEST_F(ChangeSetMemory, ABusyLockIsToldOrTheShortage)
 
 TEST_F(ChangeSetMemory, AnUpdateOutsideASetHappensOrLeavesNothing)
 {
-    for (const Update& update : updates()) {
-        SCOPED_TRACE(update.name);
-        forEveryRequest([&](Shortage shortage, std::size_t nth) {
-            const Handle handle = safe();
-            FailingAllocator memory(shortage, nth);
-            const int code = update.call(handle.get());
-            memory.stop();
-            if (code != 0) {
-                EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
-                expectShortageTold(handle.get(), code, shortage);
-                expectDisk(oldText());
-                EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
-                expectLockFree();
-                EXPECT_EQ(portOf(handle.get()), "389");
-                EXPECT_EQ(rendered(handle.get()), oldText());
-                EXPECT_EQ(update.call(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
-            }
-            expectDisk(update.after);
-            EXPECT_EQ(rendered(handle.get()), update.after);
-            return memory.failed();
-        });
+    for (const int layout : {CFG_LAYOUT_KEEP, CFG_LAYOUT_OWN}) {
+        for (const Update& update : updates()) {
+            SCOPED_TRACE(std::string(update.name) + ", layout " + std::to_string(layout));
+            forEveryRequest([&](Shortage shortage, std::size_t nth) {
+                const Handle handle = safe(layout);
+                FailingAllocator memory(shortage, nth);
+                const int code = update.call(handle.get());
+                memory.stop();
+                if (code != 0) {
+                    EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
+                    expectShortageTold(handle.get(), code, shortage);
+                    expectDisk(oldText());
+                    EXPECT_EQ(cfg_rollback_s(handle.get()), refused) << "the set has ended";
+                    expectLockFree();
+                    EXPECT_EQ(portOf(handle.get()), "389");
+                    EXPECT_EQ(rendered(handle.get()), oldText());
+                    EXPECT_EQ(update.call(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
+                }
+                expectDisk(update.afterWith(layout));
+                EXPECT_EQ(rendered(handle.get()), update.afterWith(layout));
+                return memory.failed();
+            });
+        }
     }
 }
 
@@ -574,6 +598,7 @@ TEST_F(ChangeSetMemory, ACommitThatCannotExpressTheFileIsRefusedOrTheShortageTol
         21,
         [&] {
             Handle handle = on(text);
+            EXPECT_EQ(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN), 0);
             EXPECT_EQ(cfg_begin_s(handle.get(), 0), 0);
             EXPECT_EQ(cfg_add_s(handle.get(), "cn=b,o=x", list.list()), 0);
             return handle;
