@@ -6,6 +6,7 @@
 #include "entry_lines.h"
 #include "kept_layout.h"
 #include "load_rules.h"
+#include "region.h"
 #include "rendered_text.h"
 #include "survival.h"
 
@@ -135,8 +136,16 @@ void flatten(const Text& text, const std::function<char*(std::size_t)>& obtain)
     });
     char* next = obtain(size);
     text.handOver([&next](std::string_view piece) {
-        std::memcpy(next, piece.data(), piece.size());
-        next += piece.size();
+        // So much at a time that the caches still hold what was made ready.
+        constexpr std::size_t stepBytes = std::size_t{256} << 10U;
+        for (; !piece.empty(); piece.remove_prefix(std::min(piece.size(), stepBytes))) {
+            const std::string_view step = piece.substr(0, stepBytes);
+            if (step.size() == stepBytes) {
+                makeReady(next, stepBytes);
+            }
+            std::memcpy(next, step.data(), step.size());
+            next += step.size();
+        }
         return true;
     });
 }
