@@ -421,6 +421,19 @@ TEST_F(ChangeSet, EveryEndOfASetFreesTheLock)
     EXPECT_TRUE(isFree()) << "a failed update of its own set";
 }
 
+TEST_F(ChangeSet, AHandleThatLosesItsFileNameInsideASetEndsTheSetAllTheSame)
+{
+    const Handle handle = safe();
+    const Handle other = another();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(setPort(handle.get(), "1389"), 0);
+    ASSERT_EQ(cfg_set_option(handle.get(), CFG_OPT_CONFIG_FILE, nullptr), 0);
+    EXPECT_EQ(cfg_commit_s(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), withPort("1389"));
+    EXPECT_EQ(setPort(handle.get(), "7"), 89) << "it is not bound any more";
+    EXPECT_EQ(cfg_begin_s(other.get(), 0), 0) << shown(cfg_dump_exception(other.get()));
+}
+
 TEST_F(ChangeSet, ABeginReadsTheFileWhateverItsTimeSays)
 {
     const Handle handle = safe();

@@ -8,7 +8,8 @@ namespace veltor::detail {
 
 bool isBound(const cfg_handle& handle)
 {
-    return handle.configFileName != nullptr && handle.store != nullptr;
+    // A change set has its file, whatever name the handle was given since: it has to be ended.
+    return handle.store != nullptr && (handle.configFileName != nullptr || handle.store->inSet());
 }
 
 int keepFailure(cfg_handle& handle, const Layer& layer) noexcept
