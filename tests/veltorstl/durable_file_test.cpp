@@ -595,6 +595,44 @@ TEST_F(WriterLock, TheLockFileFollowsAChangeOfTheMode)
     EXPECT_EQ(modeOf(folder.path("f.lock")), 0640U);
 }
 
+TEST_F(WriterLock, AConfigurationThatWasReadOnlyLeavesItsOwnerNoLockThatCannotBeTaken)
+{
+    SKIP_UNLESS_ROOT();
+    const auto tryAsNobody = [&] {
+        return toldByNobody([&] {
+            const FilePlace place(file);
+            const detail::WriterLock lock(place, 0);
+            return std::string("locked");
+        });
+    };
+    ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chmod(file.c_str(), 0440), 0);
+    EXPECT_EQ(tryAsNobody(), "50/1004 Unable to open the lock \"f.lock\": Permission denied");
+    EXPECT_EQ(tryAsNobody(), "50/1004 Unable to open the lock \"f.lock\": Permission denied");
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    EXPECT_EQ(tryAsNobody(), "locked");
+    EXPECT_EQ(modeOf(folder.path("f.lock")), 0640U);
+}
+
+TEST_F(WriterLock, AnotherNameOfAFileThatCannotBeOpenedIsLeftAsItIs)
+{
+    SKIP_UNLESS_ROOT();
+    ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
+    folder.write("other", "x");
+    ASSERT_EQ(chown(folder.path("other").c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chmod(folder.path("other").c_str(), 0400), 0);
+    ASSERT_EQ(link(folder.path("other").c_str(), folder.path("f.lock").c_str()), 0);
+    EXPECT_EQ(toldByNobody([&] {
+                  const FilePlace place(file);
+                  const detail::WriterLock lock(place, 0);
+                  return std::string("locked");
+              }),
+              "50/1004 Unable to open the lock \"f.lock\": Permission denied");
+    EXPECT_EQ(modeOf(folder.path("other")), 0400U);
+}
+
 TEST_F(WriterLock, TheHolderLeavesItsProcessAndProgramAndTheFileStays)
 {
     folder.write("f.lock", std::string(200, '7'));

@@ -467,6 +467,17 @@ void adaptLockFile(const FilePlace& place, const Descriptor& lock, const struct 
     }
 }
 
+/// The same for a lock file that can't be opened to be locked: it may be left from when the configuration was
+/// read-only.
+void letLockFileFollow(const FilePlace& place, const std::string& lockName)
+{
+    const Descriptor lock(openedAt(place.folder(), lockName, O_RDONLY, 0));
+    struct stat status = {};
+    if (lock.valid() && fstat(lock.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1) {
+        adaptLockFile(place, lock, status);
+    }
+}
+
 /// Letters, digits and signs of a text from outside, for a message.
 std::string printable(std::string_view text)
 {
@@ -516,6 +527,9 @@ int tryLock(const FilePlace& place, const std::string& lockName, std::string& ho
     int number = openLock();
     if (number < 0 && errno == ENOENT) {
         makeLockFile(place, lockName);
+        number = openLock();
+    } else if (number < 0 && errno == EACCES) {
+        letLockFileFollow(place, lockName);
         number = openLock();
     }
     Descriptor lock(number);
