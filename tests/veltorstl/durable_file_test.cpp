@@ -19,6 +19,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <new>
 #include <optional>
 #include <set>
@@ -1133,6 +1134,27 @@ TEST_F(Install, TheNewTextIsInALaterSecondThanTheOldOne)
         EXPECT_GE(status.st_mtim.tv_sec, row.least);
         EXPECT_LE(status.st_mtim.tv_sec, row.most);
         EXPECT_EQ(status.st_mtim.tv_sec, statusOf(file).st_mtim.tv_sec);
+    }
+}
+
+TEST_F(Install, AnOldTextFromTheLastSecondThatTheSystemKnowsIsFollowedByOneFromAnother)
+{
+    const auto expectAnotherSecond = [](const std::string& name) {
+        SCOPED_TRACE(name);
+        setModified(name, std::numeric_limits<time_t>::max());
+        const time_t before = statusOf(name).st_mtim.tv_sec;
+        const FilePlace place(name);
+        const struct stat status = install(place, newText, oldText, "");
+        EXPECT_NE(status.st_mtim.tv_sec, before);
+        EXPECT_EQ(status.st_mtim.tv_sec, statusOf(name).st_mtim.tv_sec);
+    };
+    expectAnotherSecond(file);
+    // There are file systems that know any time, and others that keep their last one in its place.
+    std::string other = "/dev/shm/veltor-test-XXXXXX";
+    if (mkdtemp(other.data()) != nullptr) {
+        std::filesystem::copy_file(folder.write("g", oldText), other + "/f");
+        expectAnotherSecond(other + "/f");
+        std::filesystem::remove_all(other);
     }
 }
 

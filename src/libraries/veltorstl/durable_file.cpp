@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -281,12 +282,18 @@ void setModified(const Descriptor& file, const timespec& time, const std::string
     }
 }
 
-/// Readers compare whole seconds: the new text has to be in a later one than the old.
-timespec laterThan(const struct stat& old)
+/// Readers compare whole seconds: the new text has to be in a later one than the old. Where the old one is in the last
+/// second that there is, or that the file system can keep, it is in another.
+void setLater(const Descriptor& file, const struct stat& old, const std::string& name)
 {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec > old.st_mtim.tv_sec ? now : timespec{old.st_mtim.tv_sec + 1, 0};
+    const time_t before = old.st_mtim.tv_sec;
+    const bool isOlder = before < now.tv_sec || before == std::numeric_limits<time_t>::max();
+    setModified(file, isOlder ? now : timespec{before + 1, 0}, name);
+    if (statusOf(file, name).st_mtim.tv_sec == before) {
+        setModified(file, now, name);
+    }
 }
 
 // ---- Temporaries ----
@@ -702,7 +709,7 @@ struct stat installSteps(const FilePlace& place, std::string_view text, std::str
     Temporary fresh(place.folder(), place.name());
     keepAttributes(old, status, fresh.file(), place.name());
     fresh.fill(text);
-    setModified(fresh.file(), laterThan(status), fresh.name());
+    setLater(fresh.file(), status, fresh.name());
     sync(fresh.file(), fresh.name());
     if (backup.has_value()) {
         backup->make(old, status, expected);
