@@ -1288,7 +1288,7 @@ TEST_F(Install, AnotherTextThanExpectedIsLeftAsItIs)
         EXPECT_EQ(failure->extErr, 51);
         EXPECT_EQ(failure->msg, "\"" + file +
                                     "\" was changed meanwhile by a program that ignores the lock; nothing was "
-                                    "written; the old text is in place");
+                                    "written, and what that program put in the place of the old text is in place");
         EXPECT_EQ(failure->configFile, file);
         EXPECT_EQ(folder.read("f"), row.text);
         EXPECT_EQ(statusOf(file).st_ino, before.st_ino);

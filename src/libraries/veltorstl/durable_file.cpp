@@ -658,8 +658,11 @@ private:
 
 [[noreturn]] void refuseChanged(int line, const FilePlace& place)
 {
-    refuse(line, result::busy, result::busy,
-           "\"" + place.given() + "\" was changed meanwhile by a program that ignores the lock; nothing was written");
+    refuse(
+        line, result::busy, result::busy,
+        "\"" + place.given() +
+            "\" was changed meanwhile by a program that ignores the lock; nothing was written, and what that program "
+            "put in the place of the old text is in place");
 }
 
 /// Opens the file that an install replaces.
