@@ -460,18 +460,25 @@ TEST_F(ChangeSet, AFileThatSomebodyChangedMeanwhileIsNotReplaced)
     EXPECT_EQ(port(handle.get()), "7") << "memory holds what is on disk";
 }
 
-TEST_F(ChangeSet, AFileThatCannotBeReadUnderTheLockIsNamed)
+TEST_F(ChangeSet, AFolderInTheFilesPlaceIsNamed)
 {
     const Handle handle = safe();
-    ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << "there is a lock file from now on";
-    std::filesystem::remove(pathOf(fileName));
-    std::filesystem::create_directory(pathOf(fileName));
-    EXPECT_EQ(cfg_begin_s(handle.get(), 0), 80);
-    EXPECT_EQ(cfg_get_exterror(handle.get()), 1000);
-    EXPECT_EQ(shown(cfg_get_file_name(handle.get())), pathOf(fileName));
-    cfg_failure failure = {};
-    ASSERT_EQ(cfg_failure_at(handle.get(), 0, &failure), 0);
-    EXPECT_STREQ(failure.message, "System error reading file");
+    for (const bool hasLock : {false, true}) {
+        SCOPED_TRACE(hasLock);
+        if (hasLock) {
+            editFile(withPort("7"));
+            ASSERT_EQ(add(handle.get(), "cn=b,o=x"), 0) << "there is a lock file from now on";
+        }
+        std::filesystem::remove(pathOf(fileName));
+        std::filesystem::create_directory(pathOf(fileName));
+        EXPECT_EQ(cfg_begin_s(handle.get(), 0), 91);
+        EXPECT_EQ(cfg_get_exterror(handle.get()), 1004);
+        EXPECT_EQ(shown(cfg_get_file_name(handle.get())), pathOf(fileName));
+        cfg_failure failure = {};
+        ASSERT_EQ(cfg_failure_at(handle.get(), 0, &failure), 0);
+        EXPECT_EQ(failure.message, "\"" + pathOf(fileName) + "\" is not a plain file");
+        std::filesystem::remove(pathOf(fileName));
+    }
 }
 
 TEST_F(ChangeSet, AFileThatVanishedMeanwhileIsNotMadeAnew)

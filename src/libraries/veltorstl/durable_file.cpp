@@ -821,7 +821,14 @@ FileText FilePlace::read(struct stat& status) const
         if (!file.valid() && errno == ENOENT) {
             refuse(__LINE__, result::connectError, fileNotFound, "_stat()", ENOENT);
         }
-        return readOpened(file, given_, status);
+        try {
+            return readOpened(file, given_, status);
+        } catch (const std::system_error&) {
+            if (S_ISDIR(status.st_mode)) {
+                refuseNoFile(__LINE__, *this);
+            }
+            throw;
+        }
     });
 }
 

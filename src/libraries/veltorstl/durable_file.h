@@ -34,7 +34,7 @@ public:
     const std::string& given() const { return given_; }
 
     /// Reads the file, and tells what it was when it was read. Never waits, never follows a link.
-    /// @throws as readWholeFile; 91/1003 when there is no such file
+    /// @throws as readWholeFile; 91/1003 when there is no such file, 91/1004 for a folder
     FileText read(struct stat& status) const;
 
 private:
