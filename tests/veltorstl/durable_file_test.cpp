@@ -34,6 +34,7 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -1484,6 +1485,22 @@ TEST_F(Install, ABackupNameThatLeadsToTheFileOrItsLockIsRefusedBeforeAnythingIsT
         EXPECT_EQ(namesIn(folder), before);
         EXPECT_TRUE(S_ISLNK(statusOf(folder.path("sub/link")).st_mode));
     }
+}
+
+TEST_F(Install, ADeviceIsNotReplacedByABackup)
+{
+    if (mknod(folder.path("null").c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) {
+        GTEST_SKIP() << "no device can be made here: " << std::strerror(errno);
+    }
+    const FilePlace place(file);
+    EXPECT_EQ(told([&] {
+                  install(place, newText, oldText, folder.path("null"));
+                  return std::string("installed");
+              }),
+              "50/1004 \"" + folder.path("null") + "\" can't be the backup: it is a device; the old text is in place");
+    EXPECT_TRUE(S_ISCHR(statusOf(folder.path("null")).st_mode));
+    EXPECT_EQ(folder.read("f"), oldText);
+    EXPECT_EQ(namesIn(folder), (Names{"f", "null"}));
 }
 
 TEST_F(Install, ABackupNameThatCannotBeWrittenIsReported)

@@ -625,6 +625,11 @@ private:
             errno = EISDIR;
             refuseStep(__LINE__, "write the backup", fileName);
         }
+        if (replaces && (S_ISCHR(present.st_mode) || S_ISBLK(present.st_mode))) {
+            // Who writes "/dev/null" wants no backup, and the system without that device even less.
+            refuse(__LINE__, result::insufficientAccess, fileOpen,
+                   "\"" + fileName + "\" can't be the backup: it is a device");
+        }
         if (besideConfiguration_ && isTemporaryOf(place.name(), name_)) {
             refuse(__LINE__, result::insufficientAccess, fileOpen,
                    "\"" + fileName + "\" can't be the backup: what is named so is removed as a leftover");

@@ -73,8 +73,8 @@ private:
 ///                        copy has the attributes and the time of the old file
 /// @return                the status of the new file
 /// @throws LDIF_Exception 51/51 when the file holds something else or is gone; 50/1004 for a step that is not permitted
-///         (a backup name that leads to the file or its lock is one), 80/1000 for other failures of the system,
-///         memory that runs short among them
+///         (a backup name that leads to the file, its lock or a device is one), 80/1000 for other failures of the
+///         system, memory that runs short among them
 /// @throws std::bad_alloc before anything was touched
 struct stat install(const FilePlace& place, std::string_view text, std::string_view expected,
                     const std::string& backupFileName);
