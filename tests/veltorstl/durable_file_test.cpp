@@ -831,6 +831,21 @@ TEST_F(WriterLock, AnotherNameOfAForeignFileIsLockedButNotWritten)
     EXPECT_EQ(modeOf(other), 0604U);
 }
 
+TEST_F(WriterLock, AFileOfOthersThatIsCalledLikeTheLockIsLockedButNotWritten)
+{
+    std::string text;
+    while (text.size() <= 512) {
+        text += "dn: o=" + std::to_string(text.size()) + "\ncn: another configuration\n\n";
+    }
+    folder.write("f.lock", text);
+    ASSERT_EQ(chmod(folder.path("f.lock").c_str(), 0604), 0);
+    const FilePlace place(file);
+    const detail::WriterLock lock(place, 0);
+    expectBusy("another program");
+    EXPECT_EQ(folder.read("f.lock"), text);
+    EXPECT_EQ(modeOf(folder.path("f.lock")), 0604U);
+}
+
 TEST_F(WriterLock, OnlyWhatAHolderWritesIsTold)
 {
     const struct

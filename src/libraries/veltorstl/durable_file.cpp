@@ -457,6 +457,14 @@ void makeLockFile(const FilePlace& place, const std::string& lockName)
     static_cast<void>(fresh.appear(lockName));
 }
 
+/// False for what has the lock's name and is nothing to be changed: a second name leads elsewhere, and what is larger
+/// than a holder's text is a file of somebody who calls it so, such as another configuration.
+bool isOurs(const struct stat& lock)
+{
+    constexpr off_t largestHolder = 512;
+    return lock.st_nlink == 1 && lock.st_size <= largestHolder;
+}
+
 /// Follows a change of owner, group or mode of the configuration as far as the system lets this account do so.
 void adaptLockFile(const FilePlace& place, const Descriptor& lock, const struct stat& lockStatus)
 {
@@ -480,7 +488,7 @@ void letLockFileFollow(const FilePlace& place, const std::string& lockName)
 {
     const Descriptor lock(openedAt(place.folder(), lockName, O_RDONLY, 0));
     struct stat status = {};
-    if (lock.valid() && fstat(lock.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1) {
+    if (lock.valid() && fstat(lock.get(), &status) == 0 && S_ISREG(status.st_mode) && isOurs(status)) {
         adaptLockFile(place, lock, status);
     }
 }
@@ -570,8 +578,7 @@ int tryLock(const FilePlace& place, const std::string& lockName, std::string& ho
         return -1;
     }
     removeLeftovers(place.folder(), place.name());
-    // A second name leads elsewhere: nothing there is changed.
-    if (statusOf(lock, lockName).st_nlink == 1) {
+    if (isOurs(statusOf(lock, lockName))) {
         adaptLockFile(place, lock, status);
         writeHolder(lock);
     }
