@@ -694,8 +694,13 @@ void expectQuick(const char* name, Work&& work)
     EXPECT_LT(std::chrono::steady_clock::now() - start, most) << name;
 }
 
-// Under the address sanitizer, where memory comes piece by piece, a tenth shows as much.
-constexpr int many = piecewise ? 10000 : 100000;
+// Under the address sanitizer, where memory comes piece by piece, and without optimisation a tenth has to do.
+#ifdef __OPTIMIZE__
+constexpr bool optimized = true;
+#else
+constexpr bool optimized = false;
+#endif
+constexpr int many = piecewise || !optimized ? 10000 : 100000;
 constexpr std::size_t manyBytes = 50 * many;
 
 std::string numbered(const char* before, int count, const char* behind)
