@@ -226,7 +226,7 @@ protected:
         return handle;
     }
 
-    static int apply(void* handle, Record record)
+    static int apply(void* handle, const Record& record)
     {
         Mods mods(record.changes);
         switch (record.kind) {

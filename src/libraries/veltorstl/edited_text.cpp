@@ -5,6 +5,17 @@
 
 namespace veltor::detail {
 
+namespace {
+
+/// True when the line that begins there is blank behind an attribute, too: white space would continue that.
+bool isEmptyLine(std::string_view text, std::size_t position)
+{
+    const std::size_t first = text.find_first_not_of('\r', position);
+    return first == std::string_view::npos || text[first] == '\n';
+}
+
+} // namespace
+
 void EditedText::insert(std::size_t position, Sticks sticks, NewLines lines)
 {
     edits_.push_back({position, position, static_cast<int>(sticks),
@@ -47,7 +58,7 @@ void EditedText::finish()
             continue;
         }
         if (edit.kind == Kind::entry) {
-            owesBlank_ = size_ != 0 && !endsWithBlankLine();
+            owesBlank_ = size_ != 0 && !endsWithEmptyLine();
         }
         emitLines(edit.lines);
         owesBlank_ = edit.kind == Kind::entry || edit.kind == Kind::onTop;
@@ -66,7 +77,7 @@ void EditedText::emitSource(TextRange range)
     if (range.empty()) {
         return;
     }
-    if (owesBlank_ && !isBlankLine(source_, range.begin)) {
+    if (owesBlank_ && !isEmptyLine(source_, range.begin)) {
         emit(made_.emplace_back(lineEnd()));
     }
     owesBlank_ = false;
@@ -105,14 +116,14 @@ std::string_view EditedText::lineEnd() const
     return text.ends_with("\r\n") ? "\r\n" : "\n";
 }
 
-bool EditedText::endsWithBlankLine() const
+bool EditedText::endsWithEmptyLine() const
 {
     const std::string_view last = pieces_.back();
     if (!last.ends_with('\n')) {
         return false;
     }
     const std::size_t lineFeed = last.size() == 1 ? std::string_view::npos : last.rfind('\n', last.size() - 2);
-    return isBlankLine(last, lineFeed == std::string_view::npos ? 0 : lineFeed + 1);
+    return isEmptyLine(last, lineFeed == std::string_view::npos ? 0 : lineFeed + 1);
 }
 
 } // namespace veltor::detail

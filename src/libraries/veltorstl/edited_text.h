@@ -91,7 +91,7 @@ private:
     void emitSource(TextRange range);
     void emitLines(const NewLines& lines);
     std::string_view lineEnd() const;
-    bool endsWithBlankLine() const;
+    bool endsWithEmptyLine() const;
 
     std::string_view source_;
     std::vector<Edit> edits_;
