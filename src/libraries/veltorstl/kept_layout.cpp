@@ -139,10 +139,34 @@ private:
         if (place.end == text_.size() || !isBlankLine(text_, place.end)) {
             return;
         }
-        const std::size_t next = std::min(text_.find('\n', place.end), text_.size() - 1) + 1;
-        // A line that begins with white space would continue the line above: there the blank line stays between them.
-        if (next == text_.size() || text_[next] == '\n' || (text_[next] > ' ' && text_[next] <= '~')) {
+        const std::size_t next = behindLine(place.end);
+        if (!mayContinue(next) || end != place.end || !followsAttribute(index)) {
             take({place.end, next});
+        }
+    }
+
+    std::size_t behindLine(std::size_t begin) const { return std::min(text_.find('\n', begin), text_.size() - 1) + 1; }
+
+    /// True when the line that begins there may be one that would continue an attribute above it.
+    bool mayContinue(std::size_t line) const
+    {
+        const std::size_t first = text_.find_first_not_of('\r', line);
+        return first != std::string_view::npos && text_[first] != '\n' && (text_[first] <= ' ' || text_[first] > '~');
+    }
+
+    /// True when an attribute or DN line stands directly above what goes with the entry of a place.
+    bool followsAttribute(std::size_t index) const
+    {
+        for (;; --index) {
+            const std::size_t begin = blockAbove(text_, places_[index].begin).begin;
+            const std::size_t above = index == 0 ? endOfHeader(text_, places_) : endOfBody(text_, places_[index - 1]);
+            if (index == 0 || places_[index - 1].entry != nullptr) {
+                return begin != 0 && begin == above;
+            }
+            // The entry above goes, too, and the blank line that closes it.
+            if (begin != above && (!isBlankLine(text_, above) || begin != behindLine(above))) {
+                return false;
+            }
         }
     }
 
