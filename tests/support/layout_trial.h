@@ -18,9 +18,10 @@
 #include "veltor/cfg_admin.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -137,13 +138,17 @@ inline bool readTree(void* handle, Tree& tree)
     return true;
 }
 
+/// Names in lower case: a line that stays keeps its spelling.
 inline std::string joined(const Tree& tree)
 {
     std::string text;
     for (const TreeEntry& entry : tree) {
         text += "<" + entry.dn + ">\n";
         for (const auto& [name, values] : entry.attributes) {
-            text += "  [" + name + "]";
+            text += "  [";
+            std::transform(name.begin(), name.end(), std::back_inserter(text),
+                           [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+            text += "]";
             for (const std::string& value : values) {
                 text += " [" + value + "]";
             }
@@ -1003,6 +1008,16 @@ private:
 
     // ---- There and back ----
 
+    /// True when each line of a block stands in the file as a call that sets it would write it.
+    bool isSpelledByTheLibrary(const std::string& comment) const
+    {
+        const Texts lines = physicalLines(comment + "\n");
+        return !comment.empty() && std::all_of(lines.begin(), lines.end(), [this](const std::string& line) {
+            return line == "\n" ? text_.find("#\n") != std::string::npos
+                                : text_.find("\n# " + line) != std::string::npos || text_.starts_with("# " + line);
+        });
+    }
+
     bool thereAndBack(const Tree& tree, const Change& change)
     {
         const auto aimed = aim(tree, change);
@@ -1019,7 +1034,7 @@ private:
             Aimed back = *aimed;
             back.text = *comment;
             say(back);
-            return comment->empty() || *comment == "\n" ? false : apply(handle, back) == 0;
+            return isSpelledByTheLibrary(*comment) && apply(handle, back) == 0;
         }
         if (apply(handle, *aimed) != 0) {
             return false;
