@@ -322,6 +322,35 @@ void showValue(const Change& change, std::ostream& stream)
 
 namespace {
 
+class KeptLayoutOf : public ApiTest
+{
+protected:
+    Handle safe(std::string_view text) const
+    {
+        Handle handle = unbound(write(text));
+        EXPECT_EQ(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE), 0);
+        EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0) << shown(cfg_dump_exception(handle.get()));
+        return handle;
+    }
+
+    static void add(const Handle& handle, const char* dn)
+    {
+        Mods mods({{LDAP_MOD_ADD, "cn", {{"new"}}}});
+        EXPECT_EQ(cfg_add_s(handle.get(), dn, mods.list()), 0) << shown(cfg_dump_exception(handle.get()));
+    }
+
+    static void setComment(const Handle& handle, const char* dn, const char* attribute, const char* text)
+    {
+        EXPECT_EQ(cfg_set_comment_s(handle.get(), dn, attribute, text), 0) << shown(cfg_dump_exception(handle.get()));
+    }
+
+    static void begin(const Handle& handle) { EXPECT_EQ(cfg_begin_s(handle.get(), 0), 0); }
+    static void commit(const Handle& handle)
+    {
+        EXPECT_EQ(cfg_commit_s(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
+    }
+};
+
 class KeptLayout : public ::testing::TestWithParam<const char*>
 {
 protected:
@@ -384,6 +413,25 @@ TEST_P(KeptLayout, ChangesTouchTheirOwnLinesAlone)
         }
         trial.run(file.text(), sets);
     });
+}
+
+// A line of white space behind the new entry was taken for the blank line that parts it from the rest, and continued
+// its last line.
+TEST_F(KeptLayoutOf, ALineOfWhiteSpaceDoesNotPartANewEntry)
+{
+    const Handle handle = safe(" \n# below\n");
+    add(handle, "o=x");
+    EXPECT_EQ(read(), "dn: o=x\ncn: new\n\n \n# below\n");
+    const Handle other = safe("\t ");
+    add(other, "o=x");
+    EXPECT_EQ(read(), "dn: o=x\ncn: new\n\n\t ");
+}
+
+TEST_F(KeptLayoutOf, ALineOfWhiteSpaceAboveDoesNotPartANewEntryEither)
+{
+    const Handle handle = safe("dn: o=x\ncn: one\n \n");
+    add(handle, "cn=a, o=x");
+    EXPECT_EQ(read(), "dn: o=x\ncn: one\n \n\ndn: cn=a, o=x\ncn: new\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Locales, KeptLayout, ::testing::Values("C", "C.UTF-8"),

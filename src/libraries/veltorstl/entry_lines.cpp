@@ -66,6 +66,12 @@ bool isBlankLine(std::string_view text, std::size_t position)
     return line.type == LDIF_Line::blankLine;
 }
 
+bool isEmptyLine(std::string_view text, std::size_t position)
+{
+    // The reader drops carriage returns.
+    return position != text.size() && physicalLine(text, position).find_first_not_of('\r') == std::string_view::npos;
+}
+
 bool isCommentLine(std::string_view text, std::size_t position)
 {
     // The reader drops carriage returns.

@@ -45,6 +45,10 @@ struct ValueLine
 /// True when a line that holds nothing but white space begins there.
 bool isBlankLine(std::string_view text, std::size_t position);
 
+/// True when a line begins there that parts what is above from what is below, whatever is above: white space alone
+/// would continue an attribute line.
+bool isEmptyLine(std::string_view text, std::size_t position);
+
 /// True when a comment line begins there.
 bool isCommentLine(std::string_view text, std::size_t position);
 
