@@ -434,5 +434,19 @@ TEST_F(KeptLayoutOf, ALineOfWhiteSpaceAboveDoesNotPartANewEntryEither)
     EXPECT_EQ(read(), "dn: o=x\ncn: one\n \n\ndn: cn=a, o=x\ncn: new\n");
 }
 
+// The block was written anew, with the line ends of the line above.
+TEST_F(KeptLayoutOf, ACommentThatIsSetBackKeepsItsLineEnds)
+{
+    constexpr char text[] = "dn: o=x\r\n# above\ncn: one\r\n# between\ncn: two\n\n# b\r\ndn: o=y\n\n";
+    const Handle handle = safe(text);
+    begin(handle);
+    setComment(handle, "o=x", "cn", "other");
+    setComment(handle, "o=x", "cn", "above\nbetween");
+    setComment(handle, "o=y", nullptr, "");
+    setComment(handle, "o=y", nullptr, "b");
+    commit(handle);
+    EXPECT_EQ(read(), text);
+}
+
 INSTANTIATE_TEST_SUITE_P(Locales, KeptLayout, ::testing::Values("C", "C.UTF-8"),
                          [](const auto& locale) { return std::string(locale.param) == "C" ? "C" : "Utf8"; });

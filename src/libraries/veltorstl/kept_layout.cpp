@@ -397,15 +397,22 @@ private:
     {
         std::size_t place = nowhere;
         std::size_t below = nowhere;
+        std::vector<TextRange> present; // the last one first
         for (auto block = blocks.rbegin(); block != blocks.rend(); ++block) {
             below = block->lines.end;
             if (!block->lines.empty()) {
                 place = block->lines.begin;
-                takeComments(block->lines);
+                present.push_back(block->lines);
             }
             if (block->isParted) {
                 break;
             }
+        }
+        if (isTold(comment, present)) {
+            return;
+        }
+        for (const TextRange lines : present) {
+            takeComments(lines);
         }
         NewLines lines;
         addBlock(lines, comment);
@@ -413,6 +420,24 @@ private:
         if (!lines.empty()) {
             edited_.insert(place != nowhere ? place : below, EditedText::Sticks::toLineBelow, std::move(lines));
         }
+    }
+
+    /// True when comment lines say the block already.
+    bool isTold(const LDIF_Comment& comment, const std::vector<TextRange>& lines) const
+    {
+        auto wanted = comment.lines.begin() + static_cast<std::ptrdiff_t>(comment.linesAboveBlock());
+        for (auto range = lines.rbegin(); range != lines.rend(); ++range) {
+            LineReader reader(range->in(text_));
+            LDIF_Line line;
+            while (reader.position() != range->end - range->begin) {
+                reader.next(line);
+                if (wanted == comment.lines.end() || wanted->value != line.value) {
+                    return false;
+                }
+                ++wanted;
+            }
+        }
+        return wanted == comment.lines.end();
     }
 
     // ---- Entries that come ----
