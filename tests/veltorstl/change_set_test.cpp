@@ -348,8 +348,64 @@ TEST_F(ChangeSet, AFailedSearchAndARefusedCallSpoilNothing)
     EXPECT_EQ(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN), refused);
     EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), refused);
     EXPECT_EQ(cfg_modify_s(handle.get(), nullptr, nullptr), 89);
+    EXPECT_EQ(cfg_set_comment_s(handle.get(), " ", nullptr, "text"), refused);
     EXPECT_EQ(cfg_commit_s(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
     EXPECT_EQ(read(), withPort("1389"));
+}
+
+TEST_F(ChangeSet, ASetWhoseChangesCancelOutWritesNothing)
+{
+    const Handle handle = safe("dn: o=x\nb:   1\na: 2\n folded\nno colon");
+    remember();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    for (const char* const value : {"3", "1"}) {
+        Mods mods({{modReplace, "b", {{value}}}});
+        ASSERT_EQ(cfg_modify_s(handle.get(), "o=x", mods.list()), 0);
+    }
+    ASSERT_EQ(add(handle.get(), "cn=a,o=x"), 0);
+    ASSERT_EQ(cfg_delete_s(handle.get(), "cn=a,o=x"), 0);
+    EXPECT_EQ(cfg_commit_s(handle.get()), 0) << shown(cfg_dump_exception(handle.get()));
+    expectUntouched();
+}
+
+TEST_F(ChangeSet, TheFirstModificationThatIsWrongIsToldWithTheCodesOfTheDirectMode)
+{
+    struct Row
+    {
+        const char* name;
+        std::vector<Change> changes;
+        const char* dn;
+        int code;
+        int libraryCode;
+    };
+    const Row rows[] = {
+        {"an unknown operation with a value that is refused", {{5, "zor-slapdPort", {{"bad"}}}}, "cn=a,o=x", 89, 1010},
+        {"an unknown operation before a value that is refused",
+         {{7, "zor-slapdPort", {{"1"}}}, {modAdd, "zor-slapdPort", {{"bad"}}}},
+         "cn=a,o=x",
+         89,
+         1010},
+        {"a missing attribute before a value that is refused",
+         {{modDelete, "none", {}}, {modAdd, "zor-slapdPort", {{"bad"}}}},
+         "cn=a,o=x",
+         16,
+         16},
+        {"a value that is refused before a missing attribute",
+         {{modAdd, "zor-slapdPort", {{"bad"}}}, {modDelete, "none", {}}},
+         "cn=a,o=x",
+         21,
+         1016},
+        {"a missing entry before a value that is refused", {{modAdd, "zor-slapdPort", {{"bad"}}}}, "o=none", 32, 32},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const int mode : {CFG_WRITE_DIRECT, CFG_WRITE_SAFE}) {
+            const Handle handle = boundIn(mode);
+            Mods mods(row.changes);
+            EXPECT_EQ(cfg_modify_s(handle.get(), row.dn, mods.list()), row.code);
+            EXPECT_EQ(cfg_get_exterror(handle.get()), row.libraryCode);
+        }
+    }
 }
 
 TEST_F(ChangeSet, AFailedUpdateOutsideASetLeavesFileAndMemoryAsTheyWere)

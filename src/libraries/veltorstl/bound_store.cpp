@@ -359,21 +359,31 @@ void BoundStore::modify(const LDIF_DN& dn, LDAPMod** mods)
         return;
     }
     telling(dn, nullptr, [&] {
-        TextMods texts(mods);
         set_->touch(dn);
         const LDIF_Entry* const entry = find(dn);
-        for (LDAPMod** mod = texts.list(); entry != nullptr && *mod != nullptr; ++mod) {
-            if ((*mod)->mod_op == LDAP_MOD_DELETE || !hasValues(**mod)) {
-                continue;
-            }
-            if (entry->attributes.find((*mod)->mod_type) == entry->attributes.cend()) {
-                needsUsableName((*mod)->mod_type);
-            }
-            needsUsableValues(**mod);
+        if (entry == nullptr) {
+            LDIF_File::modify(dn, mods);
+            set_->idle = true;
+            return;
         }
-        const LDIF_Attributes before = entry == nullptr ? LDIF_Attributes() : entry->attributes;
-        LDIF_File::modify(dn, texts.list());
-        set_->idle = entry == nullptr || areEqual(before, entry->attributes);
+        const LDIF_Attributes before = entry->attributes;
+        // One by one, so that the first that is wrong is told, whatever is wrong with it.
+        for (; mods != nullptr && *mods != nullptr; ++mods) {
+            LDAPMod* one[] = {*mods, nullptr};
+            const int operation = (*mods)->mod_op & ~LDAP_MOD_BVALUES;
+            if (operation != LDAP_MOD_ADD && operation != LDAP_MOD_REPLACE && operation != LDAP_MOD_DELETE) {
+                LDIF_File::modify(dn, one);
+            }
+            TextMods texts(one);
+            if (operation != LDAP_MOD_DELETE && hasValues(**texts.list())) {
+                if (entry->attributes.find((*mods)->mod_type) == entry->attributes.cend()) {
+                    needsUsableName((*mods)->mod_type);
+                }
+                needsUsableValues(**texts.list());
+            }
+            LDIF_File::modify(dn, texts.list());
+        }
+        set_->idle = areEqual(before, entry->attributes);
     });
 }
 
@@ -413,8 +423,6 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
                 refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
             }
             comment = &found->comment;
-        } else if (entry == &root) {
-            refuse(__LINE__, result::unwillingToPerform, "The root has no DN line to stand above");
         }
         LDIF_Comment block;
         while (!text.empty()) {

@@ -73,7 +73,7 @@ public:
     void erase(const LDIF_DN& dn, bool deleteNonLeaves);
 
     /// Replaces the comment block directly above an entry or one of its attributes.
-    /// @param attribute  null: the entry's own
+    /// @param attribute  null: the entry's own, which the root has not
     /// @param text       lines, without their "# "; empty: removes the block
     /// @throws LDIF_Exception 32/32, 16/16; 21/21 for lines that would not come back
     void setComment(const LDIF_DN& dn, const char* attribute, std::string_view text);

@@ -5,17 +5,6 @@
 
 namespace veltor::detail {
 
-namespace {
-
-/// True when the line that begins there is blank behind an attribute, too: white space would continue that.
-bool isEmptyLine(std::string_view text, std::size_t position)
-{
-    const std::size_t first = text.find_first_not_of('\r', position);
-    return first == std::string_view::npos || text[first] == '\n';
-}
-
-} // namespace
-
 void EditedText::insert(std::size_t position, Sticks sticks, NewLines lines)
 {
     edits_.push_back({position, position, static_cast<int>(sticks),
