@@ -68,6 +68,8 @@ struct NewComment
     std::string dn;
     std::string attribute; // empty: the entry's own
     std::string text;
+
+    const char* attributeOrNull() const { return attribute.empty() ? nullptr : attribute.c_str(); }
 };
 
 std::vector<Line> linesOf(char* text)
@@ -188,7 +190,7 @@ std::vector<NewComment> commentsOf(const std::filesystem::path& file)
         if (line.empty()) {
             continue;
         }
-        NewComment& comment = comments.emplace_back(NewComment{line, "", ""});
+        NewComment& comment = comments.emplace_back(NewComment{line == "<root>" ? "" : line, "", ""});
         if (!std::getline(text, comment.attribute) || comment.attribute.empty()) {
             throw std::runtime_error("a DN without an attribute: " + file.string());
         }
@@ -249,17 +251,28 @@ protected:
                 return code;
             }
         }
-        if (std::filesystem::exists(fileOf("comments"))) {
-            for (const NewComment& comment : commentsOf(fileOf("comments"))) {
-                const char* const attribute = comment.attribute.empty() ? nullptr : comment.attribute.c_str();
-                if (const int code = cfg_set_comment_s(handle, comment.dn == "<root>" ? "" : comment.dn.c_str(),
-                                                       attribute, comment.text.c_str());
-                    code != 0) {
-                    return code;
-                }
+        for (const NewComment& comment : newComments()) {
+            const int code =
+                cfg_set_comment_s(handle, comment.dn.c_str(), comment.attributeOrNull(), comment.text.c_str());
+            if (code != 0) {
+                return code;
             }
         }
         return 0;
+    }
+
+    static std::vector<NewComment> newComments()
+    {
+        return std::filesystem::exists(fileOf("comments")) ? commentsOf(fileOf("comments")) : std::vector<NewComment>();
+    }
+
+    static void expectComments(void* handle)
+    {
+        for (const NewComment& comment : newComments()) {
+            char* text = nullptr;
+            EXPECT_EQ(cfg_get_comment_s(handle, comment.dn.c_str(), comment.attributeOrNull(), &text), 0);
+            EXPECT_EQ(shown(Text(text).get()), comment.text) << comment.dn << ", " << comment.attribute;
+        }
     }
 
     static std::string rendered(void* handle)
@@ -339,6 +352,7 @@ TEST_P(KeptLayout, AChangeSetWritesTheseBytes)
     const Handle second = safe();
     EXPECT_EQ(everyEntry(second.get()), everyEntry(handle.get()));
     EXPECT_EQ(rendered(second.get()), after) << "as another handle has it";
+    expectComments(second.get());
 
     remember();
     EXPECT_EQ(cfg_begin_s(second.get(), 0), 0);
