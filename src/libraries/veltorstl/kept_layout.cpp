@@ -207,9 +207,9 @@ private:
                 addNew(entry, *attribute, hasNewComment, fresh);
                 continue;
             }
-            changeValues(*attribute, told.mapped());
+            const auto staying = changeValues(*attribute, told.mapped());
             if (hasNewComment) {
-                changeComment(*attribute, told.mapped());
+                changeComment(*attribute, told.mapped(), staying);
             }
         }
         for (const auto& [name, gone] : byName) {
@@ -251,7 +251,9 @@ private:
     }
 
     /// The lines of one attribute, which has some before and after.
-    void changeValues(const LDIF_Attribute& attribute, const std::vector<const ValueLine*>& lines)
+    /// @return those in whose places some stand afterwards
+    std::unordered_set<const ValueLine*> changeValues(const LDIF_Attribute& attribute,
+                                                      const std::vector<const ValueLine*>& lines)
     {
         const LDIF_Values& wanted = attribute.values;
         std::unordered_map<std::string_view, std::size_t> positions;
@@ -292,7 +294,7 @@ private:
 
         if (!keepsOrder(lines, place, left)) {
             putInOrder(attribute, lines, teller);
-            return;
+            return {lines.front()};
         }
         for (const ValueLine* const line : gone) {
             NewLines made;
@@ -309,6 +311,11 @@ private:
             }
             edited_.insert(lines.back()->range.end, EditedText::Sticks::toLineAbove, std::move(made));
         }
+        std::unordered_set<const ValueLine*> staying(lines.begin(), lines.end());
+        for (const ValueLine* const line : rest) {
+            staying.erase(line);
+        }
+        return staying;
     }
 
     /// True when the values come in the order that is asked for with every line in its place.
@@ -363,19 +370,28 @@ private:
 
     // ---- Comments ----
 
-    void changeComment(const LDIF_Attribute& attribute, const std::vector<const ValueLine*>& lines)
+    /// A block and whether the line below it stays.
+    struct OldBlock
     {
-        std::vector<CommentBlock> blocks;
-        std::transform(lines.begin(), lines.end(), std::back_inserter(blocks),
-                       [](const ValueLine* line) { return line->block; });
+        CommentBlock block;
+        bool hasLine;
+    };
+
+    void changeComment(const LDIF_Attribute& attribute, const std::vector<const ValueLine*>& lines,
+                       const std::unordered_set<const ValueLine*>& staying)
+    {
+        std::vector<OldBlock> blocks;
+        std::transform(lines.begin(), lines.end(), std::back_inserter(blocks), [&staying](const ValueLine* line) {
+            return OldBlock{line->block, staying.contains(line)};
+        });
         replaceBlock(attribute.comment, blocks);
     }
 
     void changeComment(const LDIF_Entry& entry, const Places& places)
     {
-        std::vector<CommentBlock> blocks;
+        std::vector<OldBlock> blocks;
         std::transform(places.begin(), places.end(), std::back_inserter(blocks),
-                       [this](std::size_t place) { return blockOf(place); });
+                       [this](std::size_t place) { return OldBlock{blockOf(place), true}; });
         replaceBlock(entry.comment, blocks);
     }
 
@@ -393,22 +409,28 @@ private:
     }
 
     /// The store's block is what stands above the last of several lines, up to what parts it.
-    void replaceBlock(const LDIF_Comment& comment, const std::vector<CommentBlock>& blocks)
+    void replaceBlock(const LDIF_Comment& comment, const std::vector<OldBlock>& blocks)
     {
         std::size_t place = nowhere;
         std::size_t below = nowhere;
         std::vector<TextRange> present; // the last one first
-        for (auto block = blocks.rbegin(); block != blocks.rend(); ++block) {
-            below = block->lines.end;
-            if (!block->lines.empty()) {
-                place = block->lines.begin;
-                present.push_back(block->lines);
+        bool stays = true;
+        for (auto old = blocks.rbegin(); old != blocks.rend(); ++old) {
+            const TextRange block = old->block.lines;
+            if (!block.empty()) {
+                present.push_back(block);
+                stays = stays && old->hasLine;
             }
-            if (block->isParted) {
+            // A line that goes must not leave the comment to what follows it.
+            if (old->hasLine) {
+                below = block.end;
+                place = block.empty() ? place : block.begin;
+            }
+            if (old->block.isParted) {
                 break;
             }
         }
-        if (isTold(comment, present)) {
+        if (stays && isTold(comment, present)) {
             return;
         }
         for (const TextRange lines : present) {
