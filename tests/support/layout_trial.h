@@ -138,6 +138,13 @@ inline bool readTree(void* handle, Tree& tree)
     return true;
 }
 
+inline std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    return text;
+}
+
 /// Names in lower case: a line that stays keeps its spelling.
 inline std::string joined(const Tree& tree)
 {
@@ -145,9 +152,7 @@ inline std::string joined(const Tree& tree)
     for (const TreeEntry& entry : tree) {
         text += "<" + entry.dn + ">\n";
         for (const auto& [name, values] : entry.attributes) {
-            text += "  [";
-            std::transform(name.begin(), name.end(), std::back_inserter(text),
-                           [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+            text += "  [" + lowered(name);
             text += "]";
             for (const std::string& value : values) {
                 text += " [" + value + "]";
@@ -182,6 +187,19 @@ inline std::optional<std::string> commentOf(void* handle, const std::string& dn,
 inline std::size_t linesIn(const std::string& comment)
 {
     return comment.empty() ? 0 : static_cast<std::size_t>(std::count(comment.begin(), comment.end(), '\n')) + 1;
+}
+
+inline LDIF_DN dnOf(const std::string& text)
+{
+    LDIF_DN dn;
+    dn = cisString(text);
+    return dn;
+}
+
+/// True for an entry of a subtree.
+inline bool isWithin(const LDIF_DN& dn, const LDIF_DN& top)
+{
+    return dn.size() >= top.size() && veltor::detail::commonLevels(top, dn) == top.size();
 }
 
 // ---- A reading of a text ----
@@ -473,14 +491,7 @@ private:
         const Attributes told = before_.toldOf(entry);
         const Attributes& wanted = after_[entry.text];
         for (const auto& [name, values] : told) {
-            std::vector<std::size_t> lines;
-            for (std::size_t line = 0; line < before_.lines.size(); ++line) {
-                const Line& candidate = before_.lines[line];
-                if (candidate.kind == Line::value && candidate.entry == index &&
-                    strcasecmp(candidate.name.c_str(), name.c_str()) == 0) {
-                    lines.push_back(line);
-                }
-            }
+            const std::vector<std::size_t> lines = linesOf(index, name);
             const auto now = wanted.find(name);
             if (now == wanted.end()) {
                 for (const std::size_t line : lines) {
@@ -509,24 +520,105 @@ private:
         }
     }
 
-    static bool isDefault(const std::string& name, const Texts& values)
+public:
+    using Told = std::vector<std::string>; // "place name value" each
+
+    /// The value lines of an entry that stays, in the order in which the text tells them.
+    static Told toldIn(const Reading& reading, std::size_t index)
     {
-        return values == Texts{strcasecmp(name.c_str(), "version") == 0 ? "1" : "ISO-8859-1"};
+        Told told;
+        const Entry& entry = reading.entries[index];
+        for (std::size_t place = 0; place < entry.places.size(); ++place) {
+            for (std::size_t line = entry.places[place].first; line < entry.places[place].second; ++line) {
+                if (reading.lines[line].kind == Line::value) {
+                    told.push_back(oneTold(place, reading.lines[line].name, reading.lines[line].held));
+                }
+            }
+        }
+        return told;
     }
 
-    void changeValues(const Texts& had, const Texts& wanted, const std::vector<std::size_t>& lines)
+    /// The same as it has to be.
+    Told wantedOf(std::size_t index) const
     {
-        if (had == wanted) {
+        const Entry& entry = before_.entries[index];
+        const Attributes told = before_.toldOf(entry);
+        const Attributes& wanted = after_.at(entry.text);
+        // What comes in the place of each line.
+        std::map<std::size_t, Texts> instead;
+        for (const auto& [name, had] : told) {
+            const auto now = wanted.find(name);
+            placeValues(had, now == wanted.end() ? Texts() : now->second, linesOf(index, name), instead);
+        }
+        Told all;
+        for (std::size_t place = 0; place < entry.places.size(); ++place) {
+            for (std::size_t line = entry.places[place].first; line < entry.places[place].second; ++line) {
+                for (const std::string& value : instead[line]) {
+                    all.push_back(oneTold(place, before_.lines[line].name, value));
+                }
+            }
+            for (const auto& [name, values] : place == 0 ? wanted : Attributes()) {
+                for (const std::string& value : told.count(name) == 0 ? values : Texts()) {
+                    all.push_back(oneTold(place, name, value));
+                }
+            }
+        }
+        return all;
+    }
+
+    bool isGone(const Entry& entry) const { return gone_.count(entry.text) != 0; }
+    bool isNew(const std::string& dn) const
+    {
+        return gone_.count(dn) != 0 || std::none_of(before_.entries.begin(), before_.entries.end(),
+                                                    [&](const Entry& entry) { return entry.text == dn; });
+    }
+
+private:
+    static std::string oneTold(std::size_t place, const std::string& name, const std::string& value)
+    {
+        return std::to_string(place) + " [" + lowered(name) + "] [" + value + "]";
+    }
+
+    void placeValues(const Texts& had, const Texts& wanted, const std::vector<std::size_t>& lines,
+                     std::map<std::size_t, Texts>& instead) const
+    {
+        Texts fresh;
+        const Texts inPlace = orderInPlace(had, wanted, fresh);
+        if (inPlace != wanted) {
+            for (const std::string& value : wanted) {
+                const auto times = std::count_if(lines.begin(), lines.end(),
+                                                 [&](std::size_t line) { return before_.lines[line].held == value; });
+                Texts& all = instead[lines.front()];
+                all.insert(all.end(), static_cast<std::size_t>(std::max<std::ptrdiff_t>(times, 1)), value);
+            }
             return;
         }
-        const auto isAmong = [](const Texts& texts, const std::string& text) {
-            return std::find(texts.begin(), texts.end(), text) != texts.end();
-        };
-        Texts fresh;
+        std::set<std::string> seen;
+        auto next = fresh.begin();
+        for (const std::size_t line : lines) {
+            const std::string& value = before_.lines[line].held;
+            const bool isFirst = seen.insert(value).second;
+            if (isAmong(wanted, value)) {
+                instead[line].push_back(value);
+            } else if (isFirst && next != fresh.end()) {
+                instead[line].push_back(*next++);
+            }
+        }
+        Texts& last = instead[lines.back()];
+        last.insert(last.end(), next, fresh.end());
+    }
+
+    static bool isAmong(const Texts& texts, const std::string& text)
+    {
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
+    }
+
+    /// The order that comes about where every line stays in its place.
+    /// @param fresh  receives the values that are new
+    static Texts orderInPlace(const Texts& had, const Texts& wanted, Texts& fresh)
+    {
         std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(fresh),
                      [&](const std::string& text) { return !isAmong(had, text); });
-        made += fresh.size();
-        // The order that comes about where every line stays in its place.
         Texts inPlace;
         auto next = fresh.begin();
         for (const std::string& text : had) {
@@ -537,6 +629,35 @@ private:
             }
         }
         inPlace.insert(inPlace.end(), next, fresh.end());
+        return inPlace;
+    }
+
+    std::vector<std::size_t> linesOf(std::size_t index, const std::string& name) const
+    {
+        std::vector<std::size_t> lines;
+        for (std::size_t line = 0; line < before_.lines.size(); ++line) {
+            const Line& candidate = before_.lines[line];
+            if (candidate.kind == Line::value && candidate.entry == index &&
+                strcasecmp(candidate.name.c_str(), name.c_str()) == 0) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
+    }
+
+    static bool isDefault(const std::string& name, const Texts& values)
+    {
+        return values == Texts{strcasecmp(name.c_str(), "version") == 0 ? "1" : "ISO-8859-1"};
+    }
+
+    void changeValues(const Texts& had, const Texts& wanted, const std::vector<std::size_t>& lines)
+    {
+        if (had == wanted) {
+            return;
+        }
+        Texts fresh;
+        const Texts inPlace = orderInPlace(had, wanted, fresh);
+        made += fresh.size();
         for (const std::size_t line : lines) {
             if (!isAmong(wanted, before_.lines[line].held)) {
                 mark(line, line + 1, goes);
@@ -698,6 +819,66 @@ public:
         ++tally_.committed;
         const std::string now = folder_.read(fileName);
         require(now == text_, "changes that cancel out leave the file's bytes", details(text_, now));
+    }
+
+    /// Another value for an attribute that one line tells changes that line alone, and in it nothing but the value.
+    void runOneValue(const std::string& text, std::size_t number, const std::string& value)
+    {
+        ++tally_.texts;
+        text_ = text;
+        handle_ = boundTo(folder_.write(fileName, text), CFG_WRITE_SAFE, CFG_LAYOUT_KEEP);
+        Tree tree;
+        if (handle_ == nullptr || !readTree(handle_.get(), tree)) {
+            return;
+        }
+        ++tally_.loaded;
+        const Reading before(text_);
+        std::map<std::pair<std::size_t, std::string>, std::vector<std::size_t>> tellers;
+        for (std::size_t line = 0; line < before.lines.size(); ++line) {
+            if (before.lines[line].kind == Line::value && before.lines[line].entry != 0) {
+                tellers[{before.lines[line].entry, lowered(before.lines[line].name)}].push_back(line);
+            }
+        }
+        std::vector<std::size_t> alone;
+        for (const auto& [attribute, lines] : tellers) {
+            const std::string_view line = before.of(before.lines[lines.front()]);
+            if (lines.size() == 1 && line.ends_with('\n') && before.lines[lines.front()].held != value) {
+                alone.push_back(lines.front());
+            }
+        }
+        if (alone.empty()) {
+            return;
+        }
+        const std::size_t changed = alone[number % alone.size()];
+        const Line& line = before.lines[changed];
+        const std::string& dn = before.entries[line.entry].text;
+        const Aimed aimed{Change::modify, dn, "", "", {{LDAP_MOD_REPLACE, line.name, {{value}}}}};
+        say(aimed);
+        if (apply(handle_.get(), aimed) != 0) {
+            ++tally_.refusedUpdates;
+            return;
+        }
+        ++tally_.committed;
+        const std::string now = folder_.read(fileName);
+        const Reading after(now);
+        require(after.lines.size() == before.lines.size(), "one value is one line", details(text_, now));
+        for (std::size_t other = 0; other < before.lines.size(); ++other) {
+            require(other == changed || before.of(before.lines[other]) == after.of(after.lines[other]),
+                    "one value is one line", details(text_, now));
+        }
+        const std::string_view was = before.of(line);
+        const std::string_view is = after.of(after.lines[changed]);
+        require(is.find('\n') == is.size() - 1, "a new value is told in one physical line", details(text_, now));
+        const std::size_t colon = was.find(':');
+        if (colon != std::string_view::npos && was.starts_with(line.name) && colon == line.name.size()) {
+            require(is.starts_with(was.substr(0, colon + 1)), "the spelling of the name stays", details(text_, now));
+            const std::size_t behind = was.find_first_not_of(": \t", colon);
+            // A colon in front of a value would be one of those behind the name.
+            const bool isPlain =
+                value.front() != ':' && was.find_first_of("\r()") == std::string_view::npos && was[behind] != '\n';
+            require(!isPlain || is == std::string(was.substr(0, behind)) + value + "\n",
+                    "the spelling of the line stays", details(text_, now));
+        }
     }
 
 private:
@@ -897,17 +1078,15 @@ private:
         if (change.kind != Change::erase && change.kind != Change::eraseSubtree) {
             return;
         }
-        LDIF_DN top;
-        top = cisString(change.dn);
+        const LDIF_DN top = dnOf(change.dn);
+        std::set<std::string> erased;
         for (const TreeEntry& entry : current) {
-            LDIF_DN dn;
-            dn = cisString(entry.dn);
-            if (dn.size() >= top.size() && veltor::detail::commonLevels(top, dn) == top.size()) {
-                deeds.erased.insert(entry.dn);
+            if (isWithin(dnOf(entry.dn), top)) {
+                erased.insert(entry.dn);
             }
         }
-        std::erase_if(deeds.comments,
-                      [&](const auto& comment) { return deeds.erased.count(comment.first.first) != 0; });
+        std::erase_if(deeds.comments, [&](const auto& comment) { return erased.count(comment.first.first) != 0; });
+        deeds.erased.merge(erased);
     }
 
     void noteLoose(Deeds& deeds) const
@@ -979,11 +1158,22 @@ private:
     {
         const Ownership ownership(before, after, deeds);
         requireLines(before, ownership, now, details(text_, now));
+        const Reading reading(now);
+        for (std::size_t index = 1; index < before.entries.size(); ++index) {
+            if (!ownership.isGone(before.entries[index])) {
+                requirePlaces(before, reading, ownership, index, now);
+            }
+        }
+        for (const Entry& entry : reading.entries) {
+            if (!entry.text.empty() && ownership.isNew(entry.text)) {
+                requireNewEntry(reading, ownership, entry, now);
+            }
+        }
         if (deeds.isLoose) {
             return;
         }
         const auto balance =
-            static_cast<std::ptrdiff_t>(commentsIn(Reading(now))) - static_cast<std::ptrdiff_t>(commentsIn(before));
+            static_cast<std::ptrdiff_t>(commentsIn(reading)) - static_cast<std::ptrdiff_t>(commentsIn(before));
         require(balance <= ownership.commentsBalance && balance >= ownership.commentsBalance - deeds.unseen,
                 "as many comment lines come and go as was asked for",
                 std::to_string(balance) + " for " + std::to_string(ownership.commentsBalance) + "\n" +
@@ -992,6 +1182,71 @@ private:
             if (const auto comment = commentOf(handle_.get(), target.first, target.second)) {
                 require(*comment == text, "a comment that was set is there", *comment + "\n" + details(text_, now));
             }
+        }
+    }
+
+    /// The lines of an entry that stays come in the order of the rules.
+    void requirePlaces(const Reading& before, const Reading& reading, const Ownership& ownership, std::size_t index,
+                       const std::string& now) const
+    {
+        const std::string& dn = before.entries[index].text;
+        const auto entry = std::find_if(reading.entries.begin(), reading.entries.end(),
+                                        [&](const Entry& other) { return other.text == dn; });
+        require(entry != reading.entries.end(), "an entry that stays is there", details(text_, now));
+        const auto told = Ownership::toldIn(reading, static_cast<std::size_t>(entry - reading.entries.begin()));
+        const auto wanted = ownership.wantedOf(index);
+        if (told == wanted) {
+            return;
+        }
+        std::string all = dn + "\n";
+        for (const auto* const side : {&wanted, &told}) {
+            all += side == &wanted ? "- wanted\n" : "- found\n";
+            for (const std::string& line : *side) {
+                all += line + "\n";
+            }
+        }
+        throw Broken("values come in the places of the rules\n" + all + details(text_, now));
+    }
+
+    /// A new entry stands behind all that the file told of the subtree of its nearest ancestor, other new ones apart,
+    /// with a blank line before it and behind.
+    void requireNewEntry(const Reading& reading, const Ownership& ownership, const Entry& entry,
+                         const std::string& now) const
+    {
+        const std::string what = entry.text + "\n" + details(text_, now);
+        require(entry.places.size() == 1, "a new entry has one place", what);
+        LDIF_DN host = entry.dn;
+        const auto isHost = [&](const Entry& other) {
+            return other.dn == host && (other.text.empty() || !ownership.isNew(other.text));
+        };
+        do {
+            host.pop_back();
+        } while (std::none_of(reading.entries.begin(), reading.entries.end(), isHost));
+        const auto [begin, end] = entry.places.front();
+        require(end == reading.lines.size() ||
+                    reading.of(reading.lines[end]).find_first_not_of("\r\n") == std::string_view::npos,
+                "a blank line follows a new entry", what);
+        std::size_t above = begin;
+        while (above > 0 && reading.lines[above - 1].kind == Line::comment) {
+            --above;
+        }
+        require(above == 0 || reading.of(reading.lines[above - 1]).find_first_not_of("\r\n") == std::string_view::npos,
+                "a blank line stands before a new entry", what);
+        const auto isOld = [&](const Line& line) {
+            const std::string& dn = reading.entries[line.entry].text;
+            return line.kind >= Line::dn && (dn.empty() || !ownership.isNew(dn));
+        };
+        for (std::size_t line = above; line > 0; --line) {
+            const Line& candidate = reading.lines[line - 1];
+            if (isOld(candidate)) {
+                require(isWithin(reading.entries[candidate.entry].dn, host),
+                        "a new entry stands directly behind its ancestor's subtree", what);
+                break;
+            }
+        }
+        for (std::size_t line = end; line < reading.lines.size(); ++line) {
+            require(!isOld(reading.lines[line]) || !isWithin(reading.entries[reading.lines[line].entry].dn, host),
+                    "a new entry stands behind its ancestor's subtree", what);
         }
     }
 

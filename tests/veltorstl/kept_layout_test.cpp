@@ -168,11 +168,15 @@ std::string anyDn()
                                                    {1, "cn=\\61, o=x"},
                                                    {1, "cn=\"b\", o=x"},
                                                    {1, "cn=d+ou=e, o=x"},
-                                                   {1, "cn=f\\2Cg"}});
+                                                   {1, "cn=f\\2Cg"},
+                                                   {1, ""}});
 }
 
 std::string dnLine()
 {
+    if (chance(40)) {
+        return "dnq=a" + lineEnd(); // a DN line without a colon
+    }
     return *rc::gen::weightedElement<std::string>({{20, "dn: "}, {3, "dn:"}, {2, "DN: "}, {1, "dn:: "}, {1, "Dn:  "}}) +
            folded(anyDn()) + lineEnd();
 }
@@ -400,6 +404,15 @@ TEST_P(KeptLayout, ChangesThatCancelOutLeaveTheBytes)
         const auto file = *rc::gen::exec(anyFile);
         const auto change = *rc::gen::exec(anyChange);
         trial.runCancelled(file.text(), change);
+    });
+}
+
+TEST_P(KeptLayout, OneValueIsOneLine)
+{
+    check("one value", [](Trial& trial) {
+        const auto file = *rc::gen::exec(anyFile);
+        const auto number = *rc::gen::inRange<std::size_t>(0, 20);
+        trial.runOneValue(file.text(), number, oneOf("new", "389", "a:b", ":x", "(y) z", "# new"));
     });
 }
 
