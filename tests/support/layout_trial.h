@@ -876,8 +876,9 @@ public:
             // A colon in front of a value would be one of those behind the name.
             const bool isPlain =
                 value.front() != ':' && was.find_first_of("\r()") == std::string_view::npos && was[behind] != '\n';
-            require(!isPlain || is == std::string(was.substr(0, behind)) + value + "\n",
-                    "the spelling of the line stays", details(text_, now));
+            const std::string spelled = std::string(was.substr(0, behind)) + value;
+            require(!isPlain || is == spelled + "\n" || is == spelled + "\r\n", "the spelling of the line stays",
+                    details(text_, now));
         }
     }
 
