@@ -257,7 +257,15 @@ public:
         }
     }
 
+    /// True when every DN prints, and as itself.
     bool isPrintable() const { return isPrintable_; }
+    /// True for a line that would continue an attribute line above it.
+    bool beginsWithBlank(const Line& line) const
+    {
+        std::size_t end = 0;
+        const std::wstring wide = physical(line.begin, end);
+        return !wide.empty() && w_my_isspace(wide.front());
+    }
     std::string_view of(const Line& line) const { return text_.substr(line.begin, line.end - line.begin); }
 
     /// The values that the text tells, by entry and attribute.
@@ -349,11 +357,14 @@ private:
         }
         Entry& entry = entries.emplace_back();
         entry.dn = dn;
+        // Printed DNs name the entries here.
+        bool isName = false;
         try {
             entry.text = dn.str();
+            isName = dnOf(entry.text) == dn && dnOf(entry.text).str() == entry.text;
         } catch (const LDIF_Exception&) {
-            isPrintable_ = false;
         }
+        isPrintable_ = isPrintable_ && isName;
         return entries.size() - 1;
     }
 
@@ -872,7 +883,7 @@ public:
         const std::size_t colon = was.find(':');
         if (colon != std::string_view::npos && was.starts_with(line.name) && colon == line.name.size()) {
             require(is.starts_with(was.substr(0, colon + 1)), "the spelling of the name stays", details(text_, now));
-            const std::size_t behind = was.find_first_not_of(": \t", colon);
+            const std::size_t behind = was.find_first_not_of(" \t", was.find_first_not_of(':', colon));
             // A colon in front of a value would be one of those behind the name.
             const bool isPlain =
                 value.front() != ':' && was.find_first_of("\r()") == std::string_view::npos && was[behind] != '\n';
@@ -1046,7 +1057,7 @@ private:
         const int code = cfg_commit_s(handle_.get());
         const std::string now = folder_.read(fileName);
         if (code != 0) {
-            refused(now, twin.get());
+            refused(before, Ownership(before, pending, deeds), now, twin.get());
             return true;
         }
         ++tally_.committed;
@@ -1251,15 +1262,21 @@ private:
         }
     }
 
-    void refused(const std::string& now, void* twin)
+    /// A line that begins with white space stands there only because no attribute line is above it: to bring one there
+    /// is a reason to refuse, and the only one that the layout has.
+    void refused(const Reading& before, const Ownership& ownership, const std::string& now, void* twin)
     {
         require(now == text_, "what is refused leaves the file's bytes", details(text_, now));
+        const std::string words = "commit " + std::to_string(cfg_get_errno(handle_.get())) + ", in own form " +
+                                  std::to_string(cfg_commit_s(twin));
         const std::string failure = failureIn(handle_.get());
-        const int ownCode = cfg_commit_s(twin);
-        const std::string words = std::to_string(cfg_get_errno(handle_.get())) +
-                                  (ownCode == 0 ? "" : ", own form " + std::to_string(ownCode));
+        bool joins = false;
+        for (std::size_t line = 1; line < before.lines.size(); ++line) {
+            joins =
+                joins || (before.beginsWithBlank(before.lines[line]) && ownership.fates[line - 1] != Ownership::stays);
+        }
+        require(joins, "the layout is no reason to refuse", words + "\n" + failure + "\n" + details(text_, now));
         ++tally_.refusedCommits[words];
-        throw Broken("the layout is no reason to refuse\n" + words + "\n" + failure + "\n" + details(text_, now));
     }
 
     // ---- There and back ----
