@@ -15,22 +15,12 @@
 #include <string_view>
 #include <vector>
 
-// Two tests look at the allocator. A sanitizer that brings its own leaves no room for ours, so there these tests
-// say that they are left out; the plain build runs them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VELTOR_TEST_OWN_ALLOCATOR 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define VELTOR_TEST_OWN_ALLOCATOR 0
-#endif
-#endif
-#ifndef VELTOR_TEST_OWN_ALLOCATOR
-#define VELTOR_TEST_OWN_ALLOCATOR 1
-#endif
+#include "failing_malloc.h"
+
+using veltor::test::allocationsFail;
 
 namespace {
-// While set, allocations fail, and freed blocks are searched for the secret.
-bool allocationsFail = false;
+// While set, freed blocks are searched for the secret.
 std::string_view secretToFind;
 int blocksFreed = 0;
 int secretsFound = 0;

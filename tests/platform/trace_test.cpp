@@ -2,6 +2,7 @@
 // and to make them fail.
 #include "veltor/platform.h"
 
+#include "failing_malloc.h"
 #include "support/temporary_folder.h"
 
 #include <algorithm>
@@ -286,6 +287,23 @@ TEST_F(TraceService, RepeatsAWriteThatWasInterrupted)
     failNextWrite = EINTR;
     EXPECT_EQ(writeText(1, 2, "kept"), 0);
     EXPECT_EQ(contents(file), "00000001 00000002 0x0 4 kept\n");
+}
+
+TEST_F(TraceService, ALongRecordNeedsMemoryAndAShortOneNone)
+{
+    if (!VELTOR_TEST_OWN_ALLOCATOR) {
+        GTEST_SKIP() << "the sanitizer's allocator can't be made to fail; the plain build runs this";
+    }
+    const std::string file = path("trace");
+    ASSERT_EQ(initWithFile(file), 0);
+    const std::string longText(3000, 'a');
+    veltor::test::allocationsFail = true;
+    const int longStatus = writeText(1, 2, longText);
+    const int shortStatus = writeText(3, 4, "short");
+    veltor::test::allocationsFail = false;
+    EXPECT_EQ(longStatus, ENOMEM);
+    EXPECT_EQ(shortStatus, 0);
+    EXPECT_EQ(lines(file), std::vector<std::string>{"00000003 00000004 0x0 5 short"});
 }
 
 TEST_F(TraceService, LeavesErrnoToItsCaller)
@@ -595,4 +613,19 @@ TEST(TraceDebug, SaysSoWhenATextCantBeFormatted)
         SCOPED_TRACE(fmt == nullptr ? "null" : fmt);
         EXPECT_EQ(standardErrorOf([fmt] { print(0, fmt, 1, "x"); }), "(a debug text that can't be formatted)\n");
     }
+}
+
+TEST(TraceDebug, PrintsTheBeginningOfALongTextWhereMemoryIsShort)
+{
+    if (!VELTOR_TEST_OWN_ALLOCATOR) {
+        GTEST_SKIP() << "the sanitizer's allocator can't be made to fail; the plain build runs this";
+    }
+    const std::string text(3000, 'a');
+    const std::string printed = standardErrorOf([&text] {
+        veltor::test::allocationsFail = true;
+        print(0, "%s", text.c_str());
+        veltor::test::allocationsFail = false;
+    });
+    EXPECT_EQ(printed, text.substr(0, printed.size() - 1) + "\n");
+    EXPECT_GT(printed.size(), 2000U);
 }

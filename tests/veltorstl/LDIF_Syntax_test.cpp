@@ -256,6 +256,15 @@ TEST(Syntax, MissingRepresentationsAreRaisedWithTheirSyntax)
 
 // ---- ces ----
 
+TEST(Syntax, ANumberWithoutItsBinaryFormHasNoHash)
+{
+    _AttrType type = *getAttrType("zor-slapdPort");
+    const veltor::detail::FoldTable fold = veltor::detail::foldTable();
+    EXPECT_TRUE(veltor::detail::matchHash(LDIF_Value(&type, "389"), fold).has_value());
+    type.fromStr = cesFromStr;
+    EXPECT_FALSE(veltor::detail::matchHash(LDIF_Value(&type, "389"), fold).has_value());
+}
+
 TEST(SyntaxCes, ComparesBytesAndThenLengths)
 {
     struct Row

@@ -721,6 +721,14 @@ TEST(LdifValues, AddingAListToItselfChangesNothing)
     }
 }
 
+TEST(LdifValues, AssigningAListToItselfKeepsIt)
+{
+    LDIF_Values list = listOf("zor-slapdPort", {"1", "2", "3"});
+    const LDIF_Values& same = list;
+    list = same;
+    EXPECT_EQ(textsOf(list), (Texts{"1", "2", "3"}));
+}
+
 TEST(LdifValues, AddingAValueOfItsOwnChangesNothing)
 {
     LDIF_Values list = listOf("cn", {"a", "b"});

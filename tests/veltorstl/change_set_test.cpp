@@ -757,9 +757,10 @@ constexpr char spreadText[] = "# head\n"              // 1
                               "\n"                    // 8
                               "dn: cn=a, o=x\n"       // 9
                               "cn: a\n"               // 10
-                              "\n"                    // 11
-                              "dn: o=x\n"             // 12
-                              "cn: late\n";           // 13
+                              "zor-slapdPort: 389\n"  // 11
+                              "\n"                    // 12
+                              "dn: o=x\n"             // 13
+                              "cn: late\n";           // 14
 
 } // namespace
 
@@ -772,8 +773,10 @@ TEST_F(ChangeSet, PlacesAreToldByLine)
         EXPECT_EQ(lineOf(handle.get(), "o=x", "description", nullptr), 4);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "Description", "twomore"), 5);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "description", "three"), 0);
-        EXPECT_EQ(lineOf(handle.get(), "o=x", "cn", "late"), 13);
+        EXPECT_EQ(lineOf(handle.get(), "o=x", "cn", "late"), 14);
         EXPECT_EQ(lineOf(handle.get(), "o=x", "zor-slapdInvalidLine", nullptr), 7);
+        EXPECT_EQ(lineOf(handle.get(), "cn=a,o=x", "zor-slapdPort", "389"), 11);
+        EXPECT_EQ(lineOf(handle.get(), "cn=a,o=x", "zor-slapdPort", "none"), 0) << "no value of this type";
         EXPECT_EQ(lineOf(handle.get(), "", "version", nullptr), 2);
         EXPECT_EQ(lineOf(handle.get(), "", "charset", nullptr), 0) << "a default that the file does not say";
         EXPECT_EQ(lineOf(handle.get(), "", nullptr, nullptr), 0);
@@ -1052,4 +1055,37 @@ TEST_F(ChangeSet, AnInstallNeedsASetThatIsNotSpoiltAndDropsItsChanges)
     const std::string text = withPort("7");
     ASSERT_EQ(cfg_install_s(handle.get(), text.data(), text.size()), 0);
     EXPECT_EQ(search(handle.get(), "cn=b,o=x", baseScope, "description=*").code, 32);
+}
+
+TEST_F(ChangeSet, AnEmptyTextMayBeNull)
+{
+    const Handle handle = safe();
+    ASSERT_EQ(cfg_begin_s(handle.get(), 0), 0);
+    ASSERT_EQ(cfg_install_s(handle.get(), nullptr, 0), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), "");
+    EXPECT_EQ(cfg_create_s(handle.get(), pathOf("new.conf").c_str(), nullptr, 1), 89);
+    EXPECT_EQ(cfg_create_s(nullptr, pathOf("new.conf").c_str(), nullptr, 0), 89);
+    EXPECT_FALSE(exists("new.conf"));
+    ASSERT_EQ(cfg_create_s(handle.get(), pathOf("new.conf").c_str(), nullptr, 0), 0);
+    EXPECT_EQ(read("new.conf"), "");
+}
+
+TEST_F(ChangeSet, AnAttributeGoesWithoutAListOfItsValues)
+{
+    for (const Form form : bothForms) {
+        SCOPED_TRACE(nameOf(form));
+        const Handle handle = safe();
+        Mods mods({{modDelete, "zor-slapdPort", std::nullopt}}, form);
+        ASSERT_EQ(cfg_modify_s(handle.get(), "cn=a,o=x", mods.list()), 0) << shown(cfg_dump_exception(handle.get()));
+        EXPECT_EQ(port(handle.get()), "");
+        EXPECT_EQ(read().find("zor-slapdPort"), std::string::npos) << read();
+    }
+}
+
+TEST_F(ChangeSet, ARootWithoutEntriesIsNotCompleted)
+{
+    const Handle handle = safe("version: 1\n");
+    ASSERT_EQ(cfg_set_comment_s(handle.get(), "", "version", "of the text"), 0)
+        << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), "# of the text\nversion: 1\n");
 }

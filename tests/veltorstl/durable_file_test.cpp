@@ -800,6 +800,24 @@ TEST_F(WriterLock, ALockFileThatIsReplacedWhileItIsLockedIsLeft)
     expectBusy(self());
 }
 
+TEST_F(WriterLock, ALockFileThatVanishesBeforeItIsOpenedIsMadeAnew)
+{
+    const FilePlace place(file);
+    const Watch watch;
+    bool isRemoved = false;
+    world.before = [&](const std::string& call, std::size_t) {
+        if (call == "openat" && !isRemoved && folder.exists("f.lock")) {
+            ASSERT_EQ(unlink(folder.path("f.lock").c_str()), 0);
+            isRemoved = true;
+        }
+    };
+    const detail::WriterLock lock(place, 30'000);
+    world.on = false;
+    EXPECT_TRUE(isRemoved);
+    EXPECT_TRUE(folder.exists("f.lock"));
+    expectBusy(self());
+}
+
 TEST_F(WriterLock, WhatIsNoFileInTheLocksPlaceIsReportedAndLeftAlone)
 {
     for (const Intruder& row : intruders()) {
@@ -1256,6 +1274,32 @@ TEST_F(Install, ASecurityLabelStaysInBothCopies)
     const FilePlace place(file);
     install(place, newText, oldText, folder.path("f.bak"));
     EXPECT_EQ(attributeOf(file, "security.selinux"), label);
+    EXPECT_EQ(attributeOf(folder.path("f.bak"), "security.selinux"), label);
+}
+
+TEST_F(Install, ALabelThatAFileSystemDoesNotKnowIsLeftOutAndOneThatIsForbiddenIsReported)
+{
+    const std::string label("system_u:object_r:etc_t:s0\0", 27);
+    if (!give(file, "security.selinux", label)) {
+        GTEST_SKIP() << "this system lets the test set no security labels";
+    }
+    const FilePlace place(file);
+    const auto installFailing = [&](int error) {
+        return told([&] {
+            const Watch watch;
+            world.failingName = "fsetxattr";
+            world.error = error;
+            install(place, newText, oldText, folder.path("f.bak"));
+            return std::string("installed");
+        });
+    };
+    EXPECT_EQ(installFailing(EPERM), "50/1004 Unable to keep the security label of \"f\": Operation not permitted; "
+                                     "the old text is in place");
+    EXPECT_EQ(folder.read("f"), oldText);
+    EXPECT_EQ(namesIn(folder), Names{"f"});
+    EXPECT_EQ(installFailing(ENOTSUP), "installed");
+    EXPECT_EQ(folder.read("f"), newText);
+    EXPECT_EQ(attributeOf(file, "security.selinux"), "none");
     EXPECT_EQ(attributeOf(folder.path("f.bak"), "security.selinux"), label);
 }
 
@@ -1956,6 +2000,45 @@ TEST_F(CreateFile, AFileSystemThatKnowsNoExclusiveRenameIsServedByALink)
     EXPECT_EQ(folder.read("f"), newText);
     EXPECT_EQ(statusOf(file).st_nlink, 1U);
     EXPECT_EQ(namesIn(folder), Names{"f"});
+}
+
+TEST_F(CreateFile, AFileSystemThatKnowsNeitherRenameNorLinkIsReported)
+{
+    const std::string outcome = told([&] {
+        const Watch watch;
+        world.failingName = "renameat2";
+        world.error = EOPNOTSUPP;
+        world.before = [](const std::string& call, std::size_t) {
+            if (call == "linkat") {
+                world.failingName = call;
+            }
+        };
+        createFile(file, newText);
+        return std::string("made");
+    });
+    EXPECT_EQ(outcome, "80/1000 Unable to make \"f\": Operation not supported; nothing is left behind");
+    EXPECT_EQ(namesIn(folder), Names{});
+}
+
+TEST_F(CreateFile, AFolderInWhichEveryNameIsTakenIsReported)
+{
+    std::ptrdiff_t opened = 0;
+    const std::string outcome = told([&] {
+        const Watch watch;
+        world.error = EEXIST;
+        world.before = [&](const std::string& call, std::size_t) {
+            // The first call opens the folder.
+            if (call == "openat" && ++opened > 1) {
+                world.failingName = call;
+            }
+        };
+        createFile(file, newText);
+        return std::string("made");
+    });
+    EXPECT_TRUE(outcome.starts_with("80/1000 Unable to make \".f.veltor.")) << outcome;
+    EXPECT_TRUE(outcome.ends_with("\": File exists; nothing is left behind")) << outcome;
+    EXPECT_EQ(opened, 101) << "a hundred names were tried";
+    EXPECT_EQ(namesIn(folder), Names{});
 }
 
 TEST_F(CreateFile, EachStepThatFailsLeavesNothingBehind)
