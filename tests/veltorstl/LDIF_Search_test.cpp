@@ -16,6 +16,7 @@
 
 #include "support/ldif.h"
 #include "support/locale_guard.h"
+#include "support/made_locale.h"
 #include "support/temporary_folder.h"
 
 using veltor::test::commentOf;
@@ -24,6 +25,7 @@ using veltor::test::expectFailure;
 using veltor::test::failureOf;
 using veltor::test::inBothLocales;
 using veltor::test::LocaleGuard;
+using veltor::test::MadeLocale;
 using veltor::test::TemporaryFolder;
 
 namespace {
@@ -216,6 +218,33 @@ TEST(LdifFilter, AnEscapedNulIsAByteOfTheValue)
         EXPECT_EQ(filterOf("cn=a\\00b").value, std::string("a\0b", 3));
         EXPECT_EQ(filterOf("cn=\\ffx").value, "\xFFx");
     });
+}
+
+TEST(LdifFilter, IsReadThroughTheLocaleWhereTheEncodingIsAnother)
+{
+    const MadeLocale made("ja_JP", "EUC-JP");
+    if (!made.isThere()) {
+        GTEST_SKIP() << "this system can't make the locale " << made.name();
+    }
+    const LocaleGuard locale(made.name());
+    const FilterRow rows[] = {
+        {" cn = x ", "cn has 'x'"},
+        {"cn=*", "cn present"},
+        {"cn=\xA4\xA2 ", "cn has '\xA4\xA2'"},
+        {"cn=a\\41b", "cn has 'aAb'"},
+        {"cn=\\41\xA4\xA2", "cn has 'A\xA4\xA2'"},
+        {"cn=\xA4\xA2\\41", "cn has '\xA4\xA2"
+                            "A'"},
+        {"cn=\\a4\\A2", "cn has '\xA4\xA2'"},
+        {"cn=a\\4", "cn has 'a'"},
+        {"cn=a\\zzb", "cn has 'a'"},
+        {"cn=a\\4\xA4\xA2", "cn has 'a'"},
+    };
+    for (const FilterRow& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(described(filterOf(row.text)), row.filter);
+    }
+    EXPECT_EQ(filterOf("cn=a\\00b").value, std::string("a\0b", 3));
 }
 
 TEST(LdifFilter, TakesTextBeyondAsciiWhereTheLocaleDoes)
