@@ -390,8 +390,9 @@ private:
     void changeComment(const LDIF_Entry& entry, const Places& places)
     {
         std::vector<OldBlock> blocks;
-        std::transform(places.begin(), places.end(), std::back_inserter(blocks),
-                       [this](std::size_t place) { return OldBlock{blockOf(place), true}; });
+        std::transform(places.begin(), places.end(), std::back_inserter(blocks), [this](std::size_t place) {
+            return OldBlock{blockOf(place), true};
+        });
         replaceBlock(entry.comment, blocks);
     }
 
