@@ -207,9 +207,9 @@ private:
                 addNew(entry, *attribute, hasNewComment, fresh);
                 continue;
             }
-            const auto staying = changeValues(*attribute, told.mapped());
+            const auto going = changeValues(*attribute, told.mapped());
             if (hasNewComment) {
-                changeComment(*attribute, told.mapped(), staying);
+                changeComment(*attribute, told.mapped(), {going.begin(), going.end()});
             }
         }
         for (const auto& [name, gone] : byName) {
@@ -251,9 +251,9 @@ private:
     }
 
     /// The lines of one attribute, which has some before and after.
-    /// @return those in whose places some stand afterwards
-    std::unordered_set<const ValueLine*> changeValues(const LDIF_Attribute& attribute,
-                                                      const std::vector<const ValueLine*>& lines)
+    /// @return those in whose places none stands afterwards
+    std::vector<const ValueLine*> changeValues(const LDIF_Attribute& attribute,
+                                               const std::vector<const ValueLine*>& lines)
     {
         const LDIF_Values& wanted = attribute.values;
         std::unordered_map<std::string_view, std::size_t> positions;
@@ -294,7 +294,7 @@ private:
 
         if (!keepsOrder(lines, place, left)) {
             putInOrder(attribute, lines, teller);
-            return {lines.front()};
+            return {lines.begin() + 1, lines.end()};
         }
         for (const ValueLine* const line : gone) {
             NewLines made;
@@ -311,11 +311,7 @@ private:
             }
             edited_.insert(lines.back()->range.end, EditedText::Sticks::toLineAbove, std::move(made));
         }
-        std::unordered_set<const ValueLine*> staying(lines.begin(), lines.end());
-        for (const ValueLine* const line : rest) {
-            staying.erase(line);
-        }
-        return staying;
+        return rest;
     }
 
     /// True when the values come in the order that is asked for with every line in its place.
@@ -378,11 +374,11 @@ private:
     };
 
     void changeComment(const LDIF_Attribute& attribute, const std::vector<const ValueLine*>& lines,
-                       const std::unordered_set<const ValueLine*>& staying)
+                       const std::unordered_set<const ValueLine*>& going)
     {
         std::vector<OldBlock> blocks;
-        std::transform(lines.begin(), lines.end(), std::back_inserter(blocks), [&staying](const ValueLine* line) {
-            return OldBlock{line->block, staying.contains(line)};
+        std::transform(lines.begin(), lines.end(), std::back_inserter(blocks), [&going](const ValueLine* line) {
+            return OldBlock{line->block, !going.contains(line)};
         });
         replaceBlock(attribute.comment, blocks);
     }
