@@ -247,6 +247,15 @@ TEST_F(FileCheck, EndsWhereTheCallbackSaysSo)
     }
 }
 
+TEST_F(FileCheck, WhatIsToldOfTheWholeTextIsLeftOutWhereTheCallbackEndedIt)
+{
+    const std::string text = "dn: cn=a\r\nobjectclass: top\r\nfoo: x\r\n";
+    EXPECT_EQ(check(text).summary(), "3 unknown-attribute, 1 carriage-return-at-line-end");
+    Findings findings(1);
+    EXPECT_FALSE(checkText(text, Findings::take, &findings));
+    EXPECT_EQ(findings.summary(), "3 unknown-attribute");
+}
+
 TEST_F(FileCheck, MessagesAreOneLineOfWhatPrints)
 {
     const std::string values[] = {"\x1b[31m",     "a\tb",         "\x7f", "\xC2\x85",

@@ -4,12 +4,16 @@
 // there are no chunks to count.
 #include "region.h"
 
+#include "disk.h"
+#include "rendered_text.h"
 #include "support/mapping_watch.h"
 
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <new>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -272,4 +276,25 @@ TEST(Region, ASystemWithoutMemoryIsAFailedAllocation)
         giveBack(pieces);
     }
     EXPECT_EQ(watch.chunks(), 0U);
+}
+
+TEST(Region, LargeTextsThatFindNoMappingTellOfShortMemory)
+{
+    if (piecewise) {
+        GTEST_SKIP() << "the sanitizer maps memory of its own meanwhile; the plain build runs this";
+    }
+    const std::string piece(1000, 'x');
+    veltor::detail::RenderedText rendered(2 * chunkBytes);
+    mappingFails = true;
+    EXPECT_THROW(veltor::detail::FileText(2 * chunkBytes), std::bad_alloc);
+    EXPECT_NO_THROW(veltor::detail::FileText(1000)) << "small ones are not mapped";
+    EXPECT_THROW(rendered.append(piece), std::bad_alloc);
+    mappingFails = false;
+    rendered.append(piece);
+    std::string text;
+    rendered.handOver([&text](std::string_view part) {
+        text += part;
+        return true;
+    });
+    EXPECT_EQ(text, piece) << "the text can be gone on with";
 }
