@@ -8,6 +8,7 @@
 //   aN RDN|NAME~VALUE~VALUE|...   adds an entry above the picked one's DN; a*RDN: with that DN alone
 //   mN+NAME~VALUE|-NAME|=NAME~VALUE~VALUE|...
 //                                 adds, deletes, replaces; "#3" for a name or a value picks one that is there
+//                                 m*...: the root
 //   dN, DN                        deletes an entry, or a subtree
 //   cNtext, cN|NAME|text          sets the comment of an entry, or of an attribute; "/" is the end of a line
 #include "fuzz.h"
