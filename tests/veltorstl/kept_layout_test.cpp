@@ -470,6 +470,26 @@ TEST_F(KeptLayoutOf, ACommentThatIsSetBackKeepsItsLineEnds)
     EXPECT_EQ(read(), text);
 }
 
+// The new block was left above the removed line, where it belonged to what followed.
+TEST_F(KeptLayoutOf, ACommentStandsAboveAValueThatStays)
+{
+    constexpr char text[] = "dn: o=x\n# above\ncn: one\n# of sn\nsn: s\ncn: two\n";
+    for (const bool isSet : {false, true}) {
+        const Handle handle = safe(text);
+        begin(handle);
+        if (isSet) {
+            setComment(handle, "o=x", "cn", "new");
+        }
+        Mods mods({{LDAP_MOD_DELETE, "cn", {{"one"}}}});
+        EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", mods.list()), 0);
+        if (!isSet) {
+            setComment(handle, "o=x", "cn", "new");
+        }
+        commit(handle);
+        EXPECT_EQ(read(), "dn: o=x\n# of sn\nsn: s\n# new\ncn: two\n");
+    }
+}
+
 // The one reason to refuse that the layout has: without the comment between, the line would continue the one above.
 TEST_F(KeptLayoutOf, ALineThatBeginsWithABlankKeepsWhatPartsItFromTheLineAbove)
 {
