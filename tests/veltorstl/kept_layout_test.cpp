@@ -490,6 +490,25 @@ TEST_F(KeptLayoutOf, ACommentStandsAboveAValueThatStays)
     }
 }
 
+// In memory the attribute that came again had no comment, so that the removal was taken for no change.
+TEST_F(KeptLayoutOf, TheCommentOfAnAttributeThatCameAgainCanBeRemoved)
+{
+    const Handle handle = safe("dn: o=x\n# above\ncn: one\n");
+    begin(handle);
+    Mods mods({{LDAP_MOD_DELETE, "cn", {}}, {LDAP_MOD_ADD, "cn", {{"two"}}}});
+    EXPECT_EQ(cfg_modify_s(handle.get(), "o=x", mods.list()), 0);
+    setComment(handle, "o=x", "cn", "");
+    commit(handle);
+    EXPECT_EQ(read(), "dn: o=x\ncn: two\n");
+    // Alone it is no change, nor a reason to write what nobody said.
+    setComment(handle, "", "charset", "");
+    begin(handle);
+    setComment(handle, "", "charset", "");
+    setComment(handle, "o=x", "cn", "new");
+    commit(handle);
+    EXPECT_EQ(read(), "dn: o=x\n# new\ncn: two\n");
+}
+
 // The one reason to refuse that the layout has: without the comment between, the line would continue the one above.
 TEST_F(KeptLayoutOf, ALineThatBeginsWithABlankKeepsWhatPartsItFromTheLineAbove)
 {

@@ -435,6 +435,10 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             block.lines.push_back(std::move(line));
             text.remove_prefix(std::min(end + 1, text.size()));
         }
+        // Said even where it changes nothing in memory: an attribute that went and came in this set has no comment
+        // there, but may have one in the file.
+        set_->touch(dn);
+        set_->changes.comments.insert({dn, attribute == nullptr ? "" : attribute});
         const std::size_t above = comment->linesAboveBlock();
         const auto isSame = [](const LDIF_Line& left, const LDIF_Line& right) { return left.value == right.value; };
         if (std::equal(comment->lines.begin() + static_cast<std::ptrdiff_t>(above), comment->lines.end(),
@@ -442,8 +446,6 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             set_->idle = true;
             return;
         }
-        set_->touch(dn);
-        set_->changes.comments.insert({dn, attribute == nullptr ? "" : attribute});
         comment->lines.resize(above);
         comment->absorb(std::move(block));
     });

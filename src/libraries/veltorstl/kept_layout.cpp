@@ -239,7 +239,7 @@ private:
             return attribute.name == name && attribute.values.size() == 1 &&
                    std::as_const(attribute.values).begin()->text() == value;
         };
-        if (&entry == &root_ && !hasNewComment &&
+        if (&entry == &root_ && (!hasNewComment || blockSize(attribute.comment) == 0) &&
             (isDefault("charset", defaultCharset) || isDefault("version", defaultVersion))) {
             return;
         }
