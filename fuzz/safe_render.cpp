@@ -1,4 +1,4 @@
-// The loader and the safe render. In a file that loads in safe mode, one small change either reaches the file, and
+// The loader and the safe render of the library's own form. In a file that loads in safe mode, one small change either reaches the file, and
 // with it everything that was there: the same entries, attributes, values and comment lines. Or it is refused, the file
 // stays as it is, and the file holds one of the three things that the library's own form can't say: a value begun on a
 // continuation line, a DN that does not come back, attributes of an empty DN. Then the refusal names a line of it.
@@ -234,13 +234,14 @@ struct Release
 };
 using Handle = std::unique_ptr<void, Release>;
 
-/// A handle bound to the file in safe mode; null when the file does not load.
+/// A handle bound to the file in safe mode, that writes in the library's own form; null when the file does not load.
 Handle bound(const std::string& path)
 {
     Handle handle(cfg_init());
     require(handle != nullptr, "there is a handle");
     cfg_set_option(handle.get(), CFG_OPT_CONFIG_FILE, path.c_str());
     require(cfg_set_write_mode(handle.get(), CFG_WRITE_SAFE) == 0, "the mode can be set");
+    require(cfg_set_layout(handle.get(), CFG_LAYOUT_OWN) == 0, "the layout can be set");
     return cfg_bind_s(handle.get(), nullptr, nullptr, LDAP_AUTH_SIMPLE) == 0 ? std::move(handle) : nullptr;
 }
 
