@@ -504,7 +504,7 @@ private:
         const Attributes& wanted = after_[entry.text];
         for (const auto& [name, values] : told) {
             const std::vector<std::size_t> lines = linesOf(index, name);
-            if (index == 0 && entry.places.size() > 1) {
+            if (index == 0 && entry.places.size() > 1 && isByDefault(name)) {
                 // An empty DN says what comes behind a default that nobody says.
                 for (const std::size_t line : lines) {
                     mark(line, line + 1, deeds_.changesRoot ? may : stays);
@@ -530,8 +530,7 @@ private:
             }
         }
         for (const auto& [name, values] : wanted) {
-            const bool isUnsaid =
-                index == 0 && (strcasecmp(name.c_str(), "charset") == 0 || strcasecmp(name.c_str(), "version") == 0);
+            const bool isUnsaid = index == 0 && isByDefault(name);
             if (told.count(name) == 0 && (!isUnsaid || !deeds_.comments.empty() || !isDefault(name, values))) {
                 made += values.size() + (index == 0 ? 1 : 0);
             }
@@ -678,6 +677,11 @@ private:
             }
         }
         return lines;
+    }
+
+    static bool isByDefault(const std::string& name)
+    {
+        return strcasecmp(name.c_str(), "charset") == 0 || strcasecmp(name.c_str(), "version") == 0;
     }
 
     static bool isDefault(const std::string& name, const Texts& values)
@@ -1222,7 +1226,8 @@ private:
                 requireNewEntry(reading, ownership, entry, now);
             }
         }
-        if (deeds.isLoose || isSetAmidPlaces(before, deeds)) {
+        const bool mayTakeDefaults = deeds.changesRoot && before.entries.front().places.size() > 1;
+        if (deeds.isLoose || mayTakeDefaults || isSetAmidPlaces(before, deeds)) {
             return;
         }
         const auto balance =
