@@ -232,7 +232,8 @@ struct BoundStore::ChangeSet
     WriterLock lock;
     Changes changes;
     bool changed = false;
-    bool idle = false; // the update at hand found everything as it wants it
+    bool idle = false;    // the update at hand found everything as it wants it
+    bool refused = false; // what is at hand can't be asked for, which is no update that failed
     bool spoilt = false;
 };
 
@@ -312,13 +313,14 @@ void BoundStore::runInSet(const std::function<void()>& change)
     }
     try {
         set_->idle = false;
+        set_->refused = false;
         change();
         if (!set_->idle) {
             completeRoot();
             set_->changed = true;
         }
     } catch (...) {
-        set_->spoilt = true;
+        set_->spoilt = set_->spoilt || !set_->refused;
         if (isOwn) {
             rollback();
         }
@@ -423,6 +425,9 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
                 refuse(__LINE__, result::noSuchAttribute, "Attribute not found");
             }
             comment = &found->comment;
+        } else if (entry == &root) {
+            set_->refused = true;
+            refuse(__LINE__, result::unwillingToPerform, "The root has no DN line to stand above");
         }
         LDIF_Comment block;
         while (!text.empty()) {

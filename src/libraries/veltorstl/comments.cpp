@@ -49,20 +49,6 @@ const LDIF_Attribute& attributeOf(const LDIF_Entry& entry, const char* name)
     return *attribute;
 }
 
-bool namesRoot(const char* dn)
-{
-    try {
-        LDIF_DN parsed;
-        parsed = cisString(dn);
-        return parsed.empty();
-    } catch (const LDIF_Exception& failure) {
-        if (failure.isSystemFailure()) {
-            throw;
-        }
-        return false;
-    }
-}
-
 } // namespace
 
 int cfg_get_comment_s(void* handle, const char* dn, const char* attribute, char** text)
@@ -87,11 +73,6 @@ int cfg_set_comment_s(void* handle, const char* dn, const char* attribute, const
     return runOnStore(handle, dn != nullptr, {VELTOR_HERE, "System error in cfg_set_comment_s()"},
                       [&](BoundStore& store) {
                           store.needsSafeMode();
-                          if (attribute == nullptr && namesRoot(dn)) {
-                              // A call that is refused, and no update that failed.
-                              throw LDIF_Exception(VELTOR_HERE, result::unwillingToPerform, result::unwillingToPerform,
-                                                   "The root has no DN line to stand above");
-                          }
                           store.update([&] {
                               LDIF_DN parsed;
                               parsed = cisString(dn);
