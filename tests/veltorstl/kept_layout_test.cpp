@@ -7,6 +7,7 @@
 #include "veltor/cfg_admin.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <ostream>
 #include <rapidcheck.h>
@@ -28,6 +29,9 @@ extern "C" int __wrap_fsync(int)
 namespace {
 
 using layout::Texts;
+
+// Files are many and small: more of them than is usual, unless somebody says.
+[[maybe_unused]] const int moreByDefault = setenv("RC_PARAMS", "max_success=500", 0);
 
 /// A text in parts, so that a counterexample becomes small.
 struct RandomFile
