@@ -1,4 +1,4 @@
-// The loader and the safe render of the library's own form. In a file that loads in safe mode, one small change either reaches the file, and
+// The loader and the safe render. In a file that loads in safe mode, one small change either reaches the file, and
 // with it everything that was there: the same entries, attributes, values and comment lines. Or it is refused, the file
 // stays as it is, and the file holds one of the three things that the library's own form can't say: a value begun on a
 // continuation line, a DN that does not come back, attributes of an empty DN. Then the refusal names a line of it.
