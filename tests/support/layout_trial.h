@@ -1238,9 +1238,11 @@ private:
                     details(text_, now));
         for (const auto& [target, text] : deeds.comments) {
             if (const auto comment = commentOf(handle_.get(), target.first, target.second)) {
-                // Comments below an entry that went may stand above it now.
-                require(*comment == text || (!deeds.erased.empty() && comment->ends_with(text)),
-                        "a comment that was set is there", *comment + "\n" + details(text_, now));
+                // What stood above a line that went may stand above it now.
+                const bool takesMore =
+                    std::find(ownership.fates.begin(), ownership.fates.end(), Ownership::goes) != ownership.fates.end();
+                require(*comment == text || (takesMore && comment->ends_with(text)), "a comment that was set is there",
+                        *comment + "\n" + details(text_, now));
             }
         }
     }
