@@ -1238,11 +1238,11 @@ private:
                     details(text_, now));
         for (const auto& [target, text] : deeds.comments) {
             if (const auto comment = commentOf(handle_.get(), target.first, target.second)) {
-                // What stood above a line that went may stand above it now.
+                // What stood above a line that went may stand beside it now.
                 const bool takesMore =
                     std::find(ownership.fates.begin(), ownership.fates.end(), Ownership::goes) != ownership.fates.end();
-                require(*comment == text || (takesMore && comment->ends_with(text)), "a comment that was set is there",
-                        *comment + "\n" + details(text_, now));
+                require(*comment == text || (takesMore && comment->find(text) != std::string::npos),
+                        "a comment that was set is there", *comment + "\n" + details(text_, now));
             }
         }
     }
