@@ -1074,6 +1074,11 @@ private:
             }
             say(*aimed);
             const std::pair target(aimed->dn, aimed->attribute);
+            if (aimed->kind == Change::comment && aimed->dn.empty() && aimed->attribute.empty()) {
+                require(apply(handle_.get(), *aimed) == 53 && apply(twin.get(), *aimed) == 53,
+                        "a comment for the root is refused");
+                continue;
+            }
             if (aimed->kind == Change::comment && deeds.blocks.count(target) == 0) {
                 noteBlock(target, deeds);
             }

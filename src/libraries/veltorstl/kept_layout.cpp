@@ -6,6 +6,7 @@
 #include "load_rules.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <map>
 #include <optional>
@@ -613,7 +614,8 @@ private:
 class CommentLines
 {
 public:
-    explicit CommentLines(std::string_view text) : text_(text) { find(0); }
+    /// @param lines  the part of the text to look at, which begins where a line does
+    CommentLines(std::string_view text, TextRange lines) : text_(text.substr(0, lines.end)) { find(lines.begin); }
 
     bool isOver() const { return begin_ >= text_.size(); }
     std::size_t begin() const { return begin_; }
@@ -639,6 +641,58 @@ private:
     std::size_t begin_ = 0;
 };
 
+/// How many bytes two texts begin with that are the same.
+std::size_t commonFront(std::string_view left, std::string_view right)
+{
+    constexpr std::size_t stepBytes = std::size_t{64} << 10U;
+    const std::size_t most = std::min(left.size(), right.size());
+    std::size_t same = 0;
+    while (same + stepBytes <= most && std::memcmp(left.data() + same, right.data() + same, stepBytes) == 0) {
+        same += stepBytes;
+    }
+    while (same < most && left[same] == right[same]) {
+        ++same;
+    }
+    return same;
+}
+
+/// The same for their ends.
+std::size_t commonBack(std::string_view left, std::string_view right)
+{
+    constexpr std::size_t stepBytes = std::size_t{64} << 10U;
+    const std::size_t most = std::min(left.size(), right.size());
+    const char* const leftEnd = left.data() + left.size();
+    const char* const rightEnd = right.data() + right.size();
+    std::size_t same = 0;
+    while (same + stepBytes <= most &&
+           std::memcmp(leftEnd - same - stepBytes, rightEnd - same - stepBytes, stepBytes) == 0) {
+        same += stepBytes;
+    }
+    while (same < most &&
+           leftEnd[-1 - static_cast<std::ptrdiff_t>(same)] == rightEnd[-1 - static_cast<std::ptrdiff_t>(same)]) {
+        ++same;
+    }
+    return same;
+}
+
+/// The lines in which two texts differ, and all that were removed from the first.
+std::pair<TextRange, TextRange> differingLines(std::string_view before, const std::vector<TextRange>& removed,
+                                               std::string_view after)
+{
+    std::size_t front = commonFront(before, after);
+    for (const TextRange lines : removed) {
+        front = lines.empty() ? front : std::min(front, lines.begin);
+    }
+    front = before.substr(0, front).rfind('\n') + 1;
+    std::size_t back = commonBack(before.substr(front), after.substr(front));
+    for (const TextRange lines : removed) {
+        back = lines.empty() ? back : std::min(back, before.size() - lines.end);
+    }
+    const std::size_t end = std::min(before.find('\n', before.size() - back), before.size() - 1) + 1;
+    back = before.empty() ? 0 : before.size() - end;
+    return {{front, before.size() - back}, {front, after.size() - back}};
+}
+
 } // namespace
 
 EditedText withLayoutKept(const LaidOutText& source, LDIF_Entry& root, const Changes& changes, CommentBalance& comments)
@@ -657,9 +711,11 @@ void needsComments(std::string_view before, CommentBalance balance, std::string_
     std::sort(balance.removed.begin(), balance.removed.end(),
               [](TextRange left, TextRange right) { return left.begin < right.begin; });
     auto removed = balance.removed.begin();
-    CommentLines now(after);
+    // What both begin and end with says the same.
+    const auto [then, since] = differingLines(before, balance.removed, after);
+    CommentLines now(after, since);
     std::size_t added = 0;
-    for (CommentLines was(before); !was.isOver(); was.next()) {
+    for (CommentLines was(before, then); !was.isOver(); was.next()) {
         while (removed != balance.removed.end() && removed->end <= was.begin()) {
             ++removed;
         }
