@@ -75,7 +75,7 @@ void EditedText::emitSource(TextRange range)
 
 void EditedText::emitLines(const NewLines& lines)
 {
-    const std::string_view end = lineEnd();
+    std::string_view end = lineEnd();
     std::string text;
     if (!pieces_.empty() && pieces_.back().back() != '\n') {
         text += end;
@@ -87,10 +87,18 @@ void EditedText::emitLines(const NewLines& lines)
         if (line.source.empty()) {
             text.append(line.text).append(end);
         } else {
-            text.append(line.source.in(source_));
+            const std::string_view asItStands = line.source.in(source_);
+            text.append(asItStands);
+            end = endOf(asItStands);
         }
     }
     emit(made_.emplace_back(std::move(text)));
+}
+
+/// How a line ends that has an end.
+std::string_view EditedText::endOf(std::string_view line)
+{
+    return line.ends_with("\r\n") ? "\r\n" : "\n";
 }
 
 /// How the line ends that comes last so far; where there is none, how the first line of the source ends.
@@ -102,7 +110,7 @@ std::string_view EditedText::lineEnd() const
         // An end that is missing is that of the line above, which lies in the source where it lies anywhere.
         text = text.substr(0, text.rfind('\n') + 1);
     }
-    return text.ends_with("\r\n") ? "\r\n" : "\n";
+    return endOf(text);
 }
 
 bool EditedText::endsWithEmptyLine() const

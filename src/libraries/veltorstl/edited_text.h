@@ -90,6 +90,7 @@ private:
     void emit(std::string_view piece);
     void emitSource(TextRange range);
     void emitLines(const NewLines& lines);
+    static std::string_view endOf(std::string_view line);
     std::string_view lineEnd() const;
     bool endsWithEmptyLine() const;
 
