@@ -201,22 +201,24 @@ void EntryLines::take(LDIF_Line& line, ValueLine&& found)
 bool EntryLines::isHeld(const LDIF_Line& line, ValueLine& found)
 {
     try {
-        LDIF_Attribute attribute(line.name, "");
-        attribute.values.addText(line.value);
-        found.text = attribute.values.begin()->str();
-        const auto present = std::as_const(held_).find(attribute.name);
-        if (present != held_.cend()) {
-            const LDIF_Values& values = present->values;
-            const auto equal = values.find(line.value);
-            if (equal != values.end()) {
-                found.name = line.name;
-                found.value = equal->text();
-                return true;
-            }
-        }
-        found.value = std::as_const(attribute.values).begin()->text();
+        LDIF_Values said(line.name);
+        said.addText(line.value);
+        // A list that gave mutable access has no index any more.
+        const LDIF_Value& value = *std::as_const(said).begin();
         found.name = line.name;
-        held_ += std::move(attribute);
+        found.text = value.str();
+        found.value = value.text();
+        const auto present = held_.find(found.name);
+        if (present == held_.end()) {
+            held_.emplace(found.name, std::move(said));
+            return true;
+        }
+        const LDIF_Values& held = present->second;
+        if (const auto equal = held.find(line.value); equal != held.end()) {
+            found.value = equal->text();
+            return true;
+        }
+        present->second.absorb(std::move(said));
         return true;
     } catch (const LDIF_Exception& failure) {
         if (failure.isSystemFailure()) {

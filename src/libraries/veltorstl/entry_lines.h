@@ -2,11 +2,12 @@
 #ifndef VELTOR_ENTRY_LINES_H
 #define VELTOR_ENTRY_LINES_H
 
-#include "LDIF_Attribute.h"
 #include "LDIF_Util.h"
+#include "LDIF_Value.h"
 #include "load.h"
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -88,7 +89,7 @@ private:
 
     std::string_view text_;
     bool settles_;
-    LDIF_Attributes held_; // what the lines so far make
+    std::map<cisString, LDIF_Values> held_; // what the lines so far make, by attribute
     std::vector<ValueLine> values_;
     std::size_t endOfFirst_ = 0;
     bool hasFirst_ = false;
