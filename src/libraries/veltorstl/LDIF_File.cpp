@@ -671,6 +671,7 @@ void LDIF_File::dropTree() noexcept
     inMemory_ = false;
     index_.reset();
     places_.clear();
+    placesByEntry_.clear();
     trailingComment.lines.clear();
     root.clear();
 }
@@ -684,6 +685,7 @@ void LDIF_File::takeImage(Image&& image, const struct stat& status) noexcept
         index_.emplace(std::move(image.index));
     }
     places_ = std::move(image.places);
+    placesByEntry_.clear();
     for (auto& place : places_) {
         // An entry of an empty DN is the root, which has just moved.
         if (place.entry == &image.root) {

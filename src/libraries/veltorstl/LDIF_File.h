@@ -8,6 +8,7 @@
 #include "entry_index.h"
 #include "load.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -132,12 +133,23 @@ protected:
     void dropTree() noexcept;
     void takeImage(veltor::detail::Image&& image, const struct stat& status) noexcept;
     const veltor::detail::EntryPlaces& places() const { return places_; }
-    void dropPlaces() noexcept { places_ = {}; }
+    void dropPlaces() noexcept
+    {
+        places_ = {};
+        placesByEntry_ = {};
+    }
     LDIF_Entry* find(const LDIF_DN& dn);
 
 private:
+    struct PlaceOfEntry
+    {
+        const LDIF_Entry* entry;
+        std::size_t place; // among places_
+    };
+
     void remember(LDIF_Entry& entry);
     void forget(const LDIF_Entry& entry);
+    void forgetPlaces(const LDIF_Entry& top);
     const LDIF_Entry& found(const LDIF_DN& dn, const char* complaint);
     const LDIF_Entry& searchBase(const LDIF_DN& base);
     bool verified(const char* dn, const char* password);
@@ -146,6 +158,9 @@ private:
     TreeAccess access_;
     std::optional<veltor::detail::EntryIndex> index_; // none where others may change the tree, or without a load
     veltor::detail::EntryPlaces places_;              // where the file's text was kept
+    // In the order of the entries' addresses, as it was at the first removal: an entry that has come to lie where
+    // another one lay has no place.
+    std::vector<PlaceOfEntry> placesByEntry_;
     bool hasKeptLines_ = false;
     bool inMemory_ = false; // the last load came to its end
 };

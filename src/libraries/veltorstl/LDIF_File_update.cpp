@@ -3,6 +3,9 @@
 
 #include "LDIF_Exception.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -215,13 +218,34 @@ void LDIF_File::remember(LDIF_Entry& entry)
     }
 }
 
+/// Leaves the places of an entry, and of all below it, without an entry. Many entries may go one by one.
+void LDIF_File::forgetPlaces(const LDIF_Entry& top)
+{
+    if (places_.empty()) {
+        return;
+    }
+    constexpr auto isBefore = [](const PlaceOfEntry& left, const PlaceOfEntry& right) {
+        return std::less<>()(left.entry, right.entry);
+    };
+    if (placesByEntry_.empty()) {
+        std::vector<PlaceOfEntry> made;
+        made.reserve(places_.size());
+        for (std::size_t place = 0; place < places_.size(); ++place) {
+            made.push_back({places_[place].entry, place});
+        }
+        std::sort(made.begin(), made.end(), isBefore);
+        placesByEntry_ = std::move(made);
+    }
+    for (veltor::detail::TreeWalk walk(top); walk.current() != nullptr; walk.next()) {
+        const auto [first, last] =
+            std::equal_range(placesByEntry_.begin(), placesByEntry_.end(), PlaceOfEntry{walk.current(), 0}, isBefore);
+        std::for_each(first, last, [this](const PlaceOfEntry& found) { places_[found.place].entry = nullptr; });
+    }
+}
+
 void LDIF_File::forget(const LDIF_Entry& entry)
 {
-    for (auto& place : places_) {
-        if (place.entry != nullptr && veltor::detail::commonLevels(place.entry->dn, entry.dn) == entry.dn.size()) {
-            place.entry = nullptr;
-        }
-    }
+    forgetPlaces(entry);
     if (!index_) {
         return;
     }
