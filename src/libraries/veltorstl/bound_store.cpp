@@ -397,10 +397,11 @@ void BoundStore::erase(const LDIF_DN& dn, bool deleteNonLeaves)
     LDIF_File::erase(dn, deleteNonLeaves);
 }
 
-/// What the root does not say a load adds once there is an entry.
+/// What the root does not say a load adds once there is an entry; one of the empty DN is enough, where it stays.
 void BoundStore::completeRoot()
 {
-    if (root.children.isBlank()) {
+    const auto isOfRoot = [this](const EntryPlace& place) { return place.entry == &root; };
+    if (root.children.isBlank() && !(keepsLayout() && std::any_of(places().begin(), places().end(), isOfRoot))) {
         return;
     }
     const LDIF_Attributes& attributes = root.attributes;

@@ -208,7 +208,9 @@ private:
                 addNew(entry, *attribute, hasNewComment, fresh);
                 continue;
             }
-            const auto going = changeValues(*attribute, told.mapped());
+            const auto going = &entry == &root_
+                                   ? changeValues(withoutUnsaidDefault(*attribute, told.mapped()), told.mapped())
+                                   : changeValues(*attribute, told.mapped());
             if (hasNewComment) {
                 changeComment(*attribute, told.mapped(), {going.begin(), going.end()});
             }
@@ -232,16 +234,36 @@ private:
         }
     }
 
+    static bool beginsWithDefault(const LDIF_Attribute& attribute)
+    {
+        const auto isDefault = [&attribute](const char* name, const char* value) {
+            return attribute.name == name && !attribute.values.empty() &&
+                   std::as_const(attribute.values).begin()->text() == value;
+        };
+        return isDefault("charset", defaultCharset) || isDefault("version", defaultVersion);
+    }
+
+    /// The values of an attribute of the root that entries of the empty DN tell: a load puts the default before them.
+    LDIF_Attribute withoutUnsaidDefault(const LDIF_Attribute& attribute,
+                                        const std::vector<const ValueLine*>& lines) const
+    {
+        LDIF_Attribute said(attribute);
+        const bool isInHeader = places_.empty() || lines.front()->range.begin < places_.front().begin;
+        if (!isInHeader && said.values.size() > 1 && beginsWithDefault(said) &&
+            std::none_of(lines.begin(), lines.end(), [&attribute](const ValueLine* line) {
+                return line->value == std::as_const(attribute.values).begin()->text();
+            })) {
+            said.values.values.erase(said.values.values.cbegin());
+        }
+        return said;
+    }
+
     /// An attribute that the text does not tell.
     void addNew(const LDIF_Entry& entry, const LDIF_Attribute& attribute, bool hasNewComment, NewLines& lines)
     {
         // What the root has by default a load adds again.
-        const auto isDefault = [&](const char* name, const char* value) {
-            return attribute.name == name && attribute.values.size() == 1 &&
-                   std::as_const(attribute.values).begin()->text() == value;
-        };
-        if (&entry == &root_ && (!hasNewComment || blockSize(attribute.comment) == 0) &&
-            (isDefault("charset", defaultCharset) || isDefault("version", defaultVersion))) {
+        if (&entry == &root_ && (!hasNewComment || blockSize(attribute.comment) == 0) && attribute.values.size() == 1 &&
+            beginsWithDefault(attribute)) {
             return;
         }
         if (hasNewComment || &entry != &root_) {
