@@ -24,7 +24,7 @@ struct DeleteOptions
 
 ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target)
 {
-    ChangeSet changes{"", {}, {"DN", "DNs", "deleted"}};
+    ChangeSet changes{"", {}, {"DN", "DNs"}};
     for (const std::string& dn : options.dns) {
         changes.records.push_back({ChangeRecord::Kind::remove, dn, {}, {}});
     }
@@ -38,9 +38,9 @@ Command deleteCommand(CLI::App& application, const TargetOptions& target)
     const auto options = std::make_shared<DeleteOptions>();
     CLI::App* command = application.add_subcommand("delete", "Delete entries")->group("Commands");
     command->add_flag("-r", options->update.withSubtree, "Delete the entries below as well");
-    addUpdateOptions(*command, options->update);
+    addWriteOptions(*command, options->update.write);
     command->add_option("DN", options->dns, "The entries")->type_name("")->required();
-    command->footer(std::string(footer) + updateFooter);
+    command->footer(std::string(footer) + writeFooter);
     return {command, [options, &target] { return deleteEntries(*options, target); }};
 }
 

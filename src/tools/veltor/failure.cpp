@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 #include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
@@ -30,11 +31,34 @@ struct Report
     std::string value; ///< as an error may quote it, "" for none
     std::size_t valueBytes;
     std::vector<std::string> allowed;
+    std::string message; ///< the library's own, "" where it would quote a secret
 };
 
 std::string orEmpty(const char* text)
 {
     return text == nullptr ? std::string() : std::string(text);
+}
+
+// The messages about a text that would not come back quote it.
+std::string messageOf(void* handle, const std::string& attribute, std::string_view value)
+{
+    cfg_failure failure = {};
+    if (isSecret(attribute, value) || cfg_failure_at(handle, 0, &failure) != LDAP_SUCCESS) {
+        return {};
+    }
+    std::string message = failure.message;
+    if (!message.empty() && message.front() >= 'A' && message.front() <= 'Z') {
+        message.front() = static_cast<char>(message.front() - 'A' + 'a');
+    }
+    return message;
+}
+
+/// True for what a safe write refuses because the file would not give it back.
+bool wouldNotComeBack(const Report& report)
+{
+    return report.code == report.ldap && report.line == 0 &&
+           (report.ldap == LDAP_INVALID_SYNTAX || report.ldap == LDAP_INVALID_DN_SYNTAX ||
+            report.ldap == LDAP_OBJECT_CLASS_VIOLATION);
 }
 
 Report readReport(void* handle, int ldap)
@@ -54,7 +78,8 @@ Report readReport(void* handle, int ldap)
                   // A refused password is not copied: nothing would wipe the copy.
                   raw.empty() ? std::string() : quotedUnlessSecret(attribute, raw),
                   raw.size(),
-                  {}};
+                  {},
+                  messageOf(handle, attribute, raw)};
     const char* const* allowed = cfg_get_enum(handle);
     for (; allowed != nullptr && *allowed != nullptr; ++allowed) {
         report.allowed.emplace_back(*allowed);
@@ -109,10 +134,8 @@ std::string whyUnreadable(const std::string& file)
 // What was found wrong with a value, with what its attribute allows.
 std::string findingOf(const Report& report, const Circumstances& circumstances)
 {
-    if (report.ldap == LDAP_INSUFFICIENT_ACCESS) {
-        // A load that meets lines it can't use writes the file back, so reading fails for who may only read.
-        return circumstances.stage == Stage::bind ? "holds a line that can't be used, and can't be rewritten to mark it"
-                                                  : "can't be written";
+    if (wouldNotComeBack(report)) {
+        return report.message.empty() ? "the value would not come back from the file" : report.message;
     }
     const std::string value = report.value.empty() ? "the text" : report.value;
     switch (report.code) {
@@ -187,8 +210,7 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
         }
     }
     // A change is refused where it stands, unless it is the file that is in the way.
-    const bool fileInTheWay = report.line > 0 || report.ldap == LDAP_INSUFFICIENT_ACCESS ||
-                              report.ldap == CFG_LDAP_CONNECT_ERROR || circumstances.place.empty();
+    const bool fileInTheWay = report.line > 0 || report.ldap == CFG_LDAP_CONNECT_ERROR || circumstances.place.empty();
     std::string headline = fileInTheWay ? report.file : circumstances.place;
     if (report.line > 0) {
         headline += ':' + std::to_string(report.line);
@@ -202,16 +224,13 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
 }
 
 constexpr const char* fileAdvice = "nothing was read; name the file with -F FILE or in VELTOR_FILE";
-constexpr const char* bindAdvice = "nothing was printed; without -D the bind is anonymous";
+constexpr const char* bindAdvice = "nothing was printed; reading needs no password: leave out -D, -W, -y and -w";
 
 // The state of things and one next step.
 std::string adviceFor(const Report& report, const Circumstances& circumstances)
 {
     if (report.line > 0) {
         return "the file was not changed; nothing can read it, nor start from it, until this line is corrected";
-    }
-    if (report.ldap == LDAP_INSUFFICIENT_ACCESS) {
-        return "nothing was printed; the owner of the file can search it";
     }
     if (report.ldap == decodingError) {
         return circumstances.stage == Stage::bind ? "nothing was printed; nobody can bind until it is set anew"

@@ -15,9 +15,8 @@ constexpr const char* modifyFooter =
 and "include:" lines are refused, and no file but FILE is read. All records are looked at
 before the first is carried out; what is wrong with them is told with line and column.
 
-Adding a value that is there and deleting one that is not leave the entry as it is, which
-is told as "unchanged". Deleting an attribute that is not there is an error (exit status 8).
-An update that changes nothing writes the file all the same.
+Adding a value that is there and deleting an attribute or a value that is not there are
+errors (exit status 8); with --lenient they change nothing.
 
 )";
 
@@ -51,7 +50,7 @@ void addFileOption(CLI::App& command, ModifyOptions& options)
     command.add_option("-f", options.file, "Read the records from FILE; without it, or with -, from standard input")
         ->type_name("FILE");
     command.add_flag("--orphan", options.update.orphan, "Add entries whose parent is missing");
-    addUpdateOptions(command, options.update);
+    addWriteOptions(command, options.update.write);
 }
 
 } // namespace
@@ -61,8 +60,9 @@ Command modifyCommand(CLI::App& application, const TargetOptions& target)
     const auto options = std::make_shared<ModifyOptions>();
     CLI::App* command = application.add_subcommand("modify", "Carry out change records")->group("Commands");
     command->add_flag("-a", options->contentIsAdd, "Take records without a changetype as new entries");
+    command->add_flag("--lenient", options->update.lenient, "Values that are there, or not there, are no error");
     addFileOption(*command, *options);
-    command->footer(std::string(modifyFooter) + updateFooter);
+    command->footer(std::string(modifyFooter) + writeFooter);
     return {command, [options, &target] {
                 return runChanges(*options, options->contentIsAdd ? RecordForm::changesAndContent : RecordForm::changes,
                                   target);
@@ -74,7 +74,7 @@ Command addCommand(CLI::App& application, const TargetOptions& target)
     const auto options = std::make_shared<ModifyOptions>();
     CLI::App* command = application.add_subcommand("add", "Add entries from LDIF")->group("Commands");
     addFileOption(*command, *options);
-    command->footer(std::string(addFooter) + updateFooter);
+    command->footer(std::string(addFooter) + writeFooter);
     return {command, [options, &target] { return runChanges(*options, RecordForm::newEntries, target); }};
 }
 

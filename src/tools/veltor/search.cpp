@@ -21,9 +21,6 @@ constexpr const char* footer =
 is the name of an attribute as well. The default filter is (objectclass=*): an entry
 without an objectclass is found by a filter on one of its other attributes only.
 
-Reading a file can rewrite it: lines that can't be used are kept under the name
-zor-slapdInvalidLine, and the file is written back at once. A warning tells you.
-
 The options common to all commands (-F, -D, -W, -y, -w) are accepted here too;
 see veltor --help.)";
 

@@ -2,17 +2,16 @@
 #include "target.h"
 
 #include "credentials.h"
+#include "results.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <langinfo.h>
 #include <locale.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 #include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
@@ -20,7 +19,10 @@ namespace {
 
 constexpr const char* fileVariable = "VELTOR_FILE";
 
-constexpr const char* writeAdvice = "nothing was written; without -D root and the owner of the file can write";
+constexpr const char* writeAdvice = "nothing was written; root and the owner of the file need no password";
+
+constexpr const char* configuration = "cn=Configuration";
+constexpr const char* administrator = "zor-slapdAdminDN";
 
 // Options that mean a network or a change set for the LDAP tools whose habits this command line follows.
 void addRefusedOptions(CLI::App& app)
@@ -48,12 +50,13 @@ void checkBindOptions(const TargetOptions& options)
     if (passwordSources(options) > 1) {
         throw Failure(ExitCode::usage, "-W, -y and -w exclude each other", {"give one of them"});
     }
-    if (passwordSources(options) == 1 && !options.bindDn) {
-        throw Failure(ExitCode::usage, "a password needs the DN that it belongs to", {"add -D DN"});
+    if (options.local && (options.bindDn || passwordSources(options) > 0)) {
+        throw Failure(ExitCode::usage, "--local is without a bind: it excludes -D, -W, -y and -w",
+                      {"nothing was read; leave one of them out"});
     }
 }
 
-WipedText passwordOf(const TargetOptions& options)
+WipedText passwordOf(const TargetOptions& options, const std::string& dn)
 {
     if (options.passwordFile) {
         return readPasswordFile(*options.passwordFile);
@@ -65,7 +68,7 @@ WipedText passwordOf(const TargetOptions& options)
         password.push_back('\0');
         return password;
     }
-    return askPassword("Password for " + *options.bindDn + ": ");
+    return askPassword("Password for " + dn + ": ");
 }
 
 /// The character set of the environment's locale, "" for a locale that is not installed.
@@ -91,17 +94,10 @@ void leaveTheCLocale()
 }
 
 // Root and the owner can edit the file, so no password would hold them back.
-void requireRootOrOwner(const std::string& file)
+bool isRootOrOwner(const std::string& file)
 {
     struct stat status = {};
-    if (::stat(file.c_str(), &status) != 0) {
-        // The bind tells what is wrong with it.
-        return;
-    }
-    if (::geteuid() != 0 && ::geteuid() != status.st_uid) {
-        throw Failure(ExitCode::authentication, file + ": only root and the owner of the file change it without a bind",
-                      {"nothing was written; bind as the administrator with -D DN and -W, -y FILE or -w PASSWORD"});
-    }
+    return ::geteuid() == 0 || (::stat(file.c_str(), &status) == 0 && ::geteuid() == status.st_uid);
 }
 
 void bindAnonymously(void* handle)
@@ -124,13 +120,26 @@ void bindAs(void* handle, const std::string& dn, const WipedText& password, Purp
     }
 }
 
-} // namespace
-
-bool sameFile(const struct stat& left, const struct stat& right)
+/// The DN that the file names as its administrator's. Reads the file.
+std::string administratorOf(void* handle, const std::string& file)
 {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_size == right.st_size &&
-           left.st_mtim.tv_sec == right.st_mtim.tv_sec && left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
+    bindAnonymously(handle);
+    Results entry;
+    const int code = cfg_read_s(handle, configuration, LDAP_SCOPE_BASE, entry.receiver());
+    if (code != LDAP_SUCCESS && code != LDAP_NO_SUCH_OBJECT) {
+        throw libraryFailure(handle, code, {Stage::search, configuration});
+    }
+    const cfg_message* attribute = entry.first() == nullptr ? nullptr : entry.first()->children;
+    for (; attribute != nullptr; attribute = attribute->next) {
+        if (::strcasecmp(attribute->text, administrator) == 0 && attribute->children != nullptr) {
+            return attribute->children->text;
+        }
+    }
+    throw Failure(ExitCode::authentication, file + ": there is no " + administrator + " to bind as",
+                  {"nothing was read; give the DN with -D, or no password at all as root or the owner of the file"});
 }
+
+} // namespace
 
 bool environmentHasUtf8()
 {
@@ -143,12 +152,13 @@ void addTargetOptions(CLI::App& app, TargetOptions& options)
     addRefusedOptions(app);
     app.add_option("-F,--file", options.file, "Configuration file; else $VELTOR_FILE, else the library's default")
         ->type_name("FILE");
-    app.add_option("-D", options.bindDn, "Bind as this DN; without it the bind is anonymous")->type_name("DN");
+    app.add_option("-D", options.bindDn, "Bind as this DN; without it as the file's administrator")->type_name("DN");
     app.add_flag("-W", options.askPassword, "Ask for the password on the terminal");
     app.add_option("-y", options.passwordFile, "Read the password from FILE (mode 0640 or narrower), - is stdin")
         ->type_name("FILE");
     app.add_option("-w", options.password, "The password itself; unsafe, it shows in ps and in the history")
         ->type_name("PASSWORD");
+    app.add_flag("--local", options.local, "No password: for root and the owner of the file, and their default");
     app.add_flag("-x")->description("Accepted, no effect");
 }
 
@@ -169,34 +179,10 @@ void Session::Unbind::operator()(void* handle) const
     cfg_unbind(handle);
 }
 
-RewriteWatch::RewriteWatch(std::string file) : file_(std::move(file))
-{
-    watching_ = ::stat(file_.c_str(), &before_) == 0;
-}
-
-RewriteWatch::~RewriteWatch()
-{
-    finish();
-}
-
-void RewriteWatch::finish()
-{
-    struct stat after = {};
-    if (watching_ && ::stat(file_.c_str(), &after) == 0 && !sameFile(before_, after)) {
-        warn(file_ + " changed while it was read: a file with lines that can't be used is rewritten at load");
-    }
-    watching_ = false;
-}
-
-Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup)
-    : file_(fileOf(options)), watch_(file_)
+Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup) : file_(fileOf(options))
 {
     checkBindOptions(options);
     disableCoreDumps();
-    if (purpose == Purpose::write) {
-        // With a backup the file is made anew: nobody may read its passwords before its mode is set.
-        ::umask(::umask(0) | S_IWGRP | S_IRWXO);
-    }
     leaveTheCLocale();
     handle_.reset(cfg_init());
     if (!handle_) {
@@ -208,28 +194,30 @@ Session::Session(const TargetOptions& options, Purpose purpose, const std::strin
     if (!backup.empty() && cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
         throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes", {"nothing was read"});
     }
-    if (!options.bindDn) {
-        if (purpose == Purpose::write) {
-            requireRootOrOwner(file_);
-        }
-        bindAnonymously(handle_.get());
-    } else {
-        if (const std::optional<Failure> failure = unreadableFile(file_)) {
-            throw *failure;
-        }
-        bindAs(handle_.get(), *options.bindDn, passwordOf(options), purpose);
-    }
-    if (purpose == Purpose::write) {
-        // From here on it is us who change the file.
-        watch_.finish();
-    }
+    // Ahead of the bind, whose load would write a file with lines that can't be used.
+    cfg_set_write_mode(handle_.get(), purpose == Purpose::write ? CFG_WRITE_SAFE : CFG_WRITE_NEVER);
+    bind(options, purpose);
 }
 
-int Session::endBackup()
+void Session::bind(const TargetOptions& options, Purpose purpose)
 {
-    cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, nullptr);
-    // The name is taken over by a bind, and who asks has been established by the first one.
-    return cfg_bind_s(handle_.get(), nullptr, nullptr, LDAP_AUTH_SIMPLE);
+    if (const std::optional<Failure> failure = unreadableFile(file_)) {
+        throw *failure;
+    }
+    const bool local = isRootOrOwner(file_);
+    if (options.local && !local) {
+        throw Failure(ExitCode::authentication, file_ + ": --local is for root and the owner of the file",
+                      {"nothing was read; bind as the administrator with -W, -y FILE or -w PASSWORD"});
+    }
+    const bool asked = options.bindDn || passwordSources(options) > 0;
+    if (!asked && (local || purpose == Purpose::read)) {
+        bindAnonymously(handle_.get());
+        mayAdminister_ = local;
+        return;
+    }
+    const std::string dn = options.bindDn ? *options.bindDn : administratorOf(handle_.get(), file_);
+    bindAs(handle_.get(), dn, passwordOf(options, dn), purpose);
+    mayAdminister_ = true;
 }
 
 } // namespace veltor::tool

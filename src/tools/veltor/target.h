@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 
 namespace veltor::tool {
 
@@ -21,6 +20,7 @@ struct TargetOptions
     bool askPassword = false;
     std::optional<std::string> passwordFile;
     std::optional<std::string> password;
+    bool local = false;
 };
 
 /// Adds the common options to the command line. They are accepted before and after the command.
@@ -30,39 +30,19 @@ void addTargetOptions(CLI::App& app, TargetOptions& options);
 /// The file that the options mean: -F, else a non-empty VELTOR_FILE, else the library's default.
 std::string fileOf(const TargetOptions& options);
 
-/// True when nothing was written to the file between two looks, nor another put in its place.
-bool sameFile(const struct stat& left, const struct stat& right);
-
 /// True when the locale of the environment writes UTF-8. Ask before a session is opened: it leaves the C locale.
 bool environmentHasUtf8();
 
-/// Warns at the end of its scope if the file on disk is not the one that was there at the beginning: the library
-/// rewrites a file at load when it holds lines that it can't use, and no reader should learn of that by chance.
-class RewriteWatch
-{
-public:
-    explicit RewriteWatch(std::string file);
-    RewriteWatch(const RewriteWatch&) = delete;
-    RewriteWatch& operator=(const RewriteWatch&) = delete;
-    ~RewriteWatch();
-
-    /// Looks now and not again.
-    void finish();
-
-private:
-    std::string file_;
-    struct stat before_ = {};
-    bool watching_;
-};
-
 enum class Purpose { read, write };
 
-/// A configuration that was read and whose credentials were accepted.
+/// A configuration that was read and whose credentials were accepted. Opening it writes nothing, whatever is in the
+/// file.
 class Session
 {
 public:
-    /// Reads the file and binds, as the administrator if a DN was given and anonymously otherwise. Who wants to
-    /// write anonymously must be root or the owner of the file: they can change it anyway.
+    /// Reads the file and binds: as -D says, else, when there is a password, as the file's administrator. Root and the
+    /// owner of the file need no password, since they can edit it anyway. Everybody else reads without one, and is
+    /// asked for it to write. To read, the handle never writes; to write, it writes in the safe mode.
     ///
     /// @param backup   the name under which the next write keeps the file, "" for none
     /// @throws Failure for whatever is wrong with the options, the file or the credentials
@@ -71,9 +51,8 @@ public:
     void* handle() const { return handle_.get(); }
     const std::string& file() const { return file_; }
 
-    /// Lets further writes leave the backup as it is. Reads the file anew.
-    /// @return the code of the library
-    int endBackup();
+    /// True for who may do everything: the administrator, and root and the owner of the file.
+    bool mayAdminister() const { return mayAdminister_; }
 
 private:
     struct Unbind
@@ -81,9 +60,11 @@ private:
         void operator()(void* handle) const;
     };
 
+    void bind(const TargetOptions& options, Purpose purpose);
+
     std::string file_;
-    RewriteWatch watch_;
     std::unique_ptr<void, Unbind> handle_;
+    bool mayAdminister_ = false;
 };
 
 } // namespace veltor::tool

@@ -1,46 +1,39 @@
-// Carries out change records through the C API, one after the other, and tells what became of each.
+// Carries out change records as one change of the file, and tells what became of each.
 #ifndef VELTOR_TOOL_UPDATE_H
 #define VELTOR_TOOL_UPDATE_H
 
+#include "change_engine.h"
 #include "change_records.h"
 #include "exit_codes.h"
-#include "target.h"
 
-#include <CLI/CLI.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace veltor::tool {
 
-/// How messages speak of one change, of several, and of a change that is carried out.
+/// How messages speak of one change and of several.
 struct ChangeWording
 {
-    const char *one, *several, *carriedOut;
+    const char *one, *several;
 };
 
 struct ChangeSet
 {
     std::string source; ///< what the places of the records refer to
     std::vector<ChangeRecord> records;
-    ChangeWording wording{"record", "records", "in the file"};
+    ChangeWording wording{"record", "records"};
 };
 
 struct UpdateOptions
 {
-    std::optional<std::string> backup; ///< keeps the file as it was before the first change
-    bool orphan = false;               ///< a new entry needs no parent
-    bool withSubtree = false;          ///< an entry is deleted with those below it
+    WriteOptions write;
+    bool orphan = false;      ///< a new entry needs no parent
+    bool withSubtree = false; ///< an entry is deleted with those below it
+    bool lenient = false;     ///< adding what is there and deleting what is not change nothing
 };
 
-/// Adds the options that the writing commands share.
-void addUpdateOptions(CLI::App& command, UpdateOptions& options);
-
-/// What the help of the writing commands says of them all.
-extern const char* const updateFooter;
-
-/// Binds and carries out the changes. Prints a line for each record. There is no way back: when a change fails,
-/// those before it are in the file, and the message says which.
+/// Binds and carries out the changes, all or none. Prints a line for each record, or "unchanged" when the file stays as
+/// it is.
 ///
 /// @throws Failure  for everything that is refused or can't be written
 ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options);

@@ -1,0 +1,249 @@
+// The set begins under the lock and ends with the scope. Signals wait while it is installed.
+#include "change_engine.h"
+
+#include "question.h"
+
+#include <csignal>
+#include <cstring>
+#include <limits>
+#include <sys/stat.h>
+#include <vector>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
+
+namespace veltor::tool {
+
+const char* const writeFooter =
+    R"(A change is all or nothing: it is made under a lock, read back, and put in the place of
+the old text in one step. The file keeps its owner and mode, and the old text is kept as
+FILE.bak unless --backup or --no-backup says otherwise. Root and the owner of the file
+need no password; everybody else binds as the administrator.
+
+The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
+see veltor --help.)";
+
+namespace {
+
+constexpr int millisecondsPerSecond = 1000;
+constexpr int longestTimeoutSeconds = std::numeric_limits<int>::max() / millisecondsPerSecond;
+
+/// True for two names of one file, which a backup would destroy.
+bool nameTheSameFile(const std::string& left, const std::string& right)
+{
+    struct stat leftStatus = {};
+    struct stat rightStatus = {};
+    return left == right || (::stat(left.c_str(), &leftStatus) == 0 && ::stat(right.c_str(), &rightStatus) == 0 &&
+                             leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino);
+}
+
+std::string backupFor(const TargetOptions& target, const WriteOptions& options)
+{
+    if (options.noBackup && options.backup) {
+        throw Failure(ExitCode::usage, "--backup and --no-backup exclude each other", {"nothing was written"});
+    }
+    if (options.noBackup) {
+        return {};
+    }
+    const std::string file = fileOf(target);
+    if (!options.backup) {
+        return file.empty() ? file : file + ".bak";
+    }
+    const auto refuse = [](const std::string& finding) {
+        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written"});
+    };
+    if (options.backup->empty()) {
+        refuse("a file name has 1 to 4096 bytes");
+    }
+    if (nameTheSameFile(*options.backup, file)) {
+        refuse(*options.backup + " is the configuration file itself");
+    }
+    struct stat status = {};
+    if (::stat(options.backup->c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        refuse(*options.backup + " is a folder");
+    }
+    return *options.backup;
+}
+
+/// What the library says of the failure that it keeps.
+std::string keptMessage(void* handle)
+{
+    cfg_failure failure = {};
+    return cfg_failure_at(handle, 0, &failure) == LDAP_SUCCESS ? failure.message : "";
+}
+
+bool isStepOfTheDisk(int code)
+{
+    return code == LDAP_INSUFFICIENT_ACCESS || code == LDAP_OTHER;
+}
+
+/// The failure to begin: the lock was not free, or could not be taken, or the file can't be read any more.
+Failure beginFailure(const Session& session, int code, int timeoutSeconds)
+{
+    const std::string codes = codesOf(code, cfg_get_exterror(session.handle()));
+    const std::string message = keptMessage(session.handle());
+    if (code == LDAP_BUSY) {
+        // The library puts the name of the file into quotes.
+        const std::size_t finding = message.find(" is being changed by ");
+        return {ExitCode::busy,
+                finding == std::string::npos ? message : session.file() + message.substr(finding),
+                {codes, "waited " + std::to_string(timeoutSeconds) +
+                            " s; nothing was written; --lock-timeout SECONDS waits longer"}};
+    }
+    if (isStepOfTheDisk(code) && cfg_get_file_line(session.handle()) == 0) {
+        return {ExitCode::writeFailed, session.file() + ": " + message, {codes, "nothing was written"}};
+    }
+    return libraryFailure(session.handle(), code, {Stage::update, "", "", "nothing was written"});
+}
+
+Failure commitFailure(const Session& session, int code)
+{
+    const std::string codes = codesOf(code, cfg_get_exterror(session.handle()));
+    std::string message = keptMessage(session.handle());
+    if (code == LDAP_BUSY) {
+        return {ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}};
+    }
+    if (isStepOfTheDisk(code)) {
+        const bool written = message.ends_with("the new text is in place");
+        if (!message.ends_with("is in place")) {
+            message += "; the old text is in place";
+        }
+        return {ExitCode::writeFailed,
+                session.file() + ": " + message,
+                {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known"
+                                : "nothing was written"}};
+    }
+    return libraryFailure(session.handle(), code, {Stage::update, "", "", "nothing was written"});
+}
+
+/// Holds the signals that end a process back for its scope. They take effect behind it.
+class SignalsHeldBack
+{
+public:
+    SignalsHeldBack()
+    {
+        sigset_t held;
+        ::sigemptyset(&held);
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGPIPE, SIGTSTP}) {
+            ::sigaddset(&held, signal);
+        }
+        ::sigprocmask(SIG_BLOCK, &held, &old_);
+    }
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+    ~SignalsHeldBack() { ::sigprocmask(SIG_SETMASK, &old_, nullptr); }
+
+private:
+    sigset_t old_{};
+};
+
+WipedText rendered(void* handle)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    const int code = cfg_render_s(handle, &text, &size);
+    if (code != LDAP_SUCCESS) {
+        throw libraryFailure(handle, code, {Stage::update, "", "", "nothing was written"});
+    }
+    WipedText copy;
+    append(copy, {text, size});
+    ::explicit_bzero(text, size);
+    cfg_memfree(text);
+    return copy;
+}
+
+/// What stands behind the last line feed.
+std::string_view unterminatedLine(std::string_view text)
+{
+    return text.substr(text.rfind('\n') + 1);
+}
+
+extern "C" int noteLostValue(void* context, const cfg_finding* finding)
+{
+    const bool lost = std::strcmp(finding->kind, "lost-last-value") == 0;
+    *static_cast<bool*>(context) = lost;
+    return lost ? 1 : 0;
+}
+
+} // namespace
+
+void addWriteOptions(CLI::App& command, WriteOptions& options)
+{
+    command.add_option("--backup", options.backup, "Keep the old text under this name; without it FILE.bak")
+        ->type_name("FILE");
+    command.add_flag("--no-backup", options.noBackup, "Keep no old text");
+    command
+        .add_option("--lock-timeout", options.lockTimeoutSeconds,
+                    "Wait so long for another writer; without it 10, 0 does not wait")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, longestTimeoutSeconds).description(""));
+    command.add_flag("--yes", options.yes, "Ask no question: the answer is yes");
+}
+
+ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& options)
+    : options_(options), backup_(backupFor(target, options)), session_(target, Purpose::write, backup_)
+{
+    const int code = cfg_begin_s(handle(), options.lockTimeoutSeconds * millisecondsPerSecond);
+    if (code != LDAP_SUCCESS) {
+        throw beginFailure(session_, code, options.lockTimeoutSeconds);
+    }
+    begun_ = true;
+    before_ = rendered(handle());
+}
+
+ChangeEngine::~ChangeEngine()
+{
+    if (begun_) {
+        cfg_rollback_s(handle());
+    }
+}
+
+WipedText ChangeEngine::after() const
+{
+    return rendered(handle());
+}
+
+// A load drops the value of a last line without a line feed, and what follows such a line makes that permanent.
+void ChangeEngine::requireWholeLastLine(std::string_view after)
+{
+    const std::string_view last = unterminatedLine(view(before_));
+    if (last.empty() || unterminatedLine(after) == last) {
+        return;
+    }
+    bool lost = false;
+    cfg_check_s(handle(), session_.file().c_str(), noteLostValue, &lost);
+    if (!lost) {
+        return;
+    }
+    const std::string finding = session_.file() + ": the last line has no line feed, so its value is not read, and "
+                                                  "this change would drop it from the file";
+    if (options_.yes) {
+        warn(finding);
+        return;
+    }
+    if (!confirmed(finding)) {
+        throw Failure(ExitCode::refused, finding, {"nothing was written; end the file with a line feed"});
+    }
+}
+
+bool ChangeEngine::commit()
+{
+    const WipedText text = after();
+    if (text == before_) {
+        return false;
+    }
+    requireWholeLastLine(view(text));
+    const SignalsHeldBack untilInstalled;
+    begun_ = false;
+    const int code = cfg_commit_s(handle());
+    if (code != LDAP_SUCCESS) {
+        throw commitFailure(session_, code);
+    }
+    return true;
+}
+
+std::string ChangeEngine::notice() const
+{
+    return backup_.empty() ? "written" : "written; backup " + backup_;
+}
+
+} // namespace veltor::tool

@@ -1,0 +1,71 @@
+// One change of the configuration file, from the lock to the install: what every writing command does around its own
+// part, so that the file holds all of the change or nothing of it.
+#ifndef VELTOR_TOOL_CHANGE_ENGINE_H
+#define VELTOR_TOOL_CHANGE_ENGINE_H
+
+#include "target.h"
+#include "wiped_text.h"
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace veltor::tool {
+
+/// What the options of all writing commands say.
+struct WriteOptions
+{
+    std::optional<std::string> backup; ///< unset: the name of the file with .bak behind it
+    bool noBackup = false;
+    int lockTimeoutSeconds = 10;
+    bool yes = false;
+};
+
+/// Adds the options that the writing commands share.
+void addWriteOptions(CLI::App& command, WriteOptions& options);
+
+/// What the help of the writing commands says of them all.
+extern const char* const writeFooter;
+
+/// A change set on the configuration file. Its scope holds the writer lock; without a commit nothing is written.
+class ChangeEngine
+{
+public:
+    /// Opens the file to write, takes the lock and reads the file again under it.
+    /// @throws Failure  as Session does; busy for a lock that is not free in time, writeFailed for one that can't be
+    ///                  taken
+    ChangeEngine(const TargetOptions& target, const WriteOptions& options);
+    ChangeEngine(const ChangeEngine&) = delete;
+    ChangeEngine& operator=(const ChangeEngine&) = delete;
+    ~ChangeEngine();
+
+    const Session& session() const { return session_; }
+    void* handle() const { return session_.handle(); }
+
+    /// The file as it was when the lock was taken, and as a commit would write it.
+    const WipedText& before() const { return before_; }
+    WipedText after() const;
+
+    /// Installs the change. Writes nothing when the text stays the same.
+    /// @return  whether something was written
+    /// @throws Failure  refused for what would not come back, busy for a file that somebody else has changed,
+    ///                  writeFailed for a step that failed: the message says which text is in place
+    bool commit();
+
+    /// "written", with the name of the backup.
+    std::string notice() const;
+
+private:
+    void requireWholeLastLine(std::string_view after);
+
+    const WriteOptions& options_;
+    std::string backup_; ///< "" for none
+    Session session_;
+    WipedText before_;
+    bool begun_ = false;
+};
+
+} // namespace veltor::tool
+
+#endif

@@ -1,0 +1,166 @@
+// The set around a change: who waits for whom, what a failure leaves behind.
+#include "change_engine.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
+
+namespace {
+
+using namespace veltor::tool;
+
+constexpr const char* text = "dn: cn=Configuration\ncn: Configuration\nobjectclass: top\nzor-slapdPort: 389\n";
+
+class ChangeEngineTest : public testing::Test
+{
+protected:
+    ChangeEngineTest()
+    {
+        std::string pattern = testing::TempDir() + "engine.XXXXXX";
+        folder_ = ::mkdtemp(pattern.data());
+        file_ = folder_ + "/in.conf";
+        put(text);
+        target_.file = file_;
+        options_.lockTimeoutSeconds = 0;
+    }
+    ~ChangeEngineTest() override
+    {
+        for (const char* name : {"/in.conf", "/in.conf.bak", "/in.conf.lock"}) {
+            ::unlink((folder_ + name).c_str());
+        }
+        ::rmdir(folder_.c_str());
+    }
+
+    void put(const std::string& content) const { std::ofstream(file_, std::ios::trunc) << content; }
+    std::string content(const std::string& ending = "") const
+    {
+        std::ifstream stream(file_ + ending);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    static void setPort(void* handle, std::string value)
+    {
+        char* values[] = {value.data(), nullptr};
+        std::string name = "zor-slapdPort";
+        LDAPMod mod = {};
+        mod.mod_op = LDAP_MOD_REPLACE;
+        mod.mod_type = name.data();
+        mod.mod_values = values;
+        LDAPMod* mods[] = {&mod, nullptr};
+        std::string dn = "cn=Configuration";
+        ASSERT_EQ(cfg_modify_s(handle, dn.c_str(), mods), LDAP_SUCCESS);
+    }
+
+    template <typename Action>
+    static ExitCode exitOf(const Action& action, std::string& message)
+    {
+        try {
+            action();
+        } catch (const Failure& failure) {
+            message = failure.message();
+            return failure.exit();
+        }
+        return ExitCode::done;
+    }
+
+    std::string folder_, file_, message_;
+    TargetOptions target_;
+    WriteOptions options_;
+};
+
+TEST_F(ChangeEngineTest, WritesOnCommitAloneAndKeepsTheOldText)
+{
+    {
+        ChangeEngine engine(target_, options_);
+        setPort(engine.handle(), "1389");
+        EXPECT_EQ(content(), text);
+        EXPECT_TRUE(engine.commit());
+        EXPECT_EQ(engine.notice(), "written; backup " + file_ + ".bak");
+    }
+    EXPECT_NE(content().find("zor-slapdPort: 1389\n"), std::string::npos);
+    EXPECT_EQ(content(".bak"), text);
+}
+
+TEST_F(ChangeEngineTest, WritesNothingWithoutACommit)
+{
+    {
+        ChangeEngine engine(target_, options_);
+        setPort(engine.handle(), "1389");
+    }
+    EXPECT_EQ(content(), text);
+    EXPECT_NE(::access((file_ + ".bak").c_str(), F_OK), 0);
+}
+
+TEST_F(ChangeEngineTest, WritesNothingWhenTheTextStays)
+{
+    ChangeEngine engine(target_, options_);
+    setPort(engine.handle(), "389");
+    EXPECT_FALSE(engine.commit());
+    EXPECT_NE(::access((file_ + ".bak").c_str(), F_OK), 0);
+}
+
+TEST_F(ChangeEngineTest, NamesTheWriterThatHoldsTheLock)
+{
+    const ChangeEngine holder(target_, options_);
+    EXPECT_EQ(exitOf([&] { const ChangeEngine second(target_, options_); }, message_), ExitCode::busy);
+    EXPECT_NE(message_.find(file_ + " is being changed by process " + std::to_string(::getpid())), std::string::npos)
+        << message_;
+    EXPECT_NE(message_.find("waited 0 s; nothing was written"), std::string::npos) << message_;
+}
+
+TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
+{
+    const std::string other = std::string(text) + "description: by an editor\n";
+    ChangeEngine engine(target_, options_);
+    setPort(engine.handle(), "1389");
+    put(other);
+    EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::busy);
+    EXPECT_NE(message_.find("nothing was written"), std::string::npos) << message_;
+    EXPECT_EQ(content(), other);
+}
+
+TEST_F(ChangeEngineTest, TellsWhichTextIsInPlaceWhenTheBackupFails)
+{
+    options_.backup = folder_ + "/missing/in.conf.bak";
+    ChangeEngine engine(target_, options_);
+    setPort(engine.handle(), "1389");
+    EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::writeFailed);
+    EXPECT_NE(message_.find("the old text is in place"), std::string::npos) << message_;
+    EXPECT_EQ(content(), text);
+}
+
+TEST_F(ChangeEngineTest, SignalLeavesTheOldTextAndTheLockFree)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ChangeEngine engine(target_, options_);
+            setPort(engine.handle(), "1389");
+            ::raise(signal);
+            ::_exit(1);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+        EXPECT_EQ(content(), text);
+        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_); }, message_), ExitCode::done) << message_;
+    }
+}
+
+TEST_F(ChangeEngineTest, TakesNoLockInAFolderThatIsNotThere)
+{
+    target_.file = folder_ + "/missing/in.conf";
+    EXPECT_EQ(exitOf([&] { const ChangeEngine engine(target_, options_); }, message_), ExitCode::file) << message_;
+}
+
+} // namespace
