@@ -37,6 +37,11 @@ TEST(Secrets, AreKnownByNameAndByLook)
         {"userPassword", "x", true},
         {"USERPWD", "x", true},
         {"description", "the pw is in the safe", false},
+        {"description", "the pw: x", true},
+        {"zor-slapdSetenv ", "x", true},
+        // A line that was indented by mistake is part of the value above it.
+        {"zor-slapdSuffix", "o=sample zor-slapdAdminPW: x", true},
+        {"zor-slapdMasterReferral", "ldap://pwhost:389", false},
         // A rejected line is a whole line of the file.
         {"zor-slapdInvalidLine", "zor-slapdAdminPW: far-too-long", true},
         {"zor-slapdInvalidLine", "zor-slapdAdminPW secret: ", true},

@@ -1,79 +1,146 @@
-// The list of secrets, by name and by look.
+// The list of secrets, by the catalogue, by name and by look.
 #include "secrets.h"
 
+#include "change_scan.h"
+
 #include <algorithm>
-#include <strings.h>
+#include <string>
+#include <vector>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
 namespace {
 
-// The attributes with the password syntax; any of them may carry an encoded or a clear text.
-constexpr const char* passwords[] = {
-    "zor-slapdAdminPW",  "zor-slapdDbUserPW", "zor-slapdLdapCrlPassword",
-    "zor-slapdMasterPW", "zor-slapdPeerPW",   "zor-slapdSslKeyDatabasePW",
-};
-
-// Their names look like a password's, their values are a setting.
-constexpr const char* settings[] = {"zor-slapdPwEncryption", "zor-slapdUseProcessIdPw"};
+constexpr std::string_view passwordSyntax = "pw";
 
 // The server's environment often carries credentials of other services.
-constexpr const char* environment = "zor-slapdSetenv";
+constexpr std::string_view environment = "zor-slapdSetenv";
 
 // The name under which a load keeps a line that it can't use.
-constexpr const char* rejectedLine = "zor-slapdInvalidLine";
+constexpr std::string_view rejectedLine = "zor-slapdInvalidLine";
 
-bool sameName(std::string_view name, const char* other)
+// What a name has in it under which somebody keeps a secret.
+constexpr std::string_view secretWords[] = {"pw", "password", "setenv"};
+
+// The longer ones first, so that nothing is left of them.
+constexpr std::string_view masks[] = {secretMaskBefore, secretMaskAfter, secretMask};
+
+char lowered(char character)
 {
-    return ::strcasecmp(std::string(name).c_str(), other) == 0;
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
-template <std::size_t size>
-bool isOneOf(std::string_view name, const char* const (&names)[size])
-{
-    return std::any_of(std::begin(names), std::end(names), [&](const char* other) { return sameName(name, other); });
-}
-
+/// @param word  in any letter case
 bool contains(std::string_view text, std::string_view word)
 {
-    const auto sameLetter = [](char left, char right) {
-        const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        return lower(left) == lower(right);
-    };
+    const auto sameLetter = [](char left, char right) { return lowered(left) == lowered(right); };
     return std::search(text.begin(), text.end(), word.begin(), word.end(), sameLetter) != text.end();
 }
 
 bool looksLikePassword(std::string_view name)
 {
-    return contains(name, "pw") || contains(name, "password");
+    return std::any_of(std::begin(secretWords), std::end(secretWords),
+                       [&](std::string_view word) { return contains(name, word); });
+}
+
+/// The catalogue's type of this name, null for a name that it does not have.
+const cfg_attr_type* typeOf(std::string_view name)
+{
+    static const std::vector<cfg_attr_type> types = [] {
+        std::vector<cfg_attr_type> all(static_cast<std::size_t>(cfg_attr_type_count()));
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            cfg_attr_type_at(static_cast<int>(index), &all[index]);
+        }
+        return all;
+    }();
+    const auto found =
+        std::find_if(types.begin(), types.end(), [&](const cfg_attr_type& type) { return sameName(type.name, name); });
+    return found == types.end() ? nullptr : &*found;
+}
+
+bool isSecretType(const cfg_attr_type& type)
+{
+    return type.syntax == passwordSyntax || sameName(type.name, environment);
+}
+
+/// True when the name of a password, or of the environment, is in the text.
+bool namesSecret(std::string_view text)
+{
+    // Most texts have none of the words, and are not held against the whole catalogue.
+    if (!looksLikePassword(text)) {
+        return false;
+    }
+    for (int index = 0; index < cfg_attr_type_count(); ++index) {
+        cfg_attr_type type = {};
+        cfg_attr_type_at(index, &type);
+        if (isSecretType(type) && contains(text, type.name)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string_view beforeLastColon(std::string_view text)
+{
+    const std::size_t colon = text.rfind(':');
+    return text.substr(0, colon == std::string_view::npos ? 0 : colon);
 }
 
 } // namespace
 
+bool isSecretLine(std::string_view line)
+{
+    // A mistyped line may have several colons.
+    const std::string_view name = beforeLastColon(line);
+    const cfg_attr_type* const type = typeOf(name);
+    return type == nullptr ? looksLikePassword(name) : isSecretType(*type);
+}
+
 bool isSecret(std::string_view attribute, std::string_view value)
 {
-    if (isPassword(attribute) || sameName(attribute, environment)) {
-        return true;
-    }
-    if (isOneOf(attribute, settings)) {
-        return false;
-    }
     if (attribute.empty() || sameName(attribute, rejectedLine)) {
-        // A whole line of the file: what stands before a colon is its name, and a mistyped line may have several.
-        const std::size_t colon = value.rfind(':');
-        return colon != std::string_view::npos && looksLikePassword(value.substr(0, colon));
+        return isSecretLine(value);
     }
-    return looksLikePassword(attribute);
+    if (const cfg_attr_type* const type = typeOf(attribute); type != nullptr) {
+        // A line that was meant for a password and indented by mistake is part of the value above it.
+        return isSecretType(*type) || namesSecret(beforeLastColon(value));
+    }
+    return looksLikePassword(attribute) || isSecretLine(value);
+}
+
+bool isSecretDn(std::string_view dn)
+{
+    return looksLikePassword(beforeLastColon(dn)) || namesSecret(dn);
 }
 
 bool isPassword(std::string_view attribute)
 {
-    return isOneOf(attribute, passwords);
+    const cfg_attr_type* const type = typeOf(attribute);
+    return type != nullptr && type->syntax == passwordSyntax;
+}
+
+bool isMask(std::string_view value)
+{
+    if (!value.starts_with(secretMask)) {
+        return false;
+    }
+    // A folded value has one on each of its lines.
+    while (!value.empty()) {
+        const auto piece = std::find_if(std::begin(masks), std::end(masks),
+                                        [&](std::string_view mask) { return value.starts_with(mask); });
+        if (piece == std::end(masks)) {
+            return false;
+        }
+        value.remove_prefix(piece->size());
+    }
+    return true;
 }
 
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value)
 {
-    return isSecret(attribute, value) ? "***" : '"' + std::string(value) + '"';
+    return isSecret(attribute, value) ? std::string(secretMask) : '"' + std::string(value) + '"';
 }
 
 } // namespace veltor::tool

@@ -7,9 +7,28 @@
 
 namespace veltor::tool {
 
-/// True for values that are shown on request only: passwords, environment settings of the server, and whatever
-/// looks like a password under a name that the catalogue does not know or in a line that the load rejected.
+/// What stands in texts and differences in place of a secret; the other two where it is not the same in both texts.
+inline constexpr std::string_view secretMask = "***";
+inline constexpr std::string_view secretMaskBefore = "*** (before)";
+inline constexpr std::string_view secretMaskAfter = "*** (after)";
+
+/// True for a text that is one of the masks, or several in a row. It must never come in as a password: somebody
+/// applies back what was printed.
+bool isMask(std::string_view value);
+
+/// True for values that are shown on request only: passwords, environment settings of the server, whatever looks like
+/// one under a name that the catalogue does not know or in a line that the load rejected, and a value in which the
+/// name of one stands before a colon.
+///
+/// @param attribute  "" for a whole line of the file
 bool isSecret(std::string_view attribute, std::string_view value);
+
+/// True when what stands before the last colon of a line looks like the name of a secret. A name that the catalogue
+/// has is known for what it is.
+bool isSecretLine(std::string_view line);
+
+/// True for a DN that has taken a line into it that looks like a secret.
+bool isSecretDn(std::string_view dn);
 
 /// True for the attributes whose values are stored encoded.
 bool isPassword(std::string_view attribute);

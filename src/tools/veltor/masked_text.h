@@ -1,0 +1,28 @@
+// Configuration texts as they may be shown: with a mask in place of each secret.
+#ifndef VELTOR_TOOL_MASKED_TEXT_H
+#define VELTOR_TOOL_MASKED_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace veltor::tool {
+
+/// The text with *** for each secret: values of passwords and of the server's environment, and whatever looks like one
+/// in an unknown attribute, a rejected line, a comment, a DN, or a line without a colon. Lines are told apart as the
+/// library reads them, continuation lines among them. Each line stays a line, with its line end, so that line numbers
+/// are those of the text.
+std::string maskedText(std::string_view text);
+
+/// Two texts that are going to be compared.
+struct MaskedTexts
+{
+    std::string before, after;
+};
+
+/// Both texts masked as above, with *** where a line is in both of them, and otherwise "*** (before)" and
+/// "*** (after)". They are equal exactly when the texts are.
+MaskedTexts maskedTexts(std::string_view before, std::string_view after);
+
+} // namespace veltor::tool
+
+#endif
