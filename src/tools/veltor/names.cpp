@@ -1,0 +1,186 @@
+// Goes through the catalogue as it comes: a hundred names need no index.
+#include "names.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <numeric>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr std::string_view prefixes[] = {"zor-slapd", "zor-"};
+
+// Names longer than this are no misspelling of one of the catalogue, whose longest has 36 characters.
+constexpr std::size_t longestTypo = 64;
+constexpr std::size_t mostSuggestions = 3;
+// A shorter text is part of too many names to be a hint.
+constexpr std::size_t shortestPart = 3;
+
+char lower(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+std::string lowered(std::string_view text)
+{
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(), lower);
+    return out;
+}
+
+bool startsWith(std::string_view name, std::string_view prefix)
+{
+    return name.size() >= prefix.size() && sameAttribute(name.substr(0, prefix.size()), prefix);
+}
+
+// The part that tells names apart; a misspelt prefix is part of it.
+std::string_view withoutPrefix(std::string_view name)
+{
+    for (const std::string_view prefix : prefixes) {
+        if (startsWith(name, prefix)) {
+            return name.substr(prefix.size());
+        }
+    }
+    return name;
+}
+
+std::vector<cfg_attr_type> catalogue()
+{
+    std::vector<cfg_attr_type> types(static_cast<std::size_t>(cfg_attr_type_count()));
+    for (std::size_t index = 0; index < types.size(); ++index) {
+        cfg_attr_type_at(static_cast<int>(index), &types[index]);
+    }
+    return types;
+}
+
+// Letters put in, left out, replaced, or exchanged with their neighbour.
+std::size_t typosBetween(std::string_view left, std::string_view right)
+{
+    using Row = std::array<std::size_t, longestTypo + 1>;
+    if (left.size() > longestTypo || right.size() > longestTypo) {
+        return longestTypo;
+    }
+    Row beforeLast{}, last{}, row{};
+    std::iota(last.begin(), last.end(), 0U);
+    for (std::size_t i = 1; i <= left.size(); ++i) {
+        row[0] = i;
+        for (std::size_t j = 1; j <= right.size(); ++j) {
+            const std::size_t replaced = last[j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
+            row[j] = std::min({replaced, last[j] + 1, row[j - 1] + 1});
+            if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
+                row[j] = std::min(row[j], beforeLast[j - 2] + 1);
+            }
+        }
+        beforeLast = last;
+        last = row;
+    }
+    return last[right.size()];
+}
+
+std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg_attr_type>& types)
+{
+    const std::string whole = lowered(given);
+    const std::string wanted = lowered(withoutPrefix(given));
+    // One letter in four may be wrong, and one in any case.
+    std::size_t fewest = 1 + wanted.size() / 4;
+    std::vector<std::string> nearest;
+    std::vector<std::string> containing;
+    for (const cfg_attr_type& type : types) {
+        const std::string name = lowered(withoutPrefix(type.name));
+        // The prefix may be misspelt as well.
+        const std::size_t typos = std::min(typosBetween(wanted, name), typosBetween(whole, lowered(type.name)));
+        if (typos < fewest) {
+            nearest.clear();
+        }
+        // As many typos as there are letters make any word of any other.
+        if (typos <= fewest && typos < name.size()) {
+            fewest = typos;
+            nearest.emplace_back(type.name);
+        }
+        if (wanted.size() >= shortestPart && name.find(wanted) != std::string::npos) {
+            containing.emplace_back(type.name);
+        }
+    }
+    std::vector<std::string>& found = nearest.empty() ? containing : nearest;
+    found.resize(std::min(found.size(), mostSuggestions));
+    return std::move(found);
+}
+
+std::string questionOf(const std::vector<std::string>& names)
+{
+    std::string question;
+    for (std::size_t index = 0; index < names.size(); ++index) {
+        question += index == 0 ? "" : index + 1 == names.size() ? " or " : ", ";
+        question += names[index];
+    }
+    return question;
+}
+
+} // namespace
+
+bool sameAttribute(std::string_view left, std::string_view right)
+{
+    return left.size() == right.size() && std::equal(left.begin(), left.end(), right.begin(),
+                                                     [](char one, char other) { return lower(one) == lower(other); });
+}
+
+std::optional<cfg_attr_type> attributeType(std::string_view name)
+{
+    for (const cfg_attr_type& type : catalogue()) {
+        if (sameAttribute(type.name, name)) {
+            return type;
+        }
+    }
+    return std::nullopt;
+}
+
+NameResult lookUpName(std::string_view given)
+{
+    const std::vector<cfg_attr_type> types = catalogue();
+    std::vector<std::string> shortFor;
+    for (const cfg_attr_type& type : types) {
+        if (sameAttribute(type.name, given)) {
+            return {type.name, {}};
+        }
+        for (const std::string_view prefix : prefixes) {
+            if (startsWith(type.name, prefix) &&
+                sameAttribute(std::string_view(type.name).substr(prefix.size()), given)) {
+                shortFor.emplace_back(type.name);
+            }
+        }
+    }
+    if (shortFor.size() == 1) {
+        return {shortFor.front(), {}};
+    }
+    if (!shortFor.empty()) {
+        return {"", shortFor, true};
+    }
+    return {"", nearestTo(given, types)};
+}
+
+void refuseName(std::string_view given, const NameResult& result, const std::vector<std::string>& details)
+{
+    std::string headline =
+        std::string(result.ambiguous ? "ambiguous" : "unknown") + " setting \"" + std::string(given) + '"';
+    if (!result.nearest.empty()) {
+        headline += "; did you mean " + questionOf(result.nearest) + '?';
+    }
+    throw Failure(ExitCode::refused, std::move(headline),
+                  details.empty() ? std::vector<std::string>{"nothing was written; see: veltor explain --list"}
+                                  : details);
+}
+
+std::string fullName(std::string_view given, const std::vector<std::string>& details)
+{
+    NameResult result = lookUpName(given);
+    if (result.name.empty()) {
+        refuseName(given, result, details);
+    }
+    return std::move(result.name);
+}
+
+} // namespace veltor::tool

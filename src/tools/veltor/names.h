@@ -1,0 +1,45 @@
+// Attribute names as people type them: whole, or without the prefix that nearly all of them share.
+#ifndef VELTOR_TOOL_NAMES_H
+#define VELTOR_TOOL_NAMES_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+#include <veltor/cfg_admin.h>
+
+namespace veltor::tool {
+
+/// What a typed name means.
+struct NameResult
+{
+    /// The full name as the catalogue spells it; empty when the catalogue has none, or several.
+    std::string name;
+    /// Without a name: the full names that it may mean, the nearest first, at most three; or none.
+    std::vector<std::string> nearest;
+    /// Without a name: the text is short for each of the nearest.
+    bool ambiguous = false;
+};
+
+/// Looks a name up: a full name, or one without "zor-slapd" or "zor-" in front if only one name ends so. A full name
+/// goes before a short one. Letter case is ignored.
+NameResult lookUpName(std::string_view given);
+
+/// The full name, as the catalogue spells it.
+/// @param details  further lines of the message, such as what was written; without any the tool's list is named
+/// @throws Failure  (refused) for a name that is unknown or ambiguous, with the nearest ones
+std::string fullName(std::string_view given, const std::vector<std::string>& details = {});
+
+/// The failure that fullName throws for such a result.
+[[noreturn]] void refuseName(std::string_view given, const NameResult& result,
+                             const std::vector<std::string>& details = {});
+
+/// The type of a full name in any letter case; nothing for a name that the catalogue does not have.
+std::optional<cfg_attr_type> attributeType(std::string_view name);
+
+/// True when two names are the same but for the case of ASCII letters.
+bool sameAttribute(std::string_view left, std::string_view right);
+
+} // namespace veltor::tool
+
+#endif
