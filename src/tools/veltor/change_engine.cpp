@@ -1,12 +1,21 @@
 // The set begins under the lock and ends with the scope. Signals wait while it is installed.
 #include "change_engine.h"
 
+#include "escape.h"
+#include "ldif_output.h"
+#include "masked_text.h"
+#include "names.h"
 #include "question.h"
+#include "results.h"
+#include "text_diff.h"
 
 #include <csignal>
 #include <cstring>
 #include <limits>
 #include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 #include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
@@ -157,6 +166,55 @@ std::string_view unterminatedLine(std::string_view text)
     return text.substr(text.rfind('\n') + 1);
 }
 
+/// True when the file names an administrator, and has a password for it that can be read.
+bool hasAdministrator(void* handle)
+{
+    std::string dn = "zor-slapdAdminDN";
+    std::string password = "zor-slapdAdminPW";
+    char* names[] = {dn.data(), password.data(), nullptr};
+    Results results;
+    // A search decodes passwords, and fails where that can't be done.
+    if (cfg_search_s(handle, "cn=Configuration", LDAP_SCOPE_BASE, "", names, 0, results.receiver()) != LDAP_SUCCESS ||
+        results.first() == nullptr) {
+        return false;
+    }
+    const auto hasText = [&](const std::string& name) {
+        for (const cfg_message* attribute = results.first()->children; attribute != nullptr;
+             attribute = attribute->next) {
+            if (sameAttribute(attribute->text, name)) {
+                return attribute->children != nullptr && *attribute->children->text != '\0';
+            }
+        }
+        return false;
+    };
+    return hasText(dn) && hasText(password);
+}
+
+/// Lines made harmless for a terminal.
+std::string escapedLines(std::string_view text)
+{
+    std::string out;
+    for (const std::string_view line : linesOf(text)) {
+        const bool ended = line.ends_with('\n');
+        out += escaped(line.substr(0, line.size() - (ended ? 1 : 0))) + (ended ? "\n" : "");
+    }
+    return out;
+}
+
+std::string counted(std::size_t count, const char* one, const char* several)
+{
+    return std::to_string(count) + ' ' + (count == 1 ? one : several);
+}
+
+// Who reads the log learns who changed what, and no secret.
+void tellLog(const std::string& file, const std::string& log)
+{
+    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + file + ": " + log);
+    ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
+    ::syslog(LOG_NOTICE, "%s", line.c_str());
+    ::closelog();
+}
+
 extern "C" int noteLostValue(void* context, const cfg_finding* finding)
 {
     const bool lost = std::strcmp(finding->kind, "lost-last-value") == 0;
@@ -176,6 +234,10 @@ void addWriteOptions(CLI::App& command, WriteOptions& options)
                     "Wait so long for another writer; without it 10, 0 does not wait")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, longestTimeoutSeconds).description(""));
+    command.add_flag("-n,--dry-run", options.dryRun, "Print the difference that the change makes, and write nothing");
+    command.add_flag("--exit-code", options.exitCode, "With -n: exit status 1 if something would change");
+    command.add_flag("--allow-unknown", options.allowUnknown, "Store attributes whose names are not known");
+    command.add_flag("--allow-lockout", options.allowLockout, "Permit that nobody can bind as administrator any more");
     command.add_flag("--yes", options.yes, "Ask no question: the answer is yes");
 }
 
@@ -188,6 +250,7 @@ ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& opti
     }
     begun_ = true;
     before_ = rendered(handle());
+    hadAdministrator_ = hasAdministrator(handle());
 }
 
 ChangeEngine::~ChangeEngine()
@@ -239,6 +302,62 @@ bool ChangeEngine::commit()
         throw commitFailure(session_, code);
     }
     return true;
+}
+
+void ChangeEngine::requireAdministrator() const
+{
+    if (hadAdministrator_ && !options_.allowLockout && !hasAdministrator(handle())) {
+        throw Failure(ExitCode::refused, session_.file() + ": after this change nobody could bind as administrator",
+                      {"nothing was written; --allow-lockout permits that"});
+    }
+}
+
+ExitCode ChangeEngine::preview(const ChangeReport& report, std::string_view after) const
+{
+    const MaskedTexts texts = maskedTexts(view(before_), after);
+    const std::string label = report.source.empty() ? "(after the change)" : "(after " + report.source + ")";
+    std::string out = escapedLines(unifiedDiff(texts.before, texts.after, session_.file(), label));
+    out += "dry run: " + counted(report.changes, "change", "changes") + " in " +
+           counted(report.dns.size(), "entry", "entries") + ", nothing written\n";
+    writeOut(STDOUT_FILENO, out);
+    return options_.exitCode ? ExitCode::no : ExitCode::done;
+}
+
+ExitCode ChangeEngine::finish(const ChangeReport& report)
+{
+    const WipedText text = after();
+    if (text == before_) {
+        writeOut(STDOUT_FILENO, "unchanged\n");
+        return ExitCode::done;
+    }
+    requireAdministrator();
+    if (options_.dryRun) {
+        return preview(report, view(text));
+    }
+    // A signal that comes from here on waits for what is printed: it must not hide that the file was changed.
+    const SignalsHeldBack untilTold;
+    commit();
+    tellLog(session_.file(), report.log);
+    try {
+        writeOut(STDOUT_FILENO, report.lines + escaped(notice()) + '\n');
+    } catch (const Failure& failure) {
+        throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
+    }
+    return ExitCode::done;
+}
+
+std::string logged(const std::string& attribute, const std::vector<WipedText>& values)
+{
+    const std::optional<cfg_attr_type> type = attributeType(attribute);
+    const std::string_view syntax = type ? type->syntax : "";
+    if ((syntax != "int" && syntax != "enum" && syntax != "mask") || values.empty()) {
+        return attribute;
+    }
+    std::string text = attribute + '=';
+    for (const WipedText& value : values) {
+        text += (&value == &values.front() ? "" : "|") + std::string(view(value));
+    }
+    return text;
 }
 
 std::string ChangeEngine::notice() const

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace veltor::tool {
 
@@ -20,6 +21,10 @@ struct WriteOptions
     bool noBackup = false;
     int lockTimeoutSeconds = 10;
     bool yes = false;
+    bool dryRun = false;
+    bool exitCode = false; ///< a dry run that would change says so by its exit status
+    bool allowUnknown = false;
+    bool allowLockout = false;
 };
 
 /// Adds the options that the writing commands share.
@@ -27,6 +32,20 @@ void addWriteOptions(CLI::App& command, WriteOptions& options);
 
 /// What the help of the writing commands says of them all.
 extern const char* const writeFooter;
+
+/// What a command has done to the tree.
+struct ChangeReport
+{
+    std::string source;           ///< where the changes come from, for the heading of the diff; may be empty
+    std::string lines;            ///< what to print, escaped, a line for each
+    std::size_t changes = 0;      ///< attributes that differ, entries that come and go
+    std::vector<std::string> dns; ///< the entries concerned, each once
+    std::string log;              ///< for the system's log, raw: DNs and attribute names, values of harmless types
+};
+
+/// What the log may tell of an attribute: its name, and its values if they are numbers, words of a list or bits.
+/// @param values  as they are stored
+std::string logged(const std::string& attribute, const std::vector<WipedText>& values);
 
 /// A change set on the configuration file. Its scope holds the writer lock; without a commit nothing is written.
 class ChangeEngine
@@ -56,13 +75,21 @@ public:
     /// "written", with the name of the backup.
     std::string notice() const;
 
+    /// Commits and prints what came of it, or, for a dry run, prints the difference that a commit would make, with
+    /// secrets masked. Tells the system's log about a change.
+    /// @throws Failure  as commit, and refused for a change after which nobody could bind as the administrator
+    ExitCode finish(const ChangeReport& report);
+
 private:
+    ExitCode preview(const ChangeReport& report, std::string_view after) const;
+    void requireAdministrator() const;
     void requireWholeLastLine(std::string_view after);
 
     const WriteOptions& options_;
     std::string backup_; ///< "" for none
     Session session_;
     WipedText before_;
+    bool hadAdministrator_ = false;
     bool begun_ = false;
 };
 

@@ -3,7 +3,7 @@
 #include "update.h"
 
 #include "escape.h"
-#include "ldif_output.h"
+#include "names.h"
 #include "results.h"
 #include "secrets.h"
 
@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <span>
 #include <string_view>
-#include <unistd.h>
 #include <utility>
 #include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
@@ -146,10 +145,14 @@ public:
     {
     }
 
-    void run();
+    ExitCode run();
 
 private:
     void requireReadable() const;
+    void requireKnown() const;
+    void requireSingle(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
+                       const std::vector<StoredAttribute>& after) const;
+    void note(const ChangeRecord& record, std::size_t changes, const std::string& log);
     void carryOut(ChangeRecord& record);
     std::string add(ChangeRecord& record);
     std::string modify(ChangeRecord& record);
@@ -170,7 +173,7 @@ private:
     const UpdateOptions& options_;
     ChangeEngine engine_;
     std::size_t index_ = 0; ///< of the record that is being carried out
-    std::string outcomes_;  ///< a line for each record that is carried out
+    ChangeReport report_;
 };
 
 // ---- Messages ----
@@ -178,7 +181,7 @@ private:
 /// "nothing was written", with what that means for the records before the one that failed.
 std::string Update::nothingWritten() const
 {
-    const std::string nothing = "nothing was written";
+    std::string nothing = "nothing was written";
     const std::size_t count = changes_.records.size();
     if (count == 1) {
         return nothing;
@@ -257,6 +260,60 @@ void Update::requireReadable() const
     }
 }
 
+// What is known can be taken away under any name; a name that is none would be stored as free text.
+void Update::requireKnown() const
+{
+    if (options_.write.allowUnknown) {
+        return;
+    }
+    for (const ChangeRecord& record : changes_.records) {
+        for (const ChangeOperation& operation : record.operations) {
+            if (operation.values.empty() || operation.kind == ChangeOperation::Kind::remove ||
+                attributeType(operation.attribute)) {
+                continue;
+            }
+            std::string finding = "unknown setting \"" + operation.attribute + '"';
+            const NameResult known = lookUpName(operation.attribute);
+            const std::vector<std::string> nearest =
+                known.name.empty() ? known.nearest : std::vector<std::string>{known.name};
+            for (const std::string& name : nearest) {
+                finding += (&name == &nearest.front() ? "; did you mean " : " or ") + name;
+            }
+            finding += nearest.empty() ? "" : "?";
+            const std::string where = placeName(changes_.source, operation.place);
+            throw Failure(ExitCode::refused, (where.empty() ? record.dn : where + ": " + record.dn) + ": " + finding,
+                          {"nothing was written; --allow-unknown stores it as free text"});
+        }
+    }
+}
+
+// A file that has several values already may keep them.
+void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
+                           const std::vector<StoredAttribute>& after) const
+{
+    for (const ChangeOperation& operation : record.operations) {
+        const std::optional<cfg_attr_type> type = attributeType(operation.attribute);
+        const std::size_t count = valuesOf(after, operation.attribute).size();
+        if (type && type->single_valued != 0 && count > 1 && count > valuesOf(before, operation.attribute).size()) {
+            throw refusal(
+                ExitCode::refused, record, operation.place,
+                operation.attribute + ": only one value is allowed, and there would be " + std::to_string(count), "");
+        }
+    }
+}
+
+void Update::note(const ChangeRecord& record, std::size_t changes, const std::string& log)
+{
+    if (changes == 0) {
+        return;
+    }
+    report_.changes += changes;
+    if (std::find(report_.dns.begin(), report_.dns.end(), record.dn) == report_.dns.end()) {
+        report_.dns.push_back(record.dn);
+    }
+    report_.log += (report_.log.empty() ? "" : "; ") + record.dn + ": " + log;
+}
+
 bool Update::exists(const ChangeRecord& record, const std::string& dn) const
 {
     Results results;
@@ -313,6 +370,8 @@ std::string Update::add(ChangeRecord& record)
     Modifications modifications(record.operations);
     const int code = cfg_add_s(engine_.handle(), record.dn.c_str(), modifications.list());
     check(record, code == LDAP_SUCCESS ? record.place : placeOfFault(record), code);
+    requireSingle(record, {}, entryOf(record));
+    note(record, 1, "added");
     return "added";
 }
 
@@ -357,17 +416,26 @@ std::string Update::modify(ChangeRecord& record)
         carryOut(record, operation);
     }
     const std::vector<StoredAttribute> after = entryOf(record);
+    requireSingle(record, before, after);
     std::string text;
+    std::string log;
+    std::size_t changes = 0;
     for (const std::string& name : attributesOf(record)) {
         const std::string difference = differenceOf(name, valuesOf(before, name), valuesOf(after, name));
-        text += (text.empty() || difference.empty() ? "" : "; ") + difference;
+        if (!difference.empty()) {
+            text += (text.empty() ? "" : "; ") + difference;
+            log += (log.empty() ? "" : ", ") + logged(name, valuesOf(after, name));
+            ++changes;
+        }
     }
+    note(record, changes, log);
     return text.empty() ? unchanged : text;
 }
 
 std::string Update::remove(const ChangeRecord& record)
 {
     check(record, record.place, cfg_delete_s(engine_.handle(), record.dn.c_str()));
+    note(record, 1, "deleted");
     return options_.withSubtree ? "deleted, with what was below it" : "deleted";
 }
 
@@ -385,37 +453,28 @@ void Update::carryOut(ChangeRecord& record)
         outcome = remove(record);
         break;
     }
-    outcomes_ += escaped(record.dn + ": " + outcome) + '\n';
+    report_.lines += escaped(record.dn + ": " + outcome) + '\n';
 }
 
-// What is printed waits for the install: until then nothing of it is true.
-void Update::run()
+ExitCode Update::run()
 {
     requireReadable();
+    requireKnown();
     if (options_.withSubtree) {
         cfg_set_option(engine_.handle(), CFG_OPT_DELETE_NON_LEAVES, reinterpret_cast<const void*>(1L));
     }
     for (; index_ < changes_.records.size(); ++index_) {
         carryOut(changes_.records[index_]);
     }
-    if (!engine_.commit()) {
-        writeOut(STDOUT_FILENO, std::string(unchanged) + '\n');
-        return;
-    }
-    outcomes_ += escaped(engine_.notice()) + '\n';
-    try {
-        writeOut(STDOUT_FILENO, outcomes_);
-    } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
-    }
+    report_.source = changes_.source;
+    return engine_.finish(report_);
 }
 
 } // namespace
 
 ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options)
 {
-    Update(changes, target, options).run();
-    return ExitCode::done;
+    return Update(changes, target, options).run();
 }
 
 } // namespace veltor::tool
