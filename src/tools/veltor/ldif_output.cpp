@@ -101,6 +101,28 @@ void appendAttribute(WipedText& out, const cfg_message& attribute, const EntryFo
     }
 }
 
+void appendComment(WipedText& out, const cfg_message& entry, const cfg_message* attribute, const EntryForm& form)
+{
+    if (!form.commentOf) {
+        return;
+    }
+    const std::string comment = form.commentOf(entry, attribute);
+    if (comment.empty()) {
+        return;
+    }
+    std::string_view rest = comment;
+    for (;;) {
+        const std::size_t feed = rest.find('\n');
+        const std::string_view line = rest.substr(0, feed);
+        const std::size_t begin = std::min(line.find_first_not_of("# \t"), line.size());
+        appendLdifComment(out, !form.showSecrets && isSecretLine(line.substr(begin)) ? "hidden" : line);
+        if (feed == std::string_view::npos) {
+            return;
+        }
+        rest.remove_prefix(feed + 1);
+    }
+}
+
 } // namespace
 
 bool standsPlain(std::string_view text)
@@ -136,9 +158,13 @@ void appendLdifComment(WipedText& out, std::string_view text)
 
 void appendEntry(WipedText& out, const cfg_message& entry, const EntryForm& form)
 {
+    appendComment(out, entry, nullptr, form);
     appendLdifLine(out, "dn", textOf(entry));
     for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
-        appendAttribute(out, *attribute, form);
+        if (!form.chosen || form.chosen(textOf(*attribute))) {
+            appendComment(out, entry, attribute, form);
+            appendAttribute(out, *attribute, form);
+        }
     }
     out.push_back('\n');
 }

@@ -4,6 +4,8 @@
 
 #include "wiped_text.h"
 
+#include <functional>
+#include <string>
 #include <string_view>
 #include <veltor/cfg.h>
 
@@ -14,6 +16,9 @@ struct EntryForm
 {
     bool namesOnly = false;
     bool showSecrets = false;
+    std::function<bool(std::string_view attribute)> chosen{}; ///< unset: all attributes
+    /// The comment block of an entry (null) or of one of its attributes, its lines joined by line feeds; unset: none.
+    std::function<std::string(const cfg_message& entry, const cfg_message* attribute)> commentOf{};
 };
 
 /// True when a text can stand behind "name: " as it is: a SAFE-STRING of RFC 2849 that does not end in a blank
@@ -28,8 +33,8 @@ void appendLdifLine(WipedText& out, std::string_view name, std::string_view text
 void appendLdifComment(WipedText& out, std::string_view text);
 
 /// One entry with the empty line that ends it. What LDIF can't say, or what is not to be shown, becomes a comment:
-/// a hidden value "# name: hidden", an attribute without values "# name: no value", a name that no LDIF reader
-/// takes "# not an attribute name: name: value".
+/// a hidden value "# name: hidden", one in a comment block "# hidden", an attribute without values "# name: no value",
+/// a name that no LDIF reader takes "# not an attribute name: name: value".
 ///
 /// @param entry  a node of kind entry; what follows it is not printed
 void appendEntry(WipedText& out, const cfg_message& entry, const EntryForm& form);

@@ -1,16 +1,27 @@
 // veltor search: the entries below a base that match a filter, as LDIF.
+#include "change_scan.h"
 #include "commands.h"
-#include "credentials.h"
 #include "filter.h"
 #include "ldif_output.h"
+#include "names.h"
 #include "results.h"
+#include "secrets.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
+#include <new>
 #include <optional>
+#include <set>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 #include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
@@ -18,8 +29,10 @@ namespace {
 
 constexpr const char* footer =
     R"(The first argument is a filter if it is empty, begins with "(" or holds "="; if not, it
-is the name of an attribute as well. The default filter is (objectclass=*): an entry
-without an objectclass is found by a filter on one of its other attributes only.
+is the name of an attribute as well. Filters are those of RFC 4515: (NAME=VALUE), with stars
+for any text, (NAME>=VALUE), (NAME<=VALUE), (NAME=*) for "has it", and (&...), (|...), (!...)
+around them. Without a filter all entries are printed; the root, which holds version and
+charset, is found with -s base or by a filter. Hidden values match nothing but (NAME=*).
 
 The options common to all commands (-F, -D, -W, -y, -w) are accepted here too;
 see veltor --help.)";
@@ -31,6 +44,7 @@ struct SearchOptions
     bool namesOnly = false;
     int plainness = 0; ///< how often -L was given
     bool showSecrets = false;
+    bool comments = false;
     std::optional<std::string> first; ///< the filter, or the first of the names
     std::vector<std::string> names;
 };
@@ -64,62 +78,165 @@ const Scope& scopeNamed(const std::string& option)
 /// The filter and the attribute names that the arguments mean.
 struct Question
 {
-    std::string filter; ///< as given, for the heading; empty for the default filter
-    std::string term;   ///< as the library takes it
+    std::optional<std::string> text; ///< the filter as given, for the heading
+    Filter filter;
     std::vector<std::string> names;
 };
+
+// A file may hold names that nobody knows, so these are looked for as they are.
+std::string foundName(const std::string& given)
+{
+    const NameResult result = lookUpName(given);
+    if (result.ambiguous) {
+        refuseName(given, result, {"nothing was read; give the name in full"});
+    }
+    return result.name.empty() ? given : result.name;
+}
 
 Question questionOf(const SearchOptions& options)
 {
     Question question;
     if (options.first && isFilter(*options.first)) {
-        question.filter = *options.first;
-        question.term = checkedFilter(question.filter);
+        question.text = *options.first;
+        question.filter = parseFilter(*options.first, foundName);
     } else if (options.first) {
-        question.names.push_back(*options.first);
+        question.names.push_back(foundName(*options.first));
     }
     for (const std::string& name : options.names) {
         if (isFilter(name)) {
             throw Failure(ExitCode::usage, '"' + name + "\" is not an attribute name",
                           {"nothing was read; the filter is the first argument, and there is one"});
         }
-        question.names.push_back(name);
+        question.names.push_back(foundName(name));
     }
     return question;
 }
 
-void runSearch(const Session& session, const SearchOptions& options, int scope, const Question& question,
-               Results& results)
+bool isChosen(const Question& question, std::string_view attribute)
 {
-    std::vector<std::string> names = question.names;
-    std::vector<char*> pointers;
-    for (std::string& name : names) {
-        // The LDAP name for "all of them" is a null list here.
-        if (name == "*") {
-            pointers.clear();
-            break;
-        }
-        pointers.push_back(name.data());
-    }
-    pointers.push_back(nullptr);
-    char** attributes = pointers.size() == 1 ? nullptr : pointers.data();
-    const int code = cfg_search_s(session.handle(), options.base.c_str(), scope, question.term.c_str(), attributes,
-                                  options.namesOnly ? 1 : 0, results.receiver());
+    // The names that LDAP has for all of them, besides none.
+    return question.names.empty() || std::any_of(question.names.begin(), question.names.end(), [&](const auto& name) {
+               return name == "*" || sameName(name, attribute);
+           });
+}
+
+void require(const Session& session, int code, const std::string& dn)
+{
     if (code != LDAP_SUCCESS) {
-        throw libraryFailure(session.handle(), code, {Stage::search, options.base});
+        throw libraryFailure(session.handle(), code, {Stage::search, dn});
     }
 }
 
-// The library has no scope for "everything below the base". If the base matches the filter, it is the first
-// entry of the subtree; a base search tells whether it does, and how its DN is written.
-const cfg_message* withoutBase(const Session& session, const SearchOptions& options, const Question& question,
-                               const cfg_message* subtree)
+// ---- Equality ----
+
+/// The value in the form in which nothing of it means anything to the library's parser.
+std::string escapedValue(std::string_view value)
 {
-    Results base;
-    runSearch(session, options, LDAP_SCOPE_BASE, question, base);
-    const bool leads = base.first() != nullptr && subtree != nullptr &&
-                       std::string_view(base.first()->text) == std::string_view(subtree->text);
-    return leads ? subtree->next : subtree;
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string escapes;
+    for (const char character : value) {
+        const auto byte = static_cast<unsigned char>(character);
+        escapes += '\\';
+        escapes += digits[byte >> 4U];
+        escapes += digits[byte & 0x0FU];
+    }
+    return escapes;
+}
+
+/// Knows the entries that the library finds for each term of equality. One search for a term is enough for all of
+/// them, and it compares as the attribute's type does.
+class FoundEntries
+{
+public:
+    FoundEntries(const Session& session, const Filter& filter, bool showSecrets) { look(session, filter, showSecrets); }
+
+    bool operator()(const Filter& term, const cfg_message& entry) const
+    {
+        const auto found = found_.find(&term);
+        return found != found_.end() && found->second.count(entry.text) != 0;
+    }
+
+private:
+    void look(const Session& session, const Filter& filter, bool showSecrets)
+    {
+        for (const Filter& part : filter.parts) {
+            look(session, part, showSecrets);
+        }
+        // A hidden password is not compared, so its decoding must not fail either.
+        const bool hidden = !showSecrets && isPassword(filter.attribute);
+        if (filter.kind != Filter::Kind::equality || filter.value.empty() || hidden) {
+            return;
+        }
+        const std::string term = filter.attribute + '=' + escapedValue(filter.value);
+        std::string none = "1.1";
+        char* attributes[] = {none.data(), nullptr};
+        Results results;
+        require(session,
+                cfg_search_s(session.handle(), "", LDAP_SCOPE_SUBTREE, term.c_str(), attributes, 0, results.receiver()),
+                "");
+        std::set<std::string, std::less<>>& dns = found_[&filter];
+        for (const cfg_message* entry = results.first(); entry != nullptr; entry = entry->next) {
+            dns.emplace(entry->text);
+        }
+    }
+
+    std::map<const Filter*, std::set<std::string, std::less<>>> found_;
+};
+
+// ---- Passwords ----
+
+/// Takes the values of one attribute over as new nodes, since nodes of a result can't leave it.
+cfg_message* copyOfValues(const cfg_message* values)
+{
+    cfg_message* first = nullptr;
+    cfg_message** last = &first;
+    for (; values != nullptr; values = values->next) {
+        *last = static_cast<cfg_message*>(std::calloc(1, sizeof(cfg_message)));
+        char* const text = ::strdup(values->text);
+        if (*last == nullptr || text == nullptr) {
+            std::free(text);
+            cfg_msgfree(first);
+            throw std::bad_alloc();
+        }
+        (*last)->kind = values->kind;
+        (*last)->text = text;
+        last = &(*last)->next;
+    }
+    return first;
+}
+
+/// Puts the clear texts of passwords in place of the stored ones, where they are printed or compared.
+void decodePasswords(const Session& session, const Question& question, cfg_message* entries)
+{
+    for (cfg_message* entry = entries; entry != nullptr; entry = entry->next) {
+        for (cfg_message* attribute = entry->children; attribute != nullptr; attribute = attribute->next) {
+            std::string name = attribute->text;
+            if (!isPassword(name) || (!isChosen(question, name) && !speaksOf(question.filter, name))) {
+                continue;
+            }
+            char* attributes[] = {name.data(), nullptr};
+            Results clear;
+            require(session,
+                    cfg_search_s(session.handle(), entry->text, LDAP_SCOPE_BASE, (name + "=*").c_str(), attributes, 0,
+                                 clear.receiver()),
+                    entry->text);
+            if (clear.first() == nullptr || clear.first()->children == nullptr) {
+                continue;
+            }
+            cfg_message* const values = copyOfValues(clear.first()->children->children);
+            cfg_msgfree(std::exchange(attribute->children, values));
+        }
+    }
+}
+
+// ---- Output ----
+
+std::string commentOf(const Session& session, const std::string& dn, const char* attribute)
+{
+    char* text = nullptr;
+    require(session, cfg_get_comment_s(session.handle(), dn.c_str(), attribute, &text), dn);
+    const std::unique_ptr<char, void (*)(void*)> owner(text, cfg_memfree);
+    return text;
 }
 
 void appendHeading(WipedText& out, const SearchOptions& options, const Scope& scope, const Question& question)
@@ -129,28 +246,52 @@ void appendHeading(WipedText& out, const SearchOptions& options, const Scope& sc
         requested += (requested.empty() ? "" : " ") + name;
     }
     appendLdifComment(out, "base <" + options.base + "> with scope " + scope.name);
-    appendLdifComment(out, "filter: " + (question.term.empty() ? "(objectclass=*)" : question.filter));
+    appendLdifComment(out, "filter: " + question.text.value_or("none"));
     appendLdifComment(out, "requesting: " + (requested.empty() ? "ALL" : requested));
     appendLdifComment(out, "");
     append(out, "\n");
 }
 
-void print(const SearchOptions& options, const Scope& scope, const Question& question, const cfg_message* entries)
+/// True for an entry that is to be printed.
+bool isWanted(const cfg_message& entry, const Scope& scope, const Question& question, const FoundEntries& found,
+              bool showSecrets)
+{
+    // Nobody who asks for all entries asks for the root above them.
+    const bool isRoot = entry.text == nullptr || *entry.text == '\0';
+    if (isRoot && !question.text && scope.number != LDAP_SCOPE_BASE) {
+        return false;
+    }
+    return evaluate(question.filter, entry, std::cref(found), showSecrets) == Truth::yes;
+}
+
+void print(const Session& session, const SearchOptions& options, const Scope& scope, const Question& question,
+           const cfg_message* entries)
 {
     const bool withVersion = options.plainness == 1 || options.plainness == 2;
-    const bool withComments = options.plainness < 2;
+    const bool withHeading = options.plainness < 2;
+    const FoundEntries found(session, question.filter, options.showSecrets);
+    EntryForm form{options.namesOnly, options.showSecrets};
+    form.chosen = [&](std::string_view attribute) { return isChosen(question, attribute); };
+    if (options.comments) {
+        form.commentOf = [&](const cfg_message& entry, const cfg_message* attribute) {
+            return commentOf(session, entry.text, attribute == nullptr ? nullptr : attribute->text);
+        };
+    }
     WipedText out;
     if (withVersion) {
         append(out, "version: 1\n\n");
     }
-    if (withComments) {
+    if (withHeading) {
         appendHeading(out, options, scope, question);
     }
     std::size_t count = 0;
-    for (const cfg_message* entry = entries; entry != nullptr; entry = entry->next, ++count) {
-        appendEntry(out, *entry, {options.namesOnly, options.showSecrets});
+    for (const cfg_message* entry = entries; entry != nullptr; entry = entry->next) {
+        if (isWanted(*entry, scope, question, found, options.showSecrets)) {
+            appendEntry(out, *entry, form);
+            ++count;
+        }
     }
-    if (withComments) {
+    if (withHeading) {
         appendLdifComment(out, "numEntries: " + std::to_string(count));
     }
     writeOut(STDOUT_FILENO, view(out));
@@ -160,16 +301,20 @@ ExitCode search(const SearchOptions& options, const TargetOptions& target)
 {
     const Scope& scope = scopeNamed(options.scope);
     const Question question = questionOf(options);
-    if (options.showSecrets && !target.bindDn) {
-        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
-                      {"nothing was read; add -D DN and -W, -y FILE or -w PASSWORD"});
-    }
     const Session session(target);
+    if (options.showSecrets && !session.mayAdminister()) {
+        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
+                      {"nothing was printed; add -W, -y FILE or -w PASSWORD"});
+    }
     Results results;
-    runSearch(session, options, scope.number, question, results);
-    const cfg_message* entries =
-        scope.withBase ? results.first() : withoutBase(session, options, question, results.first());
-    print(options, scope, question, entries);
+    require(session, cfg_read_s(session.handle(), options.base.c_str(), scope.number, results.receiver()),
+            options.base);
+    if (options.showSecrets) {
+        decodePasswords(session, question, *results.receiver());
+    }
+    // The base leads its subtree.
+    const cfg_message* entries = results.first();
+    print(session, options, scope, question, scope.withBase || entries == nullptr ? entries : entries->next);
     return ExitCode::done;
 }
 
@@ -184,9 +329,11 @@ Command searchCommand(CLI::App& application, const TargetOptions& target)
     command->add_flag("-A", options->namesOnly, "Print attribute names alone");
     command->add_flag("-L", options->plainness,
                       "Begin with the version line of LDIF; -LL: no heading; -LLL: entries only");
+    command->add_flag("--comments", options->comments, "Print the comment blocks of entries and attributes as well");
     command->add_flag("--show-secrets", options->showSecrets,
-                      "Print passwords as clear text; needs a bind as the administrator");
-    command->add_option("FILTER", options->first, "NAME=* or NAME=VALUE, in parentheses or not")->type_name("");
+                      "Print passwords as clear text, to the administrator, root and the owner");
+    command->add_option("FILTER", options->first, "Print the entries that this filter of RFC 4515 matches")
+        ->type_name("");
     command->add_option("ATTRIBUTE", options->names, "Print these attributes alone")->type_name("");
     command->footer(footer);
     return {command, [options, &target] { return search(*options, target); }};
