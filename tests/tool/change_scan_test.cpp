@@ -116,7 +116,7 @@ TEST(ChangeScan, RefusesWithTheExactPlace)
     const std::string digit = "a record can't begin with a digit";
     const std::string fold = "a line is folded behind the colon at the earliest";
     const std::string control = "a control character";
-    const std::string decoded = "the decoded value holds what the file can't: ";
+    const std::string decoded = "the value holds what the file can't: ";
     const std::string zero = "a zero byte, at which the library would cut the text";
     const std::string lineFeed = "a line feed, which would begin a line of its own in the file";
     const std::string escapes = "the escapes of this DN stand for what the file can't hold: ";

@@ -339,7 +339,8 @@ ExitCode ChangeEngine::finish(const ChangeReport& report)
     commit();
     tellLog(session_.file(), report.log);
     try {
-        writeOut(STDOUT_FILENO, report.lines + escaped(notice()) + '\n');
+        const bool telling = report.oldPassword && !backup_.empty();
+        writeOut(STDOUT_FILENO, report.lines + escaped(notice()) + (telling ? " (holds the old password)\n" : "\n"));
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
     }

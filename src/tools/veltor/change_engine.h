@@ -40,6 +40,7 @@ struct ChangeReport
     std::string lines;            ///< what to print, escaped, a line for each
     std::size_t changes = 0;      ///< attributes that differ, entries that come and go
     std::vector<std::string> dns; ///< the entries concerned, each once
+    bool oldPassword = false;     ///< the backup has a password that the file has no more
     std::string log;              ///< for the system's log, raw: DNs and attribute names, values of harmless types
 };
 

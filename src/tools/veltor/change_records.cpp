@@ -142,6 +142,7 @@ ChangeRecord RecordReader::read()
     record.kind = readKind();
     switch (record.kind) {
     case ChangeRecord::Kind::add:
+    case ChangeRecord::Kind::ensure:
         readContent(record);
         break;
     case ChangeRecord::Kind::modify:

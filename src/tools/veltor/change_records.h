@@ -24,16 +24,18 @@ struct ChangeOperation
     std::string attribute; ///< as first written
     Place place;           ///< of the attribute's name
     std::vector<ChangeValue> values;
+    std::string comment = {}; ///< goes above the attribute if the operation changes it; "" for none
 };
 
 struct ChangeRecord
 {
-    enum class Kind { add, modify, remove };
+    enum class Kind { add, modify, remove, ensure };
 
     Kind kind;
     std::string dn; ///< as written, not parsed
     Place place;    ///< of the DN
-    /// modify: in the order written. add: one for each attribute, all of kind add. remove: none.
+    /// modify: in the order written. add: one for each attribute, all of kind add. remove: none. ensure, which makes an
+    /// entry or gives one just these values: as add.
     std::vector<ChangeOperation> operations;
 };
 

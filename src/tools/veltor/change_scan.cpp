@@ -445,35 +445,8 @@ void Scanner::checkFurtherLine(const ScannedLine& line) const
 
 void Scanner::checkValue(const ScannedLine& line) const
 {
-    const std::string_view value = view(line.value);
-    // The characters of a plain value were looked at with its line.
-    if (const auto blemish = firstBlemish(value)) {
-        refuse(line.valuePlace, std::string("the decoded value holds what the file can't: ") + blemish->finding);
-    }
-    if (beginsWithBlank(value) || endsWithBlank(value)) {
-        refuse(line.valuePlace, std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") +
-                                    " with a blank, which the file would not give back");
-    }
-    const auto isParenthesis = [](char character) { return character == '(' || character == ')'; };
-    if (!value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back())) && !isPassword(line.name)) {
-        refuse(line.valuePlace, "the value begins or ends with a parenthesis, which the file would not give back");
-    }
-    if (value.find('\\') != std::string_view::npos && holdsDn(line.name)) {
-        const std::string unescaped = unescapedDn(value);
-        if (std::count_if(unescaped.begin(), unescaped.end(), isParenthesis) !=
-            std::count_if(value.begin(), value.end(), isParenthesis)) {
-            refuse(line.valuePlace, "the escapes of this DN stand for parentheses, which the file would not give back");
-        }
-        if (const auto blemish = firstBlemish(unescapedDn(value))) {
-            refuse(line.valuePlace,
-                   std::string("the escapes of this DN stand for what the file can't hold: ") + blemish->finding);
-        }
-    }
-    if (value.size() > 1 && value.front() == '>' && value.back() == '<' && isPassword(line.name)) {
-        refuse(line.valuePlace, "a text of the form >...< is an encoded password; give the clear one");
-    }
-    if (value == "***" && isSecret(line.name, value)) {
-        refuse(line.valuePlace, "*** stands for a hidden value and is none");
+    if (const std::optional<std::string> finding = whyUnstorable(line.name, view(line.value))) {
+        refuse(line.valuePlace, *finding);
     }
 }
 
@@ -489,6 +462,38 @@ bool sameName(std::string_view left, std::string_view right)
 bool isDnLabel(std::string_view name)
 {
     return sameName(name, "dn");
+}
+
+std::optional<std::string> whyUnstorable(std::string_view attribute, std::string_view value)
+{
+    if (const auto blemish = firstBlemish(value)) {
+        return std::string("the value holds what the file can't: ") + blemish->finding;
+    }
+    if (beginsWithBlank(value) || endsWithBlank(value)) {
+        return std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") +
+               " with a blank, which the file would not give back";
+    }
+    const auto isParenthesis = [](char character) { return character == '(' || character == ')'; };
+    if (!value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back())) && !isPassword(attribute)) {
+        return "the value begins or ends with a parenthesis, which the file would not give back";
+    }
+    if (value.find('\\') != std::string_view::npos && holdsDn(attribute)) {
+        const std::string unescaped = unescapedDn(value);
+        if (std::count_if(unescaped.begin(), unescaped.end(), isParenthesis) !=
+            std::count_if(value.begin(), value.end(), isParenthesis)) {
+            return "the escapes of this DN stand for parentheses, which the file would not give back";
+        }
+        if (const auto blemish = firstBlemish(unescaped)) {
+            return std::string("the escapes of this DN stand for what the file can't hold: ") + blemish->finding;
+        }
+    }
+    if (value.size() > 1 && value.front() == '>' && value.back() == '<' && isPassword(attribute)) {
+        return "a text of the form >...< is an encoded password; give the clear one";
+    }
+    if (value == "***" && isSecret(attribute, value)) {
+        return "*** stands for a hidden value and is none";
+    }
+    return std::nullopt;
 }
 
 bool isAttributeDescription(std::string_view name)

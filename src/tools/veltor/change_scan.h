@@ -8,6 +8,7 @@
 #include "wiped_text.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,10 @@ struct ScannedRecord
 ///                "include:", a record that begins with a digit), for controls and renaming, for what is no LDIF,
 ///                and for what the configuration file would not give back as it was given
 std::vector<ScannedRecord> scanChanges(const std::string& source, std::string_view text);
+
+/// Why the configuration file would not give this value back as it is, or must not hold it; nothing if it would.
+/// @param attribute  "dn" for the DN of an entry
+std::optional<std::string> whyUnstorable(std::string_view attribute, std::string_view value);
 
 /// True for an attribute description of RFC 4512: a name or dotted numbers, options behind it.
 bool isAttributeDescription(std::string_view name);

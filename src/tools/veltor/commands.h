@@ -24,6 +24,11 @@ Command treeCommand(CLI::App& application, const TargetOptions& target);
 Command addCommand(CLI::App& application, const TargetOptions& target);
 Command modifyCommand(CLI::App& application, const TargetOptions& target);
 Command deleteCommand(CLI::App& application, const TargetOptions& target);
+Command setCommand(CLI::App& application, const TargetOptions& target);
+Command unsetCommand(CLI::App& application, const TargetOptions& target);
+Command applyCommand(CLI::App& application, const TargetOptions& target);
+Command passwdCommand(CLI::App& application, const TargetOptions& target);
+Command authCommand(CLI::App& application, const TargetOptions& target);
 
 } // namespace veltor::tool
 

@@ -215,12 +215,12 @@ void disableCoreDumps()
     }
 }
 
-WipedText askPassword(const std::string& question)
+WipedText askPassword(const std::string& question, const std::string& instead)
 {
     const Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     if (!terminal.isOpen()) {
         throw Failure(ExitCode::usage, "there is no terminal to ask for the password on",
-                      {"nothing was read; give the password with -y FILE"});
+                      {"nothing was read; give the password with " + instead});
     }
     const std::string harmless = escaped(question);
     for (;;) {

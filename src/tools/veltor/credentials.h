@@ -16,9 +16,10 @@ void disableCoreDumps();
 /// asks again when it goes on.
 ///
 /// @param question  shown as it is, escaped, without a line end
+/// @param instead   the option that gives the password where there is no terminal
 /// @return          what was typed, without its line end, with a terminating NUL
 /// @throws Failure  usage when there is no terminal, authentication when nothing was typed
-WipedText askPassword(const std::string& question);
+WipedText askPassword(const std::string& question, const std::string& instead = "-y FILE");
 
 /// Reads a password from a file, "-" for standard input. One line feed at the end is taken off.
 ///

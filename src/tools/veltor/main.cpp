@@ -56,7 +56,9 @@ int run(int argc, char** argv)
     application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
     const std::vector<Command> commands{
         searchCommand(application, target), treeCommand(application, target),   addCommand(application, target),
-        modifyCommand(application, target), deleteCommand(application, target),
+        modifyCommand(application, target), deleteCommand(application, target), setCommand(application, target),
+        unsetCommand(application, target),  applyCommand(application, target),  passwdCommand(application, target),
+        authCommand(application, target),
     };
     try {
         application.parse(argc, argv);

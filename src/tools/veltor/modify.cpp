@@ -36,13 +36,7 @@ struct ModifyOptions
 
 ExitCode runChanges(const ModifyOptions& options, RecordForm form, const TargetOptions& target)
 {
-    if (options.file == "-" && target.passwordFile == "-") {
-        throw Failure(ExitCode::usage, "standard input can't give both the changes and the password",
-                      {"nothing was read; name a file with -f or with -y"});
-    }
-    const std::string source = options.file == "-" ? "standard input" : options.file;
-    // Ahead of the bind, so that nobody types a password for changes that are refused.
-    return carryOut({source, readChanges(source, readChangeFile(options.file), form)}, target, options.update);
+    return carryOut(changesFrom(options.file, form, target), target, options.update);
 }
 
 void addFileOption(CLI::App& command, ModifyOptions& options)

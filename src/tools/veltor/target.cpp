@@ -217,6 +217,7 @@ void Session::bind(const TargetOptions& options, Purpose purpose)
     }
     const std::string dn = options.bindDn ? *options.bindDn : administratorOf(handle_.get(), file_);
     bindAs(handle_.get(), dn, passwordOf(options, dn), purpose);
+    boundAs_ = dn;
     mayAdminister_ = true;
 }
 

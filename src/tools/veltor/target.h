@@ -33,7 +33,11 @@ std::string fileOf(const TargetOptions& options);
 /// True when the locale of the environment writes UTF-8. Ask before a session is opened: it leaves the C locale.
 bool environmentHasUtf8();
 
-enum class Purpose { read, write };
+enum class Purpose {
+    read,         ///< nothing is written; nobody needs a password
+    authenticate, ///< nothing is written; who asks must be one who may administer
+    write,        ///< who asks must be one who may administer
+};
 
 /// A configuration that was read and whose credentials were accepted. Opening it writes nothing, whatever is in the
 /// file.
@@ -54,6 +58,9 @@ public:
     /// True for who may do everything: the administrator, and root and the owner of the file.
     bool mayAdminister() const { return mayAdminister_; }
 
+    /// The DN that was bound as, "" for nobody.
+    const std::string& boundAs() const { return boundAs_; }
+
 private:
     struct Unbind
     {
@@ -64,6 +71,7 @@ private:
 
     std::string file_;
     std::unique_ptr<void, Unbind> handle_;
+    std::string boundAs_;
     bool mayAdminister_ = false;
 };
 

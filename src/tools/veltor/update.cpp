@@ -3,6 +3,7 @@
 #include "update.h"
 
 #include "escape.h"
+#include "masked_text.h"
 #include "names.h"
 #include "results.h"
 #include "secrets.h"
@@ -137,6 +138,18 @@ std::string differenceOf(const std::string& name, const Values& before, const Va
     return name + ':' + (text.empty() ? " other order" : text);
 }
 
+/// The lines of a comment block as they may be printed, behind an indent.
+std::string commentLines(const std::string& comment)
+{
+    std::string out;
+    for (std::size_t begin = 0; begin <= comment.size();) {
+        const std::size_t end = std::min(comment.find('\n', begin), comment.size());
+        out += "  " + escaped(maskedText("# " + comment.substr(begin, end - begin))) + '\n';
+        begin = end + 1;
+    }
+    return out;
+}
+
 class Update
 {
 public:
@@ -157,6 +170,10 @@ private:
     std::string add(ChangeRecord& record);
     std::string modify(ChangeRecord& record);
     std::string remove(const ChangeRecord& record);
+    std::string ensure(ChangeRecord& record);
+    bool hasPasswords(const ChangeRecord& record, const ChangeOperation& operation) const;
+    std::string commentOf(const ChangeRecord& record, const std::string& attribute) const;
+    void addComments(const ChangeRecord& record, const std::vector<StoredAttribute>& before);
     void carryOut(const ChangeRecord& record, ChangeOperation& operation);
 
     bool exists(const ChangeRecord& record, const std::string& dn) const;
@@ -174,6 +191,7 @@ private:
     ChangeEngine engine_;
     std::size_t index_ = 0; ///< of the record that is being carried out
     ChangeReport report_;
+    std::string goneComments_; ///< of the record that is being carried out; escaped lines
 };
 
 // ---- Messages ----
@@ -375,6 +393,59 @@ std::string Update::add(ChangeRecord& record)
     return "added";
 }
 
+/// The comment block above an attribute, "" for none.
+std::string Update::commentOf(const ChangeRecord& record, const std::string& attribute) const
+{
+    char* text = nullptr;
+    if (cfg_get_comment_s(engine_.handle(), record.dn.c_str(), attribute.c_str(), &text) != LDAP_SUCCESS) {
+        return {};
+    }
+    std::string comment = text;
+    cfg_memfree(text);
+    return comment;
+}
+
+void Update::addComments(const ChangeRecord& record, const std::vector<StoredAttribute>& before)
+{
+    const std::vector<StoredAttribute> after = entryOf(record);
+    for (const ChangeOperation& operation : record.operations) {
+        const Values& values = valuesOf(after, operation.attribute);
+        if (operation.comment.empty() || values.empty() || values == valuesOf(before, operation.attribute)) {
+            continue;
+        }
+        std::string comment = commentOf(record, operation.attribute);
+        // Several operations may be about one attribute.
+        if (comment == operation.comment || comment.ends_with('\n' + operation.comment)) {
+            continue;
+        }
+        comment += (comment.empty() ? "" : "\n") + operation.comment;
+        check(record, record.place,
+              cfg_set_comment_s(engine_.handle(), record.dn.c_str(), operation.attribute.c_str(), comment.c_str()));
+    }
+}
+
+/// True when the passwords are what they shall become. Their stored form differs each time it is made.
+bool Update::hasPasswords(const ChangeRecord& record, const ChangeOperation& operation) const
+{
+    std::string name = operation.attribute;
+    char* names[] = {name.data(), nullptr};
+    Results results;
+    if (!isPassword(name) ||
+        cfg_search_s(engine_.handle(), record.dn.c_str(), LDAP_SCOPE_BASE, (name + "=*").c_str(), names, 0,
+                     results.receiver()) != LDAP_SUCCESS ||
+        results.first() == nullptr || results.first()->children == nullptr) {
+        return false;
+    }
+    const cfg_message* value = results.first()->children->children;
+    for (const ChangeValue& wanted : operation.values) {
+        if (value == nullptr || std::string_view(value->text) != wanted.text.data()) {
+            return false;
+        }
+        value = value->next;
+    }
+    return value == nullptr;
+}
+
 // One operation at a time: the library does not tell which values were there, or not, before.
 void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
 {
@@ -389,9 +460,16 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     if (takesAway && !isThere && (options_.lenient || operation.kind == ChangeOperation::Kind::replace)) {
         return;
     }
+    if (operation.kind == ChangeOperation::Kind::replace && hasPasswords(record, operation)) {
+        return;
+    }
+    const std::string comment = takesAway && operation.values.empty() ? commentOf(record, operation.attribute) : "";
     Modifications modifications(std::span(&operation, 1));
     const int code = cfg_modify_s(engine_.handle(), record.dn.c_str(), modifications.list());
     check(record, code == LDAP_SUCCESS ? record.place : placeOfFault(record), code);
+    if (!comment.empty()) {
+        goneComments_ += commentLines(comment);
+    }
     if (options_.lenient || operation.values.empty() || operation.kind == ChangeOperation::Kind::replace) {
         return;
     }
@@ -415,6 +493,7 @@ std::string Update::modify(ChangeRecord& record)
     for (ChangeOperation& operation : record.operations) {
         carryOut(record, operation);
     }
+    addComments(record, before);
     const std::vector<StoredAttribute> after = entryOf(record);
     requireSingle(record, before, after);
     std::string text;
@@ -426,6 +505,7 @@ std::string Update::modify(ChangeRecord& record)
             text += (text.empty() ? "" : "; ") + difference;
             log += (log.empty() ? "" : ", ") + logged(name, valuesOf(after, name));
             ++changes;
+            report_.oldPassword = report_.oldPassword || (isPassword(name) && !valuesOf(before, name).empty());
         }
     }
     note(record, changes, log);
@@ -439,8 +519,31 @@ std::string Update::remove(const ChangeRecord& record)
     return options_.withSubtree ? "deleted, with what was below it" : "deleted";
 }
 
+// Named attributes get just these values; with --prune the others go.
+std::string Update::ensure(ChangeRecord& record)
+{
+    if (!exists(record, record.dn)) {
+        return add(record);
+    }
+    for (ChangeOperation& operation : record.operations) {
+        operation.kind = ChangeOperation::Kind::replace;
+    }
+    if (options_.prune) {
+        const std::vector<std::string> named = attributesOf(record);
+        for (const StoredAttribute& attribute : entryOf(record)) {
+            const bool stays = std::any_of(named.begin(), named.end(),
+                                           [&](const std::string& name) { return sameName(name, attribute.name); });
+            if (!stays) {
+                record.operations.push_back({ChangeOperation::Kind::remove, attribute.name, record.place, {}});
+            }
+        }
+    }
+    return modify(record);
+}
+
 void Update::carryOut(ChangeRecord& record)
 {
+    goneComments_.clear();
     std::string outcome;
     switch (record.kind) {
     case ChangeRecord::Kind::add:
@@ -452,8 +555,14 @@ void Update::carryOut(ChangeRecord& record)
     case ChangeRecord::Kind::remove:
         outcome = remove(record);
         break;
+    case ChangeRecord::Kind::ensure:
+        outcome = ensure(record);
+        break;
     }
     report_.lines += escaped(record.dn + ": " + outcome) + '\n';
+    if (!goneComments_.empty()) {
+        report_.lines += "  with the comment\n" + goneComments_;
+    }
 }
 
 ExitCode Update::run()
@@ -471,6 +580,16 @@ ExitCode Update::run()
 }
 
 } // namespace
+
+ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target)
+{
+    if (file == "-" && target.passwordFile == "-") {
+        throw Failure(ExitCode::usage, "standard input can't give both the changes and the password",
+                      {"nothing was read; name a file with -f or with -y"});
+    }
+    const std::string source = file == "-" ? "standard input" : file;
+    return {source, readChanges(source, readChangeFile(file), form)};
+}
 
 ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options)
 {

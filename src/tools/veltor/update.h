@@ -29,8 +29,14 @@ struct UpdateOptions
     WriteOptions write;
     bool orphan = false;      ///< a new entry needs no parent
     bool withSubtree = false; ///< an entry is deleted with those below it
+    bool prune = false;       ///< an entry that is ensured loses its other attributes
     bool lenient = false;     ///< adding what is there and deleting what is not change nothing
 };
+
+/// Reads the records of a file, "-" for standard input. Ahead of the bind, so that nobody types a password for changes
+/// that are refused.
+/// @throws Failure  as readChangeFile and readChanges do; usage when standard input is to give the password as well
+ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target);
 
 /// Binds and carries out the changes, all or none. Prints a line for each record, or "unchanged" when the file stays as
 /// it is.
