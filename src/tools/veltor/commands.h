@@ -4,6 +4,7 @@
 #define VELTOR_TOOL_COMMANDS_H
 
 #include "exit_codes.h"
+#include "output.h"
 #include "target.h"
 
 #include <CLI/CLI.hpp>
@@ -15,11 +16,15 @@ struct Command
 {
     CLI::App* commandLine;         ///< owned by the application's command line
     std::function<ExitCode()> run; ///< called after the parse if this command was given; throws Failure
+    bool hasDocument = false;      ///< it fills the JSON document
 };
 
 /// Each adds its command to the application's command line.
 /// @param target  the common options, filled when run is called; must outlive the command
-Command searchCommand(CLI::App& application, const TargetOptions& target);
+/// @param output  how the run prints; must outlive the command
+Command searchCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command getCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command explainCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command treeCommand(CLI::App& application, const TargetOptions& target);
 Command addCommand(CLI::App& application, const TargetOptions& target);
 Command modifyCommand(CLI::App& application, const TargetOptions& target);

@@ -12,7 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
-#include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
@@ -94,6 +93,54 @@ std::string joined(const std::vector<std::string>& words)
         out += (out.empty() ? "" : ", ") + word;
     }
     return out;
+}
+
+// The value as a program may be told it.
+std::optional<std::string> toldValue(const std::string& attribute, const char* value)
+{
+    if (value == nullptr || *value == '\0' || isSecret(attribute, value)) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::vector<Cause> chainOf(void* handle)
+{
+    std::vector<Cause> chain;
+    const int count = cfg_failure_count(handle);
+    for (int index = 0; index < count; ++index) {
+        cfg_failure record = {};
+        if (cfg_failure_at(handle, index, &record) != LDAP_SUCCESS) {
+            break;
+        }
+        chain.push_back({record.ldap, record.code, record.line, cfg_err2string(record.code), record.file, record.dn,
+                         record.attribute, toldValue(record.attribute, record.value)});
+    }
+    return chain;
+}
+
+FailureFacts factsOf(void* handle, const Report& report)
+{
+    FailureFacts facts{.ldap = report.ldap,
+                       .code = report.code,
+                       .line = report.line,
+                       .file = report.file,
+                       .dn = report.dn,
+                       .attribute = report.attribute,
+                       .value = toldValue(report.attribute, cfg_get_value(handle)),
+                       .allowed = report.allowed,
+                       .chain = chainOf(handle)};
+    if (report.minimum != 0 || report.maximum != 0) {
+        facts.minimum = report.minimum;
+        facts.maximum = report.maximum;
+    }
+    if (report.bits != 0) {
+        facts.mask = report.bits;
+    }
+    if (!report.attribute.empty()) {
+        facts.single = cfg_get_is_single(handle) != 0;
+    }
+    return facts;
 }
 
 std::string hex(long number)
@@ -250,18 +297,32 @@ std::string adviceFor(const Report& report, const Circumstances& circumstances)
 
 } // namespace
 
-Failure::Failure(ExitCode exit, std::string headline, std::vector<std::string> details)
-    : exit_(exit), headline_(std::move(headline)), details_(std::move(details))
+Failure::Failure(ExitCode exit, std::string headline, std::vector<std::string> details, FailureFacts facts)
+    : exit_(exit), headline_(std::move(headline)), details_(std::move(details)), facts_(std::move(facts))
 {
 }
 
-std::string Failure::message() const
+std::string Failure::message(std::string_view errorWord) const
 {
-    std::string message = "veltor: error: " + escaped(headline_) + '\n';
+    std::string message = "veltor: " + std::string(errorWord) + ": " + escaped(headline_) + '\n';
     for (const std::string& detail : details_) {
         message += "  " + escaped(detail) + '\n';
     }
     return message;
+}
+
+std::string Failure::causes() const
+{
+    std::string causes;
+    for (const Cause& cause : facts_.chain) {
+        std::string where = cause.file;
+        where += cause.line > 0 ? ':' + std::to_string(cause.line) : "";
+        for (const std::string& part : {cause.dn, cause.attribute}) {
+            where += part.empty() || where.empty() ? part : ": " + part;
+        }
+        causes += "  cause: " + escaped(where) + (where.empty() ? "" : ": ") + codesOf(cause.ldap, cause.code) + '\n';
+    }
+    return causes;
 }
 
 std::string codesOf(int ldap, int code)
@@ -284,7 +345,7 @@ Failure libraryFailure(void* handle, int code, const Circumstances& circumstance
         details.push_back(circumstances.state);
     }
     return {exitCodeFor(circumstances.stage, report.ldap, report.line), headlineOf(report, circumstances),
-            std::move(details)};
+            std::move(details), factsOf(handle, report)};
 }
 
 std::optional<Failure> unreadableFile(const std::string& file)
@@ -297,19 +358,26 @@ std::optional<Failure> unreadableFile(const std::string& file)
     }
     const int code = missing ? CFG_ERR_FILE_NOT_FOUND : CFG_ERR_FILE_OPEN;
     return Failure(ExitCode::file, file + ": " + std::strerror(error),
-                   {codesOf(CFG_LDAP_CONNECT_ERROR, code), fileAdvice});
+                   {codesOf(CFG_LDAP_CONNECT_ERROR, code), fileAdvice},
+                   {.ldap = CFG_LDAP_CONNECT_ERROR, .code = code, .file = file});
 }
 
 Failure wrongCredentials(const std::string& dn, std::string_view reason)
 {
     return {ExitCode::authentication,
             named(dn) + ": wrong DN or password",
-            {codesOf(LDAP_INVALID_CREDENTIALS, 0), std::string(reason)}};
+            {codesOf(LDAP_INVALID_CREDENTIALS, 0), std::string(reason)},
+            {.ldap = LDAP_INVALID_CREDENTIALS, .code = LDAP_INVALID_CREDENTIALS, .dn = dn}};
 }
 
 void warn(std::string_view text)
 {
     std::fputs(("veltor: warning: " + escaped(text) + '\n').c_str(), stderr);
+}
+
+void tellNote(std::string_view text)
+{
+    std::fputs(("veltor: " + escaped(text) + '\n').c_str(), stderr);
 }
 
 } // namespace veltor::tool

@@ -13,6 +13,26 @@
 
 namespace veltor::tool {
 
+/// One record of what the library keeps of a failure. The outermost is the failure itself.
+struct Cause
+{
+    int ldap, code, line;
+    std::string message, file, dn, attribute;
+    std::optional<std::string> value; ///< nothing for a secret
+};
+
+/// What programs are told of a failure; "", 0 and nothing where it is not known.
+struct FailureFacts
+{
+    int ldap = 0, code = 0, line = 0;
+    std::string file = {}, dn = {}, attribute = {};
+    std::optional<std::string> value = {}; ///< nothing for a secret
+    std::optional<long> minimum = {}, maximum = {}, mask = {};
+    std::vector<std::string> allowed = {};
+    std::optional<bool> single = {}; ///< whether the attribute is declared single-valued
+    std::vector<Cause> chain = {};
+};
+
 /// A message for standard error and the exit status that goes with it. The texts are raw: they are escaped
 /// when they are printed.
 class Failure : public std::exception
@@ -20,18 +40,25 @@ class Failure : public std::exception
 public:
     /// @param headline  what was found, and where
     /// @param details   further lines: codes, the state of the user's file, one next step
-    Failure(ExitCode exit, std::string headline, std::vector<std::string> details = {});
+    Failure(ExitCode exit, std::string headline, std::vector<std::string> details = {}, FailureFacts facts = {});
 
     ExitCode exit() const noexcept { return exit_; }
     const char* what() const noexcept override { return headline_.c_str(); }
+    const std::vector<std::string>& details() const { return details_; }
+    const FailureFacts& facts() const { return facts_; }
 
     /// The message as it is printed: "veltor: error: " and the headline, each detail indented on a line of its own.
-    std::string message() const;
+    /// @param errorWord  how "error" is written, for a terminal that has colours
+    std::string message(std::string_view errorWord = "error") const;
+
+    /// The causes that the library kept, a line each without values; empty without any.
+    std::string causes() const;
 
 private:
     ExitCode exit_;
     std::string headline_;
     std::vector<std::string> details_;
+    FailureFacts facts_;
 };
 
 /// What the caller knows about a failed call beyond what the library keeps.
@@ -58,6 +85,9 @@ Failure wrongCredentials(const std::string& dn, std::string_view reason);
 
 /// Prints "veltor: warning: " and the escaped text to standard error.
 void warn(std::string_view text);
+
+/// Prints "veltor: " and the escaped text to standard error.
+void tellNote(std::string_view text);
 
 } // namespace veltor::tool
 

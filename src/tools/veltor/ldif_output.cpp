@@ -48,22 +48,6 @@ bool isAttributeName(std::string_view name)
     return !name.empty() && isLetterOrDigit(name.front()) && std::all_of(name.begin(), name.end(), allowed);
 }
 
-void appendBase64(WipedText& out, std::string_view bytes)
-{
-    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        const std::string_view group = bytes.substr(at, 3);
-        unsigned long bits = 0;
-        for (std::size_t index = 0; index < 3; ++index) {
-            bits = (bits << 8U) | (index < group.size() ? static_cast<unsigned char>(group[index]) : 0U);
-        }
-        for (std::size_t index = 0; index < 4; ++index) {
-            // One byte fills two digits, two fill three; the rest of the four is padding.
-            out.push_back(index <= group.size() ? alphabet[(bits >> (18U - 6U * index)) & 0x3FU] : '=');
-        }
-    }
-}
-
 // Files may hold any text before a colon as a name; an LDIF reader would stumble over most of it.
 void appendNameAndValue(WipedText& out, std::string_view name, std::string_view value)
 {
@@ -132,6 +116,22 @@ bool standsPlain(std::string_view text)
     }
     const bool begins = !isBlank(text.front()) && text.front() != ':' && text.front() != '<';
     return begins && !isBlank(text.back()) && std::all_of(text.begin(), text.end(), isPrintableOrTab);
+}
+
+void appendBase64(WipedText& out, std::string_view bytes)
+{
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::string_view group = bytes.substr(at, 3);
+        unsigned long bits = 0;
+        for (std::size_t index = 0; index < 3; ++index) {
+            bits = (bits << 8U) | (index < group.size() ? static_cast<unsigned char>(group[index]) : 0U);
+        }
+        for (std::size_t index = 0; index < 4; ++index) {
+            // One byte fills two digits, two fill three; the rest of the four is padding.
+            out.push_back(index <= group.size() ? alphabet[(bits >> (18U - 6U * index)) & 0x3FU] : '=');
+        }
+    }
 }
 
 void appendLdifLine(WipedText& out, std::string_view name, std::string_view text)

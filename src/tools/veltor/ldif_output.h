@@ -26,6 +26,9 @@ struct EntryForm
 /// obey them.
 bool standsPlain(std::string_view text);
 
+/// The bytes in base64, with padding.
+void appendBase64(WipedText& out, std::string_view bytes);
+
 /// "name: text" or "name:: base64", "name:" for an empty text.
 void appendLdifLine(WipedText& out, std::string_view name, std::string_view text);
 

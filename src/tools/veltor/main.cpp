@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -35,11 +36,45 @@ std::string findingOf(const CLI::App& application, const CLI::ParseError& error)
     return unknown.empty() ? "there is no command" : '"' + unknown.front() + "\" is neither a command nor an option";
 }
 
-int refuseCommandLine(const CLI::App& application, const CLI::ParseError& error)
+Failure refusedCommandLine(const CLI::App& application, const CLI::ParseError& error)
 {
-    const Failure failure(ExitCode::usage, findingOf(application, error), {"nothing was read; see: veltor --help"});
-    std::fputs(failure.message().c_str(), stderr);
+    return {ExitCode::usage, findingOf(application, error), {"nothing was read; see: veltor --help"}};
+}
+
+// The failure on standard error, or in the document.
+int tell(const Failure& failure, Output& output)
+{
+    if (output.json()) {
+        output.document().setFailure(failure);
+        writeOut(STDOUT_FILENO, view(output.document().text(failure.exit())));
+        return exitStatus(failure.exit());
+    }
+    std::string message = failure.message(output.coloured(STDERR_FILENO, "error", red));
+    message += output.verbose() ? failure.causes() : "";
+    std::fputs(message.c_str(), stderr);
     return exitStatus(failure.exit());
+}
+
+ExitCode runCommand(const Command& command, const Output& output)
+{
+    if (output.json() && !command.hasDocument) {
+        throw Failure(ExitCode::usage, "--json: " + command.commandLine->get_name() + " has no JSON document yet",
+                      {"nothing was read"});
+    }
+    return command.run();
+}
+
+int runAndTell(const Command& command, Output& output)
+{
+    try {
+        const ExitCode exit = runCommand(command, output);
+        if (output.json()) {
+            writeOut(STDOUT_FILENO, view(output.document().text(exit)));
+        }
+        return exitStatus(exit);
+    } catch (const Failure& failure) {
+        return tell(failure, output);
+    }
 }
 
 int run(int argc, char** argv)
@@ -52,12 +87,23 @@ int run(int argc, char** argv)
     application.require_subcommand(1);
     TargetOptions target;
     addTargetOptions(application, target);
+    OutputOptions outputOptions;
+    addOutputOptions(application, outputOptions);
+    Output output(outputOptions);
     application.set_help_flag("-h,--help", "Print this help");
     application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
     const std::vector<Command> commands{
-        searchCommand(application, target), treeCommand(application, target),   addCommand(application, target),
-        modifyCommand(application, target), deleteCommand(application, target), setCommand(application, target),
-        unsetCommand(application, target),  applyCommand(application, target),  passwdCommand(application, target),
+        getCommand(application, target, output),
+        explainCommand(application, target, output),
+        searchCommand(application, target, output),
+        treeCommand(application, target),
+        setCommand(application, target),
+        unsetCommand(application, target),
+        addCommand(application, target),
+        modifyCommand(application, target),
+        applyCommand(application, target),
+        deleteCommand(application, target),
+        passwdCommand(application, target),
         authCommand(application, target),
     };
     try {
@@ -65,11 +111,12 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return application.exit(success);
     } catch (const CLI::ParseError& error) {
-        return refuseCommandLine(application, error);
+        outputOptions.json = outputOptions.json || asksForJson({argv + 1, argv + argc});
+        return tell(refusedCommandLine(application, error), output);
     }
     const auto given = std::find_if(commands.begin(), commands.end(),
                                     [](const Command& command) { return command.commandLine->parsed(); });
-    return exitStatus(given->run());
+    return runAndTell(*given, output);
 }
 
 } // namespace

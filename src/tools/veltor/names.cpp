@@ -171,7 +171,8 @@ void refuseName(std::string_view given, const NameResult& result, const std::vec
     }
     throw Failure(ExitCode::refused, std::move(headline),
                   details.empty() ? std::vector<std::string>{"nothing was written; see: veltor explain --list"}
-                                  : details);
+                                  : details,
+                  {.attribute = std::string(given)});
 }
 
 std::string fullName(std::string_view given, const std::vector<std::string>& details)

@@ -43,7 +43,6 @@ struct SearchOptions
     std::string scope = "sub";
     bool namesOnly = false;
     int plainness = 0; ///< how often -L was given
-    bool showSecrets = false;
     bool comments = false;
     std::optional<std::string> first; ///< the filter, or the first of the names
     std::vector<std::string> names;
@@ -264,19 +263,11 @@ bool isWanted(const cfg_message& entry, const Scope& scope, const Question& ques
     return evaluate(question.filter, entry, std::cref(found), showSecrets) == Truth::yes;
 }
 
-void print(const Session& session, const SearchOptions& options, const Scope& scope, const Question& question,
-           const cfg_message* entries)
+void print(const SearchOptions& options, const EntryForm& form, const Scope& scope, const Question& question,
+           const std::vector<const cfg_message*>& entries)
 {
     const bool withVersion = options.plainness == 1 || options.plainness == 2;
     const bool withHeading = options.plainness < 2;
-    const FoundEntries found(session, question.filter, options.showSecrets);
-    EntryForm form{options.namesOnly, options.showSecrets};
-    form.chosen = [&](std::string_view attribute) { return isChosen(question, attribute); };
-    if (options.comments) {
-        form.commentOf = [&](const cfg_message& entry, const cfg_message* attribute) {
-            return commentOf(session, entry.text, attribute == nullptr ? nullptr : attribute->text);
-        };
-    }
     WipedText out;
     if (withVersion) {
         append(out, "version: 1\n\n");
@@ -284,43 +275,61 @@ void print(const Session& session, const SearchOptions& options, const Scope& sc
     if (withHeading) {
         appendHeading(out, options, scope, question);
     }
-    std::size_t count = 0;
-    for (const cfg_message* entry = entries; entry != nullptr; entry = entry->next) {
-        if (isWanted(*entry, scope, question, found, options.showSecrets)) {
-            appendEntry(out, *entry, form);
-            ++count;
-        }
+    for (const cfg_message* const entry : entries) {
+        appendEntry(out, *entry, form);
     }
     if (withHeading) {
-        appendLdifComment(out, "numEntries: " + std::to_string(count));
+        appendLdifComment(out, "numEntries: " + std::to_string(entries.size()));
     }
     writeOut(STDOUT_FILENO, view(out));
 }
 
-ExitCode search(const SearchOptions& options, const TargetOptions& target)
+ExitCode search(const SearchOptions& options, const TargetOptions& target, Output& output)
 {
+    output.formOf({Form::ldif});
     const Scope& scope = scopeNamed(options.scope);
     const Question question = questionOf(options);
+    checkShowSecrets(output, target);
+    output.document().setFile(fileOf(target));
     const Session session(target);
-    if (options.showSecrets && !session.mayAdminister()) {
-        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
-                      {"nothing was printed; add -W, -y FILE or -w PASSWORD"});
-    }
+    checkShowSecrets(output, session);
     Results results;
     require(session, cfg_read_s(session.handle(), options.base.c_str(), scope.number, results.receiver()),
             options.base);
-    if (options.showSecrets) {
+    if (output.showSecrets()) {
         decodePasswords(session, question, *results.receiver());
     }
+    EntryForm form{options.namesOnly, output.showSecrets()};
+    form.chosen = [&](std::string_view attribute) { return isChosen(question, attribute); };
+    if (options.comments) {
+        form.commentOf = [&](const cfg_message& entry, const cfg_message* attribute) {
+            return commentOf(session, entry.text, attribute == nullptr ? nullptr : attribute->text);
+        };
+    }
+    const FoundEntries found(session, question.filter, output.showSecrets());
+    std::vector<const cfg_message*> entries;
     // The base leads its subtree.
-    const cfg_message* entries = results.first();
-    print(session, options, scope, question, scope.withBase || entries == nullptr ? entries : entries->next);
+    const cfg_message* const first = results.first();
+    for (const cfg_message* entry = scope.withBase || first == nullptr ? first : first->next; entry != nullptr;
+         entry = entry->next) {
+        if (isWanted(*entry, scope, question, found, output.showSecrets())) {
+            entries.push_back(entry);
+        }
+    }
+    if (output.json()) {
+        output.document().beginEntries();
+        for (const cfg_message* const entry : entries) {
+            output.document().addEntry(*entry, form);
+        }
+    } else {
+        print(options, form, scope, question, entries);
+    }
     return ExitCode::done;
 }
 
 } // namespace
 
-Command searchCommand(CLI::App& application, const TargetOptions& target)
+Command searchCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<SearchOptions>();
     CLI::App* command = application.add_subcommand("search", "Print entries as LDIF")->group("Commands");
@@ -330,13 +339,11 @@ Command searchCommand(CLI::App& application, const TargetOptions& target)
     command->add_flag("-L", options->plainness,
                       "Begin with the version line of LDIF; -LL: no heading; -LLL: entries only");
     command->add_flag("--comments", options->comments, "Print the comment blocks of entries and attributes as well");
-    command->add_flag("--show-secrets", options->showSecrets,
-                      "Print passwords as clear text, to the administrator, root and the owner");
     command->add_option("FILTER", options->first, "Print the entries that this filter of RFC 4515 matches")
         ->type_name("");
     command->add_option("ATTRIBUTE", options->names, "Print these attributes alone")->type_name("");
     command->footer(footer);
-    return {command, [options, &target] { return search(*options, target); }};
+    return {command, [options, &target, &output] { return search(*options, target, output); }, true};
 }
 
 } // namespace veltor::tool

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Holds the JSON document of every command against its schema.
+
+    check_documents.py BINARY SCHEMA EXAMPLE
+
+Each row of the table is a run on a fresh copy of the example: its exit status and the members that the document must
+have beyond the three that all have. A command that has no row fails the test, and so does a shown secret.
+"""
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import jsonschema
+
+NO_DOCUMENT = 2  # the exit status of a command that does not print one yet
+
+# arguments, exit status, members
+RUNS = [
+    (["get", "port"], 0, {"file", "entries"}),
+    (["get", "port", "security", "adminPW"], 1, {"file", "entries", "missing"}),
+    (["get", "--show-secrets", "--local", "adminPW"], 0, {"file", "entries"}),
+    (["get", "prot"], 3, {"file", "error"}),
+    (["get", "-b", "cn=Nobody", "port"], 8, {"file", "error"}),
+    (["get", "-b", "nonsense", "port"], 3, {"file", "error"}),
+    (["get", "-F", "missing.conf", "port"], 4, {"file", "error"}),
+    (["get", "-F", "broken.conf", "port"], 4, {"file", "error"}),
+    (["get", "-D", "cn=root", "-w", "wrong", "port"], 5, {"file", "error"}),
+    (["get"], 2, {"error"}),
+    (["get", "--format", "xml", "port"], 2, {"error"}),
+    (["nonsense"], 2, {"error"}),
+    (["explain", "port", "security", "adminPW"], 0, {"file", "settings"}),
+    (["explain", "-F", "missing.conf", "sslCipherSpecs"], 0, {"file", "settings"}),
+    (["explain", "--list"], 0, {"settings"}),
+    (["explain", "--list", "nothing*"], 1, {"settings"}),
+    (["explain", "prot"], 3, {"error"}),
+    (["search"], 0, {"file", "entries"}),
+    (["search", "-A", "-b", "cn=Configuration", "-s", "base"], 0, {"file", "entries"}),
+    (["search", "zor-slapdPort=1"], 0, {"file", "entries"}),
+    (["search", "-F", "latin.conf"], 0, {"file", "entries"}),
+    (["tree"], NO_DOCUMENT, {"error"}),
+    (["add"], NO_DOCUMENT, {"error"}),
+    (["modify"], NO_DOCUMENT, {"error"}),
+    (["delete", "cn=Nobody"], NO_DOCUMENT, {"error"}),
+]
+
+SECRETS = re.compile("secret-of-the-example|>1")
+
+
+def commands_of(binary):
+    text = subprocess.run([binary, "--help"], capture_output=True, text=True, check=True).stdout
+    listed = text.split("Commands:\n")[1].split("\n\n")[0]
+    return {line.split()[0] for line in listed.splitlines() if re.match(r"  \S", line)}
+
+
+def lay_out(folder, example):
+    shutil.copy(example, os.path.join(folder, "zorslapd.conf"))
+    with open(os.path.join(folder, "broken.conf"), "w") as broken:
+        broken.write("dn: cn=Configuration\ncn: Configuration\n\nzor-slapdPort: 389\n")
+    with open(os.path.join(folder, "latin.conf"), "wb") as latin:
+        latin.write("dn: cn=Caf\u00e9 \U0001f600\nobjectclass: top\nx\u00fc-y: a\u200eb\\\n".encode())
+
+
+def complaints(binary, validator, example, arguments, status, members):
+    with tempfile.TemporaryDirectory() as folder:
+        lay_out(folder, example)
+        environment = {"PATH": os.environ["PATH"], "VELTOR_FILE": "zorslapd.conf", "LC_ALL": "C"}
+        run = subprocess.run([binary, "--json", *arguments], capture_output=True, cwd=folder, env=environment,
+                             stdin=subprocess.DEVNULL)
+        with open(os.path.join(folder, "zorslapd.conf"), "rb") as now, open(example, "rb") as before:
+            if now.read() != before.read():
+                yield "the file was changed"
+    if run.returncode != status:
+        yield f"exit status {run.returncode} instead of {status}"
+    if run.stdout.count(b"\n") != 1 or not run.stdout.isascii():
+        yield f"not one line of ASCII: {run.stdout!r}"
+        return
+    if "--show-secrets" not in arguments and SECRETS.search(run.stdout.decode()):
+        yield "a secret is shown"
+    if b"error" in run.stderr:
+        yield f"an error outside the document: {run.stderr!r}"
+    document = json.loads(run.stdout)
+    for error in validator.iter_errors(document):
+        yield f"{list(error.absolute_path)}: {error.message}"
+    if set(document) != {"veltor", "ok", "changed"} | members:
+        yield f"members {sorted(document)}"
+    if document["ok"] != (status == 0):
+        yield f"ok is {document['ok']}"
+    if "error" in document and document["error"]["exit"] != status:
+        yield f"error.exit is {document['error']['exit']}"
+
+
+def main():
+    binary, schema_file, example = map(os.path.abspath, sys.argv[1:4])
+    with open(schema_file) as file:
+        schema = json.load(file)
+    jsonschema.Draft7Validator.check_schema(schema)
+    validator = jsonschema.Draft7Validator(schema)
+    failed = 0
+    for arguments, status, members in RUNS:
+        for complaint in complaints(binary, validator, example, arguments, status, members):
+            failed += 1
+            print(f"veltor --json {' '.join(arguments)}: {complaint}")
+    for command in sorted(commands_of(binary) - {arguments[0] for arguments, _, _ in RUNS}):
+        failed += 1
+        print(f"no run of the command {command}")
+    print(f"{len(RUNS)} documents, {failed} complaints")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
