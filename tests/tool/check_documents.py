@@ -41,7 +41,15 @@ RUNS = [
     (["search", "-A", "-b", "cn=Configuration", "-s", "base"], 0, {"file", "entries"}),
     (["search", "zor-slapdPort=1"], 0, {"file", "entries"}),
     (["search", "-F", "latin.conf"], 0, {"file", "entries"}),
-    (["tree"], NO_DOCUMENT, {"error"}),
+    (["tree"], 0, {"file", "tree", "undefined"}),
+    (["tree", "-b", "cn=Nobody"], 8, {"file", "error"}),
+    (["check"], 0, {"file", "findings", "counts"}),
+    (["check", "--deep"], 1, {"file", "findings", "counts"}),
+    (["check", "broken.conf"], 1, {"file", "findings", "counts"}),
+    (["check", "missing.conf"], 4, {"file", "error"}),
+    (["status"], 0, {"file", "status"}),
+    (["status", "-F", "broken.conf"], 4, {"file", "status", "error"}),
+    (["status", "-F", "missing.conf"], 4, {"file", "error"}),
     (["add"], NO_DOCUMENT, {"error"}),
     (["modify"], NO_DOCUMENT, {"error"}),
     (["delete", "cn=Nobody"], NO_DOCUMENT, {"error"}),
@@ -59,7 +67,7 @@ def commands_of(binary):
 def lay_out(folder, example):
     shutil.copy(example, os.path.join(folder, "zorslapd.conf"))
     with open(os.path.join(folder, "broken.conf"), "w") as broken:
-        broken.write("dn: cn=Configuration\ncn: Configuration\n\nzor-slapdPort: 389\n")
+        broken.write("dn: cn=Configuration\ncn: Configuration\nzor-slapdAdminPW: >1secret\n\nzor-slapdPort: 389\n")
     with open(os.path.join(folder, "latin.conf"), "wb") as latin:
         latin.write("dn: cn=Caf\u00e9 \U0001f600\nobjectclass: top\nx\u00fc-y: a\u200eb\\\n".encode())
 

@@ -1,54 +1,90 @@
-// The drawing bytes at their positions, and nothing else, become line characters.
+// Trees from DNs in their order, and their drawings in both sets of characters.
 #include "tree_drawing.h"
 
+#include <cstddef>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
-using veltor::tool::asciiTree;
-using veltor::tool::unicodeTree;
+using veltor::tool::drawn;
+using veltor::tool::parentOf;
+using veltor::tool::treeOf;
 
-TEST(TreeDrawing, ShowsTheLinesOfCodePage437AsUnicode)
+TEST(TreeDrawing, IsTheSameTreeInBothSetsOfCharacters)
 {
     struct Row
     {
         const char* name;
-        std::string drawn, shown;
+        std::vector<std::string> dns;
+        const char *unicode, *ascii;
     };
     const Row rows[] = {
-        {"nothing", "", ""},
-        {"suffix", "\n\xC4 cn=a (suffix)\n", "\n─ cn=a (suffix)\n"},
-        {"children",
-         "\n\xC4 cn=a (suffix)\n    \xC3\xC4 cn=b, cn=a\n    \xB3    \xC0\xC4 cn=c, cn=b, cn=a\n    \xC0\xC4 cn=d\n    "
-         "     "
-         "\xC0\xC4 cn=e *\n",
-         "\n─ cn=a (suffix)\n    ├─ cn=b, cn=a\n    │    └─ cn=c, cn=b, cn=a\n    └─ cn=d\n         └─ cn=e *\n"},
-        {"missing ancestors",
-         "\n\xC4 cn=a (suffix)\n    \xC0\xC4 cn=c *\n\n* the following entries are undefined:\ncn=b\n",
-         "\n─ cn=a (suffix)\n    └─ cn=c *\n\n* the following entries are undefined:\ncn=b\n"},
-        // Bytes of a DN that are lines elsewhere: UTF-8 of Ä is C3 84, of À is C3 80, of ³ is C2 B3.
-        {"UTF-8 in a DN", "\xC4 cn=\xC3\x84\xC2\xB3 (suffix)\n    \xC0\xC4 cn=\xC3\x80\n",
-         "─ cn=Ä³ (suffix)\n    └─ cn=À\n"},
-        {"lines in a DN", "\xC4 cn=\xC4 \xC3\xC4 \xB3\n    \xC0\xC4     \xC0\xC4 x\n",
-         "─ cn=\\xc4 \\xc3\\xc4 \\xb3\n    └─     \\xc0\\xc4 x\n"},
-        {"lines in the list below", "\n* the following entries are undefined:\n\xC4 cn=a\n    \xC0\xC4 x\n",
-         "\n* the following entries are undefined:\n\\xc4 cn=a\n    \\xc0\\xc4 x\n"},
-        {"escape in a DN", "\xC4 cn=\x1B[2J (suffix)\n", "─ cn=\\x1b[2J (suffix)\n"},
-        {"line feed in a DN", "\xC4 cn=a\nb (suffix)\n    \xC0\xC4 cn=c\n", "─ cn=a\\x0ab (suffix)\n    └─ cn=c\n"},
-        {"no line feed at the end", "\xC4 cn=a", "─ cn=a\n"},
+        {"nothing", {}, "", ""},
+        {"a suffix of two names", {"o=a, c=b"}, "\n─ o=a, c=b (suffix)\n", "\n- o=a, c=b (suffix)\n"},
+        {"two suffixes",
+         {"cn=a", "cn=b"},
+         "\n─ cn=a (suffix)\n\n─ cn=b (suffix)\n",
+         "\n- cn=a (suffix)\n\n- cn=b (suffix)\n"},
+        {"levels that go on and end",
+         {"cn=a", "cn=b, cn=a", "cn=c, cn=b, CN=A", "cn=d, cn=a", "cn=e, cn=d, cn=a"},
+         "\n─ cn=a (suffix)\n    ├─ cn=b, cn=a\n    │    └─ cn=c, cn=b, CN=A\n    └─ cn=d, cn=a\n         └─ cn=e, "
+         "cn=d, cn=a\n",
+         "\n- cn=a (suffix)\n    |\n    +- cn=b, cn=a\n    |    |\n    |    +- cn=c, cn=b, CN=A\n    |\n    +- cn=d, "
+         "cn=a\n"
+         "         |\n         +- cn=e, cn=d, cn=a\n"},
+        {"missing ancestors, told once",
+         {"cn=a", "cn=d, cn=c, cn=b, cn=a", "cn=e, cn=c, cn=b, cn=a"},
+         "\n─ cn=a (suffix)\n    ├─ cn=d, cn=c, cn=b, cn=a *\n    └─ cn=e, cn=c, cn=b, cn=a *\n\n* the following "
+         "entries "
+         "are undefined:\ncn=b, cn=a\ncn=c, cn=b, cn=a\n",
+         "\n- cn=a (suffix)\n    |\n    +- cn=d, cn=c, cn=b, cn=a *\n    |\n    +- cn=e, cn=c, cn=b, cn=a *\n\n* the "
+         "following "
+         "entries are undefined:\ncn=b, cn=a\ncn=c, cn=b, cn=a\n"},
+        {"an escaped comma separates nothing",
+         {"cn=a", "cn=x\\, cn=a"},
+         "\n─ cn=a (suffix)\n\n─ cn=x\\, cn=a (suffix)\n",
+         "\n- cn=a (suffix)\n\n- cn=x\\, cn=a (suffix)\n"},
+        {"control characters", {"cn=\x1B[2J"}, "\n─ cn=\\x1b[2J (suffix)\n", "\n- cn=\\x1b[2J (suffix)\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(unicodeTree(row.drawn), row.shown);
+        EXPECT_EQ(drawn(treeOf(row.dns), false, true), row.unicode);
+        EXPECT_EQ(drawn(treeOf(row.dns), true, true), row.ascii);
     }
 }
 
-TEST(TreeDrawing, KeepsTheAsciiDrawingAndEscapesItsDns)
+TEST(TreeDrawing, OfAPartNamesNoSuffix)
 {
-    const std::string drawn =
-        "\n- cn=a (suffix)\n    |\n    +- cn=b\x1B, cn=a\n    |    |\n    |    +- cn=c\n    |\n    +- "
-        "cn=\xC3\x84\n         |\n         +- cn=d\nx\n";
-    const std::string shown =
-        "\n- cn=a (suffix)\n    |\n    +- cn=b\\x1b, cn=a\n    |    |\n    |    +- cn=c\n    |\n    "
-        "+- cn=\xC3\x84\n         |\n         +- cn=d\\x0ax\n";
-    EXPECT_EQ(asciiTree(drawn), shown);
+    EXPECT_EQ(drawn(treeOf({"cn=b, cn=a", "cn=c, cn=b, cn=a"}), false, false),
+              "\n─ cn=b, cn=a\n    └─ cn=c, cn=b, cn=a\n");
+}
+
+TEST(TreeDrawing, KnowsTheParent)
+{
+    struct Row
+    {
+        const char *dn, *parent;
+    };
+    const Row rows[] = {{"", ""},
+                        {"cn=a", ""},
+                        {"cn=b, cn=a", "cn=a"},
+                        {"cn=b,cn=a", "cn=a"},
+                        {"cn=b\\, c, cn=a", "cn=a"},
+                        {"cn=\"b, c\", cn=a", "cn=a"},
+                        {"cn=b\\", ""}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.dn);
+        EXPECT_EQ(parentOf(row.dn), row.parent);
+    }
+}
+
+TEST(TreeDrawing, OfADeepTreeNeedsNoDeepStack)
+{
+    constexpr std::size_t levels = 2000;
+    std::vector<std::string> dns{"o=a"};
+    while (dns.size() < levels) {
+        dns.push_back("o=a, " + dns.back());
+    }
+    EXPECT_EQ(treeOf(dns).branches.back().depth, levels - 1);
+    EXPECT_TRUE(treeOf(dns).missing.empty());
 }

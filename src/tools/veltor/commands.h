@@ -25,7 +25,9 @@ struct Command
 Command searchCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command getCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command explainCommand(CLI::App& application, const TargetOptions& target, Output& output);
-Command treeCommand(CLI::App& application, const TargetOptions& target);
+Command checkCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command statusCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command treeCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command addCommand(CLI::App& application, const TargetOptions& target);
 Command modifyCommand(CLI::App& application, const TargetOptions& target);
 Command deleteCommand(CLI::App& application, const TargetOptions& target);

@@ -83,16 +83,6 @@ std::string environmentCharset()
     return charset;
 }
 
-// The library reads files in the character set of the locale, and in the C locale that is ASCII alone.
-// A locale that is not installed behaves like C.
-void leaveTheCLocale()
-{
-    const std::string charset = environmentCharset();
-    if (charset.empty() || charset == "ANSI_X3.4-1968") {
-        ::setenv("LC_ALL", "C.UTF-8", 1);
-    }
-}
-
 // Root and the owner can edit the file, so no password would hold them back.
 bool isRootOrOwner(const std::string& file)
 {
@@ -140,6 +130,16 @@ std::string administratorOf(void* handle, const std::string& file)
 }
 
 } // namespace
+
+// The library reads files in the character set of the locale, and in the C locale that is ASCII alone.
+// A locale that is not installed behaves like C.
+void leaveTheCLocale()
+{
+    const std::string charset = environmentCharset();
+    if (charset.empty() || charset == "ANSI_X3.4-1968") {
+        ::setenv("LC_ALL", "C.UTF-8", 1);
+    }
+}
 
 bool environmentHasUtf8()
 {

@@ -33,6 +33,10 @@ std::string fileOf(const TargetOptions& options);
 /// True when the locale of the environment writes UTF-8. Ask before a session is opened: it leaves the C locale.
 bool environmentHasUtf8();
 
+/// Makes the library read UTF-8 where the environment means the C locale, or one that is not installed. Call it before
+/// cfg_init.
+void leaveTheCLocale();
+
 enum class Purpose {
     read,         ///< nothing is written; nobody needs a password
     authenticate, ///< nothing is written; who asks must be one who may administer

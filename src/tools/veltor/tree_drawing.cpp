@@ -1,102 +1,129 @@
-// Reads the drawing by its structure. In front of a DN stand column groups of five bytes; the fifth byte of the
-// last group is where the branch begins, and what follows the branch is the DN.
+// Works on lists, so that a tree may be as deep as a file makes it: nothing here calls itself.
 #include "tree_drawing.h"
 
 #include "escape.h"
+#include "names.h"
 
 #include <algorithm>
-#include <optional>
-#include <span>
+#include <set>
 
 namespace veltor::tool {
 
 namespace {
 
-struct Stroke
-{
-    std::string_view drawn, shown;
-};
-
 struct Pencil
 {
-    Stroke top;
-    std::span<const Stroke> branches;
-    Stroke bar; ///< the last byte of a column group whose level goes on
+    const char *top, *branch, *lastBranch; ///< in front of a DN
+    const char *goesOn, *ended;            ///< column of a level above
+    bool spaced;                           ///< a line of its own between two entries
 };
 
-constexpr Stroke codePage437Branches[] = {{"\xC3\xC4 ", "\u251C\u2500 "}, {"\xC0\xC4 ", "\u2514\u2500 "}};
-constexpr Pencil codePage437{{"\xC4 ", "\u2500 "}, codePage437Branches, {"\xB3", "\u2502"}};
-constexpr Stroke asciiBranches[] = {{"+- ", "+- "}};
-constexpr Pencil ascii{{"- ", "- "}, asciiBranches, {"|", "|"}};
+constexpr Pencil asciiPencil{"- ", "    +- ", "    +- ", "    |", "     ", true};
+constexpr Pencil unicodePencil{"\u2500 ", "    \u251C\u2500 ", "    \u2514\u2500 ", "    \u2502", "     ", false};
 
-constexpr std::string_view blanks = "    ";
-constexpr std::string_view undefinedHeading = "* the following entries are undefined:";
+constexpr std::string_view undefinedHeading = "\n* the following entries are undefined:\n";
 
-// line = top DN / *group blanks branch DN / 1*group
-// group = blanks (" " / bar)
-std::optional<std::string> lineIn(std::string_view line, const Pencil& pencil)
+bool isBelow(std::string_view dn, std::string_view ancestor)
 {
-    if (line.empty()) {
-        return std::string();
+    while (dn.size() > ancestor.size()) {
+        dn = parentOf(dn);
     }
-    if (line.starts_with(pencil.top.drawn)) {
-        return std::string(pencil.top.shown) + escaped(line.substr(pencil.top.drawn.size()));
-    }
-    std::string shown;
-    while (line.starts_with(blanks)) {
-        shown += blanks;
-        line.remove_prefix(blanks.size());
-        const auto branch = std::find_if(pencil.branches.begin(), pencil.branches.end(),
-                                         [&](const Stroke& stroke) { return line.starts_with(stroke.drawn); });
-        if (branch != pencil.branches.end()) {
-            return shown + std::string(branch->shown) + escaped(line.substr(branch->drawn.size()));
-        }
-        if (line.starts_with(pencil.bar.drawn)) {
-            shown += pencil.bar.shown;
-        } else if (line.starts_with(' ')) {
-            shown += ' ';
-        } else {
-            return std::nullopt;
-        }
-        line.remove_prefix(1);
-        if (line.empty()) {
-            return shown;
-        }
-    }
-    return std::nullopt;
+    return !dn.empty() && sameAttribute(dn, ancestor);
 }
 
-std::string shownWith(std::string_view drawing, const Pencil& pencil)
+// From the top down, those between an entry and the nearest one above it.
+void noteMissing(std::string_view dn, std::string_view ancestor, std::set<std::string>& noted,
+                 std::vector<std::string>& missing)
 {
-    std::string out;
-    bool drawn = true;
-    while (!drawing.empty()) {
-        const std::size_t end = std::min(drawing.find('\n'), drawing.size());
-        const std::string_view line = drawing.substr(0, end);
-        drawing.remove_prefix(std::min(end + 1, drawing.size()));
-        drawn = drawn && line != undefinedHeading;
-        const std::optional<std::string> shown = drawn ? lineIn(line, pencil) : escaped(line);
-        if (!shown && !out.empty()) {
-            // A line feed within a DN.
-            out.pop_back();
-            out += escaped("\n");
-        }
-        out += shown ? *shown : escaped(line);
-        out += '\n';
+    std::vector<std::string_view> between;
+    for (std::string_view above = parentOf(dn); above.size() > ancestor.size(); above = parentOf(above)) {
+        between.push_back(above);
     }
-    return out;
+    for (auto above = between.rbegin(); above != between.rend(); ++above) {
+        if (noted.emplace(*above).second) {
+            missing.emplace_back(*above);
+        }
+    }
 }
 
 } // namespace
 
-std::string unicodeTree(std::string_view drawing)
+// A comma separates unless a backslash or a quote guards it.
+std::string_view parentOf(std::string_view dn)
 {
-    return shownWith(drawing, codePage437);
+    bool quoted = false;
+    for (std::size_t at = 0; at < dn.size(); ++at) {
+        if (dn[at] == '\\') {
+            ++at;
+        } else if (dn[at] == '"') {
+            quoted = !quoted;
+        } else if (dn[at] == ',' && !quoted) {
+            dn.remove_prefix(at + 1);
+            return dn.substr(std::min(dn.find_first_not_of(' '), dn.size()));
+        }
+    }
+    return {};
 }
 
-std::string asciiTree(std::string_view drawing)
+Tree treeOf(const std::vector<std::string>& dns)
 {
-    return shownWith(drawing, ascii);
+    Tree tree;
+    std::set<std::string> noted;
+    std::vector<std::size_t> open;   // the ancestors of the current entry, by their place in the list
+    std::vector<std::size_t> lastAt; // for each level the last child so far
+    for (const std::string& dn : dns) {
+        while (!open.empty() && !isBelow(dn, tree.branches[open.back()].dn)) {
+            open.pop_back();
+        }
+        const std::string_view ancestor = open.empty() ? std::string_view() : tree.branches[open.back()].dn;
+        const std::size_t depth = open.size();
+        // A level that is left ends there.
+        lastAt.resize(std::min(lastAt.size(), depth + 1));
+        if (lastAt.size() == depth + 1) {
+            tree.branches[lastAt[depth]].lastChild = false;
+            lastAt[depth] = tree.branches.size();
+        } else {
+            lastAt.push_back(tree.branches.size());
+        }
+        const bool orphan = parentOf(dn).size() != ancestor.size();
+        // At the top nothing is missing: a suffix may have any number of names.
+        if (orphan && depth > 0) {
+            noteMissing(dn, ancestor, noted, tree.missing);
+        }
+        open.push_back(tree.branches.size());
+        tree.branches.push_back({dn, depth, true, orphan && depth > 0});
+    }
+    return tree;
+}
+
+std::string drawn(const Tree& tree, bool ascii, bool suffixes)
+{
+    const Pencil& pencil = ascii ? asciiPencil : unicodePencil;
+    std::string out;
+    std::vector<std::size_t> ends{0}; // where the columns of each level that is drawn end
+    std::string columns;
+    for (const Branch& branch : tree.branches) {
+        ends.resize(std::max<std::size_t>(1, std::min(ends.size(), branch.depth)));
+        columns.resize(ends.back());
+        if (branch.depth == 0) {
+            out += '\n' + std::string(pencil.top) + escaped(branch.dn) + (suffixes ? " (suffix)" : "") + '\n';
+        } else {
+            if (pencil.spaced) {
+                out += columns + pencil.goesOn + '\n';
+            }
+            out += columns + (branch.lastChild ? pencil.lastBranch : pencil.branch) + escaped(branch.dn) +
+                   (branch.orphan ? " *" : "") + '\n';
+            columns += branch.lastChild ? pencil.ended : pencil.goesOn;
+            ends.push_back(columns.size());
+        }
+    }
+    if (!tree.missing.empty()) {
+        out += undefinedHeading;
+        for (const std::string& dn : tree.missing) {
+            out += escaped(dn) + '\n';
+        }
+    }
+    return out;
 }
 
 } // namespace veltor::tool
