@@ -223,7 +223,7 @@ WipedText Document::text(ExitCode exit) const
     members.pop_back();
     WipedText out;
     append(out, members);
-    if (hasEntries_) {
+    if (hasEntries_ && error.is_null()) {
         append(out, R"(,"entries":[)");
         append(out, view(entries_));
         append(out, "]");

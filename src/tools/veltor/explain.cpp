@@ -170,6 +170,7 @@ Settings settingsOf(const Session& session, const std::string& name)
 std::vector<Settings> readSettings(const std::vector<std::string>& names, const TargetOptions& target)
 {
     std::vector<Settings> all;
+    all.reserve(names.size());
     try {
         const Session session(target);
         for (const std::string& name : names) {
@@ -276,6 +277,7 @@ ExitCode explain(const ExplainOptions& options, const TargetOptions& target, Out
                       {"nothing was read; see: veltor explain --list"});
     }
     std::vector<std::string> names;
+    names.reserve(options.names.size());
     for (const std::string& name : options.names) {
         names.push_back(fullName(name, {"nothing was read; see: veltor explain --list"}));
     }

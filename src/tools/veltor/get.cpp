@@ -87,6 +87,7 @@ void readShown(const Session& session, const std::string& base, const std::vecto
         return;
     }
     std::vector<char*> pointers;
+    pointers.reserve(present.size() + 1);
     for (std::string& name : present) {
         pointers.push_back(name.data());
     }
@@ -131,7 +132,6 @@ bool appendBare(WipedText& out, const Found& found, const Output& output)
 ExitCode get(const GetOptions& options, const TargetOptions& target, Output& output)
 {
     const Form form = output.formOf({Form::text, Form::value, Form::ldif});
-    checkShowSecrets(output, target);
     output.document().setFile(fileOf(target));
     const Session session(target);
     checkShowSecrets(output, session);
@@ -168,7 +168,8 @@ ExitCode get(const GetOptions& options, const TargetOptions& target, Output& out
     entry.children = found.empty() ? nullptr : &found.front().node;
     entry.next = nullptr;
 
-    const EntryForm entryForm{.namesOnly = false, .showSecrets = output.showSecrets()};
+    EntryForm entryForm;
+    entryForm.showSecrets = output.showSecrets();
     WipedText out;
     if (form == Form::json) {
         output.document().addEntry(entry, entryForm);
@@ -182,7 +183,7 @@ ExitCode get(const GetOptions& options, const TargetOptions& target, Output& out
             if (form == Form::text) {
                 appendText(out, one, names.size() > 1, entryForm);
             } else if (!appendBare(out, one, output)) {
-                notes.push_back(one.name + " is hidden; --show-secrets with -D shows it");
+                notes.push_back(one.name + " is hidden; --show-secrets shows it");
             }
         }
     }

@@ -132,20 +132,11 @@ void Output::appendBareValue(WipedText& out, std::string_view value) const
     out.push_back(options_.endWithNul ? '\0' : '\n');
 }
 
-void checkShowSecrets(const Output& output, const TargetOptions& target)
-{
-    const bool bound = target.bindDn || target.askPassword || target.passwordFile || target.password;
-    if (output.showSecrets() && !bound && !target.local) {
-        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
-                      {"nothing was read; add -D DN and -W, -y FILE or -w PASSWORD"});
-    }
-}
-
 void checkShowSecrets(const Output& output, const Session& session)
 {
     if (output.showSecrets() && !session.mayAdminister()) {
-        throw Failure(ExitCode::authentication, "--show-secrets is for the administrator, root and the file's owner",
-                      {"nothing was printed"});
+        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
+                      {"nothing was printed; add -W, -y FILE or -w PASSWORD"});
     }
 }
 

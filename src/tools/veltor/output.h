@@ -74,12 +74,8 @@ inline constexpr const char* red = "\x1B[31m";
 inline constexpr const char* yellow = "\x1B[33m";
 inline constexpr const char* bold = "\x1B[1m";
 
-/// Refuses --show-secrets to those who did not say who they are. Ask before the session is opened.
-/// @throws Failure  (usage)
-void checkShowSecrets(const Output& output, const TargetOptions& target);
-
 /// Refuses --show-secrets to those who may not administer the file.
-/// @throws Failure  (authentication)
+/// @throws Failure  (usage)
 void checkShowSecrets(const Output& output, const Session& session);
 
 } // namespace veltor::tool

@@ -289,7 +289,6 @@ ExitCode search(const SearchOptions& options, const TargetOptions& target, Outpu
     output.formOf({Form::ldif});
     const Scope& scope = scopeNamed(options.scope);
     const Question question = questionOf(options);
-    checkShowSecrets(output, target);
     output.document().setFile(fileOf(target));
     const Session session(target);
     checkShowSecrets(output, session);

@@ -68,6 +68,7 @@ std::string_view parentOf(std::string_view dn)
 Tree treeOf(const std::vector<std::string>& dns)
 {
     Tree tree;
+    tree.branches.reserve(dns.size());
     std::set<std::string> noted;
     std::vector<std::size_t> open;   // the ancestors of the current entry, by their place in the list
     std::vector<std::size_t> lastAt; // for each level the last child so far
