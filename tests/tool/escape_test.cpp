@@ -78,3 +78,10 @@ TEST(Escape, CountsColumnsByCharacterNotByByte)
     EXPECT_EQ(columnsOf("K\xC3\xB6ln"), 4U);
     EXPECT_EQ(columnsOf(escaped("\x1B")), 4U);
 }
+
+TEST(Escape, LineFeedsStayBetweenLines)
+{
+    EXPECT_EQ(veltor::tool::escapedLines(""), "");
+    EXPECT_EQ(veltor::tool::escapedLines("a\r\n\n\x1B[b\n"), "a\\x0d\n\n\\x1b[b\n");
+    EXPECT_EQ(veltor::tool::escapedLines("a\nb"), "a\nb");
+}

@@ -190,17 +190,6 @@ bool hasAdministrator(void* handle)
     return hasText(dn) && hasText(password);
 }
 
-/// Lines made harmless for a terminal.
-std::string escapedLines(std::string_view text)
-{
-    std::string out;
-    for (const std::string_view line : linesOf(text)) {
-        const bool ended = line.ends_with('\n');
-        out += escaped(line.substr(0, line.size() - (ended ? 1 : 0))) + (ended ? "\n" : "");
-    }
-    return out;
-}
-
 std::string counted(std::size_t count, const char* one, const char* several)
 {
     return std::to_string(count) + ' ' + (count == 1 ? one : several);
@@ -262,7 +251,13 @@ ChangeEngine::~ChangeEngine()
 
 WipedText ChangeEngine::after() const
 {
-    return rendered(handle());
+    return replacement_ ? *replacement_ : rendered(handle());
+}
+
+void ChangeEngine::replaceText(WipedText text, void* readFrom)
+{
+    replacement_ = std::move(text);
+    readFrom_ = readFrom;
 }
 
 // A load drops the value of a last line without a line feed, and what follows such a line makes that permanent.
@@ -297,7 +292,8 @@ bool ChangeEngine::commit()
     requireWholeLastLine(view(text));
     const SignalsHeldBack untilInstalled;
     begun_ = false;
-    const int code = cfg_commit_s(handle());
+    const int code =
+        replacement_ ? cfg_install_s(handle(), replacement_->data(), replacement_->size()) : cfg_commit_s(handle());
     if (code != LDAP_SUCCESS) {
         throw commitFailure(session_, code);
     }
@@ -306,7 +302,7 @@ bool ChangeEngine::commit()
 
 void ChangeEngine::requireAdministrator() const
 {
-    if (hadAdministrator_ && !options_.allowLockout && !hasAdministrator(handle())) {
+    if (hadAdministrator_ && !options_.allowLockout && !hasAdministrator(replacement_ ? readFrom_ : handle())) {
         throw Failure(ExitCode::refused, session_.file() + ": after this change nobody could bind as administrator",
                       {"nothing was written; --allow-lockout permits that"});
     }

@@ -67,6 +67,10 @@ public:
     const WipedText& before() const { return before_; }
     WipedText after() const;
 
+    /// Has a commit install this text, in place of the changes that were made.
+    /// @param readFrom  a handle that has read the text; must outlive the engine
+    void replaceText(WipedText text, void* readFrom);
+
     /// Installs the change. Writes nothing when the text stays the same.
     /// @return  whether something was written
     /// @throws Failure  refused for what would not come back, busy for a file that somebody else has changed,
@@ -90,6 +94,8 @@ private:
     std::string backup_; ///< "" for none
     Session session_;
     WipedText before_;
+    std::optional<WipedText> replacement_;
+    void* readFrom_ = nullptr; ///< of the replacement
     bool hadAdministrator_ = false;
     bool begun_ = false;
 };

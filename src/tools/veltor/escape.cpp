@@ -85,6 +85,20 @@ std::string escaped(std::string_view text)
     return out;
 }
 
+std::string escapedLines(std::string_view text)
+{
+    std::string out;
+    for (;;) {
+        const std::size_t feed = text.find('\n');
+        out += escaped(text.substr(0, feed));
+        if (feed == std::string_view::npos) {
+            return out;
+        }
+        out += '\n';
+        text.remove_prefix(feed + 1);
+    }
+}
+
 std::size_t columnsOf(std::string_view escapedText)
 {
     std::size_t columns = 0;

@@ -27,6 +27,9 @@ bool isControl(std::uint32_t codePoint);
 /// is: DNs are full of them.
 std::string escaped(std::string_view text);
 
+/// The text with each of its lines escaped; the line feeds between them stay.
+std::string escapedLines(std::string_view text);
+
 /// The number of columns that an escaped text takes, one for each character.
 std::size_t columnsOf(std::string_view escapedText);
 

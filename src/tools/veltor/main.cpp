@@ -107,6 +107,10 @@ int run(int argc, char** argv)
         deleteCommand(application, target),
         passwdCommand(application, target),
         authCommand(application, target),
+        diffCommand(application, target),
+        fmtCommand(application, target),
+        backupCommand(application, target),
+        restoreCommand(application, target),
     };
     try {
         application.parse(argc, argv);

@@ -1,0 +1,129 @@
+// veltor backup: a copy of the file that is whole, or not there.
+#include "commands.h"
+#include "escape.h"
+#include "ldif_output.h"
+#include "whole_text.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr const char* footer =
+    R"(Without a name the copy is FILE.bak. A file of that name is replaced in one step when the
+copy is complete and on the disk. A file that the server can't read is not copied, so that it
+never takes the place of a good backup. The copy is readable to the owner and the group alone.
+
+The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
+see veltor --help.)";
+
+/// A new file beside the one that it replaces. Removed again unless it is put in place.
+class NewFile
+{
+public:
+    explicit NewFile(const std::string& name) : name_(name), temporary_(name + ".new-" + std::to_string(::getpid()))
+    {
+        descriptor_ =
+            ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+        require(descriptor_ >= 0, "can't be made");
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile()
+    {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+        if (!installed_) {
+            ::unlink(temporary_.c_str());
+        }
+    }
+
+    void write(std::string_view text) const
+    {
+        while (!text.empty()) {
+            const ssize_t written = ::write(descriptor_, text.data(), text.size());
+            require(written >= 0 || errno == EINTR, "can't be written");
+            text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        }
+    }
+
+    void install(const struct stat& original)
+    {
+        // Only root can give a file away; its mode is no wider than that of the original.
+        if (::geteuid() == 0) {
+            require(::fchown(descriptor_, original.st_uid, original.st_gid) == 0, "can't be given to the file's owner");
+        }
+        require(::fchmod(descriptor_, original.st_mode & (S_IRUSR | S_IWUSR | S_IRGRP)) == 0, "can't get its mode");
+        require(::fsync(descriptor_) == 0, "can't be written");
+        require(::rename(temporary_.c_str(), name_.c_str()) == 0, "can't be put in place");
+        installed_ = true;
+        const std::size_t slash = name_.rfind('/');
+        const std::string folder = slash == std::string::npos ? "." : name_.substr(0, slash + 1);
+        const int directory = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (directory >= 0) {
+            ::fsync(directory);
+            ::close(directory);
+        }
+    }
+
+private:
+    void require(bool holds, const char* finding) const
+    {
+        if (!holds) {
+            throw Failure(ExitCode::writeFailed, name_ + ": " + finding + ": " + std::strerror(errno),
+                          {"no copy was made; what was there before is unchanged"});
+        }
+    }
+
+    std::string name_, temporary_;
+    int descriptor_ = -1;
+    bool installed_ = false;
+};
+
+ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target)
+{
+    const Session session(target);
+    const std::string copy = name.value_or(session.file() + ".bak");
+    const WipedText text = readConfiguration(session.file());
+    struct stat original = {};
+    struct stat status = {};
+    if (::stat(session.file().c_str(), &original) != 0) {
+        throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno), {"no copy was made"});
+    }
+    if (::stat(copy.c_str(), &status) == 0) {
+        if (status.st_dev == original.st_dev && status.st_ino == original.st_ino) {
+            throw Failure(ExitCode::usage, copy + " is the configuration file itself", {"no copy was made"});
+        }
+        if (!S_ISREG(status.st_mode)) {
+            throw Failure(ExitCode::usage, copy + " is no plain file", {"no copy was made"});
+        }
+    }
+    NewFile file(copy);
+    file.write(view(text));
+    file.install(original);
+    writeOut(STDOUT_FILENO, escaped(session.file() + ": copied to " + copy) + '\n');
+    return ExitCode::done;
+}
+
+} // namespace
+
+Command backupCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto name = std::make_shared<std::optional<std::string>>();
+    CLI::App* command = application.add_subcommand("backup", "Copy the file")->group("Commands");
+    command->add_option("COPY", *name, "The name of the copy; without it FILE.bak")->type_name("");
+    command->footer(footer);
+    return {command, [name, &target] { return backup(*name, target); }};
+}
+
+} // namespace veltor::tool

@@ -1,0 +1,316 @@
+// veltor diff: what differs between two configurations, as texts with their secrets masked or as change records.
+#include "change_scan.h"
+#include "commands.h"
+#include "ldif_output.h"
+#include "results.h"
+#include "secrets.h"
+#include "whole_text.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr const char* footer =
+    R"(Without names the backup FILE.bak is compared with the file, with one name that file with
+it. The exit status is 0 for no difference, 1 for one, and 2 or more for an error. Secrets
+are masked: *** is the same in both texts, *** (before) and *** (after) are not.
+
+With --ldif come the change records that make the second configuration of the first:
+veltor modify takes them. They name the old values as well as the new ones. A password
+that differs is only printed, in its stored form, with --show-secrets;
+without it the command stops.
+
+    The options common to all commands(-F, -D, -W, -y, -w, --local) are accepted here too;
+see veltor --help.)";
+
+struct DiffOptions
+{
+    std::optional<std::string> before, after;
+    bool ldif = false;
+    bool showSecrets = false;
+};
+
+std::string_view textOf(const cfg_message& node)
+{
+    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
+}
+
+using Values = std::vector<std::string_view>;
+
+Values valuesOf(const cfg_message* attribute)
+{
+    Values values;
+    for (const cfg_message* value = attribute == nullptr ? nullptr : attribute->children; value != nullptr;
+         value = value->next) {
+        values.push_back(textOf(*value));
+    }
+    return values;
+}
+
+const cfg_message* attributeOf(const cfg_message& entry, std::string_view name)
+{
+    const cfg_message* attribute = entry.children;
+    while (attribute != nullptr && !sameName(textOf(*attribute), name)) {
+        attribute = attribute->next;
+    }
+    return attribute;
+}
+
+/// A configuration that was read without a bind, as it is stored.
+class Tree
+{
+public:
+    explicit Tree(const std::string& file) : session_(readingOf(file))
+    {
+        const int code = cfg_read_s(session_.handle(), "", LDAP_SCOPE_SUBTREE, results_.receiver());
+        if (code != LDAP_SUCCESS) {
+            throw libraryFailure(session_.handle(), code, {Stage::search, ""});
+        }
+        for (const cfg_message* entry = results_.first(); entry != nullptr; entry = entry->next) {
+            entries_.push_back(entry);
+            byDn_.emplace(folded(textOf(*entry)), entry);
+        }
+    }
+
+    const std::vector<const cfg_message*>& entries() const { return entries_; }
+
+    /// The entry of this DN, null for none. DNs are printed in their normal form, but in any letter case.
+    const cfg_message* find(const cfg_message& other) const
+    {
+        const auto found = byDn_.find(folded(textOf(other)));
+        return found == byDn_.end() ? nullptr : found->second;
+    }
+
+private:
+    static std::string folded(std::string_view dn)
+    {
+        std::string result(dn);
+        std::transform(result.begin(), result.end(), result.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+        return result;
+    }
+
+    Session session_;
+    Results results_;
+    std::vector<const cfg_message*> entries_;
+    std::map<std::string, const cfg_message*> byDn_;
+};
+
+/// The change records that make one tree of another.
+class Records
+{
+public:
+    Records(const Tree& before, const Tree& after, bool showSecrets)
+        : before_(before), after_(after), showSecrets_(showSecrets)
+    {
+    }
+
+    /// @return  the records, empty for equal trees
+    WipedText make()
+    {
+        append(out_, "version: 1\n");
+        const std::size_t head = out_.size();
+        // Children go before their parents, and come behind them.
+        for (auto entry = before_.entries().rbegin(); entry != before_.entries().rend(); ++entry) {
+            if (after_.find(**entry) == nullptr) {
+                appendRemoval(**entry);
+            }
+        }
+        for (const cfg_message* entry : after_.entries()) {
+            const cfg_message* const old = before_.find(*entry);
+            if (old == nullptr) {
+                appendNew(*entry);
+            } else {
+                appendChange(*old, *entry);
+            }
+        }
+        if (out_.size() == head) {
+            out_.clear();
+        }
+        return std::move(out_);
+    }
+
+private:
+    void begin(const cfg_message& entry, std::string_view change)
+    {
+        append(out_, "\n");
+        appendLdifLine(out_, "dn", textOf(entry));
+        appendLdifLine(out_, "changetype", change);
+    }
+
+    // The file keeps any text before a colon as a name.
+    static void requireName(const cfg_message& entry, std::string_view name)
+    {
+        if (!isAttributeDescription(name)) {
+            throw Failure(ExitCode::refused,
+                          std::string(textOf(entry)) + ": \"" + std::string(name) +
+                              "\" differs, and change records can't name it",
+                          {"nothing was printed; without --ldif the difference is printed as text"});
+        }
+    }
+
+    void appendValue(const cfg_message& entry, std::string_view name, std::string_view value)
+    {
+        if (!showSecrets_ && isSecret(name, value)) {
+            throw Failure(ExitCode::usage,
+                          std::string(textOf(entry)) + ": " + std::string(name) + " is a secret and differs",
+                          {"nothing was printed; --show-secrets prints it as it is stored"});
+        }
+        appendLdifLine(out_, name, value);
+    }
+
+    void appendRemoval(const cfg_message& entry)
+    {
+        append(out_, "\n");
+        // What is lost, for whoever wants it back.
+        for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
+            for (const std::string_view value : valuesOf(attribute)) {
+                const bool hidden = !showSecrets_ && isSecret(textOf(*attribute), value);
+                appendLdifComment(out_,
+                                  std::string(textOf(*attribute)) + ": " + (hidden ? "hidden" : std::string(value)));
+            }
+        }
+        appendLdifLine(out_, "dn", textOf(entry));
+        appendLdifLine(out_, "changetype", "delete");
+    }
+
+    void appendNew(const cfg_message& entry)
+    {
+        begin(entry, "add");
+        for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
+            const std::string_view name = textOf(*attribute);
+            requireName(entry, name);
+            for (const std::string_view value : valuesOf(attribute)) {
+                appendValue(entry, name, value);
+            }
+        }
+    }
+
+    void appendOperation(const cfg_message& entry, std::string_view operation, std::string_view name,
+                         const Values& values)
+    {
+        if (values.empty()) {
+            return;
+        }
+        appendLdifLine(out_, operation, name);
+        for (const std::string_view value : values) {
+            appendValue(entry, name, value);
+        }
+        append(out_, "-\n");
+    }
+
+    void appendChange(const cfg_message& old, const cfg_message& entry)
+    {
+        std::vector<std::string_view> names;
+        for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
+            names.push_back(textOf(*attribute));
+        }
+        for (const cfg_message* attribute = old.children; attribute != nullptr; attribute = attribute->next) {
+            if (attributeOf(entry, textOf(*attribute)) == nullptr) {
+                names.push_back(textOf(*attribute));
+            }
+        }
+        bool begun = false;
+        for (const std::string_view name : names) {
+            const Values oldValues = valuesOf(attributeOf(old, name));
+            const Values newValues = valuesOf(attributeOf(entry, name));
+            if (oldValues == newValues) {
+                continue;
+            }
+            if (!std::exchange(begun, true)) {
+                begin(entry, "modify");
+            }
+            requireName(entry, name);
+            appendDifference(entry, name, oldValues, newValues);
+        }
+    }
+
+    void appendDifference(const cfg_message& entry, std::string_view name, const Values& oldValues,
+                          const Values& newValues)
+    {
+        const auto without = [](const Values& values, const Values& others) {
+            Values rest;
+            std::copy_if(values.begin(), values.end(), std::back_inserter(rest), [&](std::string_view value) {
+                return std::find(others.begin(), others.end(), value) == others.end();
+            });
+            return rest;
+        };
+        const Values gone = without(oldValues, newValues);
+        const Values come = without(newValues, oldValues);
+        Values made = without(oldValues, gone);
+        made.insert(made.end(), come.begin(), come.end());
+        // New values come behind those that stay; for another order all of them go first.
+        const bool inOrder = made == newValues;
+        appendOperation(entry, "delete", name, inOrder ? gone : oldValues);
+        appendOperation(entry, "add", name, inOrder ? come : newValues);
+    }
+
+    const Tree& before_;
+    const Tree& after_;
+    bool showSecrets_;
+    WipedText out_;
+};
+
+WipedText ldifOf(const std::string& before, const std::string& after, const DiffOptions& options,
+                 const TargetOptions& target)
+{
+    if (options.showSecrets && !Session(target).mayAdminister()) {
+        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
+                      {"nothing was printed; add -W, -y FILE or -w PASSWORD"});
+    }
+    const Tree beforeTree(before);
+    const Tree afterTree(after);
+    return Records(beforeTree, afterTree, options.showSecrets).make();
+}
+
+WipedText textDiffOf(const std::string& before, const std::string& after)
+{
+    const WipedText beforeText = readConfiguration(before);
+    const WipedText afterText = readConfiguration(after);
+    WipedText out;
+    append(out, shownDifference(view(beforeText), view(afterText), before, after));
+    return out;
+}
+
+ExitCode diff(const DiffOptions& options, const TargetOptions& target)
+{
+    if (options.showSecrets && !options.ldif) {
+        throw Failure(ExitCode::usage, "the texts are compared with their secrets masked",
+                      {"nothing was read; --show-secrets goes with --ldif"});
+    }
+    const std::string file = fileOf(target);
+    const std::string before = options.before.value_or(file + ".bak");
+    const std::string after = options.after.value_or(file);
+    const WipedText out = options.ldif ? ldifOf(before, after, options, target) : textDiffOf(before, after);
+    writeOut(STDOUT_FILENO, view(out));
+    return out.empty() ? ExitCode::done : ExitCode::no;
+}
+
+} // namespace
+
+Command diffCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto options = std::make_shared<DiffOptions>();
+    CLI::App* command =
+        application.add_subcommand("diff", "Tell what differs between two configurations")->group("Commands");
+    command->add_flag("--ldif", options->ldif, "Print change records that veltor modify takes");
+    command->add_flag("--show-secrets", options->showSecrets, "With --ldif: print passwords as they are stored");
+    command->add_option("A", options->before, "The file before; without it the backup FILE.bak")->type_name("");
+    command->add_option("B", options->after, "The file after; without it the configuration file")->type_name("");
+    command->footer(footer);
+    return {command, [options, &target] { return diff(*options, target); }};
+}
+
+} // namespace veltor::tool

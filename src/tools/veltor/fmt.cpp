@@ -1,0 +1,133 @@
+// veltor fmt: the file in the library's own layout.
+#include "commands.h"
+#include "ldif_output.h"
+#include "results.h"
+#include "whole_text.h"
+
+#include <memory>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
+
+namespace veltor::tool {
+
+namespace {
+
+constexpr const char* footer =
+    R"(Every other command leaves the lines alone that it is not about. This one writes each of them
+as the library would: attributes in order, continuation lines joined, line ends that are
+line feeds, rejected lines as values of zor-slapdInvalidLine. Comments stay with what they
+stand above. What the server reads is the same before and after, which is checked.
+
+)";
+
+/// The file in the library's own form.
+WipedText ownForm(const Session& reading)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    const int code = cfg_render_s(reading.handle(), &text, &size);
+    if (code != LDAP_SUCCESS) {
+        throw libraryFailure(reading.handle(), code, {Stage::update, "", "", "nothing was written"});
+    }
+    WipedText copy;
+    append(copy, {text, size});
+    ::explicit_bzero(text, size);
+    cfg_memfree(text);
+    return copy;
+}
+
+bool isEqualLevel(const cfg_message* left, const cfg_message* right)
+{
+    for (; left != nullptr && right != nullptr; left = left->next, right = right->next) {
+        if (std::string_view(left->text) != right->text || !isEqualLevel(left->children, right->children)) {
+            return false;
+        }
+    }
+    return left == nullptr && right == nullptr;
+}
+
+/// True when both have read the same entries with the same values.
+bool readTheSame(const Session& left, const Session& right)
+{
+    Results leftTree;
+    Results rightTree;
+    for (const auto& [session, results] : {std::pair(&left, &leftTree), std::pair(&right, &rightTree)}) {
+        const int code = cfg_read_s(session->handle(), "", LDAP_SCOPE_SUBTREE, results->receiver());
+        if (code != LDAP_SUCCESS) {
+            throw libraryFailure(session->handle(), code, {Stage::update, "", "", "nothing was written"});
+        }
+    }
+    return isEqualLevel(leftTree.first(), rightTree.first());
+}
+
+/// A text as a file that is nowhere on a disk.
+class MemoryFile
+{
+public:
+    explicit MemoryFile(std::string_view text) : descriptor_(::memfd_create("veltor", MFD_CLOEXEC))
+    {
+        if (descriptor_ < 0) {
+            throw Failure(ExitCode::internal, "there is no memory to check the text in", {"nothing was written"});
+        }
+        writeOut(descriptor_, text);
+    }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    ~MemoryFile() { ::close(descriptor_); }
+    std::string name() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+private:
+    int descriptor_;
+};
+
+// A value or a DN that the own form can't express would come back as another.
+void requireSameConfiguration(const Session& reading, const WipedText& text)
+{
+    bool same = false;
+    try {
+        const MemoryFile copy(view(text));
+        const Session again(readingOf(copy.name()));
+        same = readTheSame(reading, again) && ownForm(again) == text;
+    } catch (const Failure&) {
+        same = false;
+    }
+    if (!same) {
+        throw Failure(ExitCode::refused, reading.file() + ": the library's own form can't express all of it",
+                      {"nothing was written; what would not come back is told by: veltor check"});
+    }
+}
+
+ExitCode format(const WriteOptions& options, const TargetOptions& target)
+{
+    ChangeEngine engine(target, options);
+    const Session reading(readingOf(engine.session().file()));
+    WipedText text = ownForm(reading);
+    if (text != engine.before()) {
+        requireSameConfiguration(reading, text);
+        if (options.dryRun) {
+            const std::string& file = engine.session().file();
+            return tellDryRun(shownDifference(view(engine.before()), view(text), file, "(after fmt)"), options);
+        }
+    }
+    engine.replaceText(std::move(text), reading.handle());
+    ChangeReport report;
+    report.log = "the library's own layout";
+    return engine.finish(report);
+}
+
+} // namespace
+
+Command fmtCommand(CLI::App& application, const TargetOptions& target)
+{
+    const auto options = std::make_shared<WriteOptions>();
+    CLI::App* command =
+        application.add_subcommand("fmt", "Write the file in the library's own layout")->group("Commands");
+    addWriteOptions(*command, *options);
+    command->footer(std::string(footer) + writeFooter);
+    return {command, [options, &target] { return format(*options, target); }};
+}
+
+} // namespace veltor::tool

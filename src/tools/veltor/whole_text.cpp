@@ -1,0 +1,43 @@
+// Texts are read whole into memory that is wiped, and never into a file of ours.
+#include "whole_text.h"
+
+#include "change_records.h"
+#include "escape.h"
+#include "ldif_output.h"
+#include "masked_text.h"
+#include "text_diff.h"
+
+#include <unistd.h>
+
+namespace veltor::tool {
+
+WipedText readConfiguration(const std::string& file)
+{
+    try {
+        return readChangeFile(file);
+    } catch (const Failure& failure) {
+        throw Failure(failure.exit(), failure.what(), {"nothing was written; name another file"});
+    }
+}
+
+TargetOptions readingOf(const std::string& file)
+{
+    TargetOptions options;
+    options.file = file;
+    return options;
+}
+
+std::string shownDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
+                            const std::string& afterLabel)
+{
+    const MaskedTexts texts = maskedTexts(before, after);
+    return escapedLines(unifiedDiff(texts.before, texts.after, beforeLabel, afterLabel));
+}
+
+ExitCode tellDryRun(const std::string& difference, const WriteOptions& options)
+{
+    writeOut(STDOUT_FILENO, difference + "dry run: nothing written\n");
+    return options.exitCode ? ExitCode::no : ExitCode::done;
+}
+
+} // namespace veltor::tool

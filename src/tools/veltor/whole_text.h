@@ -1,0 +1,30 @@
+// What the commands that put a whole text in the file's place have in common.
+#ifndef VELTOR_TOOL_WHOLE_TEXT_H
+#define VELTOR_TOOL_WHOLE_TEXT_H
+
+#include "change_engine.h"
+#include "wiped_text.h"
+
+#include <string>
+#include <string_view>
+
+namespace veltor::tool {
+
+/// The bytes of a configuration file, as they are.
+/// @throws Failure (file)
+WipedText readConfiguration(const std::string& file);
+
+/// The options that read this file without a bind.
+TargetOptions readingOf(const std::string& file);
+
+/// The difference that is shown: secrets masked, harmless for a terminal.
+std::string shownDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
+                            const std::string& afterLabel);
+
+/// Tells what a dry run found.
+/// @return  done, or no where the options ask for that
+ExitCode tellDryRun(const std::string& difference, const WriteOptions& options);
+
+} // namespace veltor::tool
+
+#endif
