@@ -53,6 +53,15 @@ RUNS = [
     (["add"], NO_DOCUMENT, {"error"}),
     (["modify"], NO_DOCUMENT, {"error"}),
     (["delete", "cn=Nobody"], NO_DOCUMENT, {"error"}),
+    (["set", "port=1389"], NO_DOCUMENT, {"error"}),
+    (["unset", "port"], NO_DOCUMENT, {"error"}),
+    (["apply"], NO_DOCUMENT, {"error"}),
+    (["passwd"], NO_DOCUMENT, {"error"}),
+    (["auth"], NO_DOCUMENT, {"error"}),
+    (["diff"], NO_DOCUMENT, {"error"}),
+    (["fmt"], NO_DOCUMENT, {"error"}),
+    (["backup"], NO_DOCUMENT, {"error"}),
+    (["restore"], NO_DOCUMENT, {"error"}),
 ]
 
 SECRETS = re.compile("secret-of-the-example|>1")
