@@ -73,7 +73,9 @@ ChangeRecord recordOf(const std::string& dn, const std::vector<std::string>& ass
         ChangeValue value;
         append(value.text, assignment.value);
         if (const std::optional<std::string> finding = whyUnstorable(name, view(value.text))) {
-            throw Failure(ExitCode::refused, dn + ": " + name + ": " + *finding, {nothingWritten});
+            std::string message = dn;
+            message.append(": ").append(name).append(": ").append(*finding);
+            throw Failure(ExitCode::refused, message, {nothingWritten});
         }
         value.text.push_back('\0');
         auto operation =

@@ -197,7 +197,7 @@ std::string textFor(const cfg_attr_type& type, const Settings& settings, const s
     for (const Setting& setting : settings.values) {
         const std::string value = setting.value ? escaped(*setting.value) : "***";
         const std::string dn = setting.dn.empty() ? "above the entries" : escaped(setting.dn);
-        out += "  now: " + value + "   " + dn + ", " + escaped(file);
+        out.append("  now: ").append(value).append("   ").append(dn).append(", ").append(escaped(file));
         out += setting.line > 0 ? ':' + std::to_string(setting.line) + '\n' : "\n";
     }
     return out;
