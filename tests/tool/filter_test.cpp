@@ -304,11 +304,11 @@ TEST(Filter, RefusesWhatMeansNothingAndPointsAtIt)
 TEST(Filter, AnyDepthEndsWell)
 {
     const auto nested = [](int depth) {
-        std::string text = "(cn=*)";
+        std::string text;
         for (int level = 0; level < depth; ++level) {
-            text = "(!" + text + ')';
+            text += "(!";
         }
-        return text;
+        return text + "(cn=*)" + std::string(static_cast<std::size_t>(depth), ')');
     };
     EXPECT_EQ(evaluated(nested(200), {{"cn", {"a"}}}), Truth::yes);
     EXPECT_THROW(parseFilter(nested(201)), Failure);
