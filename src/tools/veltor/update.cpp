@@ -298,9 +298,9 @@ void Update::requireKnown() const
                 finding += (&name == &nearest.front() ? "; did you mean " : " or ") + name;
             }
             finding += nearest.empty() ? "" : "?";
-            const std::string where = placeName(changes_.source, operation.place);
-            throw Failure(ExitCode::refused, (where.empty() ? record.dn : where + ": " + record.dn) + ": " + finding,
-                          {"nothing was written; --allow-unknown stores it as free text"});
+            std::string message = placeName(changes_.source, operation.place);
+            message.append(message.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
+            throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"});
         }
     }
 }
