@@ -5,21 +5,14 @@
 
 namespace veltor::detail {
 
-void EditedText::insert(std::size_t position, Sticks sticks, NewLines lines)
+void EditedText::insert(std::size_t position, Kind kind, NewLines lines)
 {
-    edits_.push_back({position, position, static_cast<int>(sticks),
-                      sticks == Sticks::onItsOwn ? Kind::entry : Kind::insertion, std::move(lines)});
+    edits_.push_back({position, position, kind, std::move(lines)});
 }
 
 void EditedText::replace(TextRange range, NewLines lines)
 {
-    constexpr int behindInsertions = static_cast<int>(Sticks::toLineBelow) + 1;
-    edits_.push_back({range.begin, range.end, behindInsertions, Kind::instead, std::move(lines)});
-}
-
-void EditedText::putOnTop(NewLines lines)
-{
-    edits_.push_back({0, 0, -1, Kind::onTop, std::move(lines)});
+    edits_.push_back({range.begin, range.end, Kind::instead, std::move(lines)});
 }
 
 bool EditedText::insertsAt(std::size_t position) const
@@ -37,7 +30,7 @@ bool EditedText::replaces(std::size_t position) const
 void EditedText::finish()
 {
     std::stable_sort(edits_.begin(), edits_.end(), [](const Edit& left, const Edit& right) {
-        return std::pair(left.begin, left.rank) < std::pair(right.begin, right.rank);
+        return std::pair(left.begin, left.kind) < std::pair(right.begin, right.kind);
     });
     std::size_t done = 0;
     for (const Edit& edit : edits_) {
@@ -47,7 +40,7 @@ void EditedText::finish()
             continue;
         }
         if (edit.kind == Kind::entry) {
-            owesBlank_ = size_ != 0 && !endsWithEmptyLine();
+            owesBlank_ = !pieces_.empty() && !endsWithEmptyLine();
         }
         emitLines(edit.lines);
         owesBlank_ = edit.kind == Kind::entry || edit.kind == Kind::onTop;
@@ -55,10 +48,9 @@ void EditedText::finish()
     emitSource({done, source_.size()});
 }
 
-void EditedText::emit(std::string_view piece)
+void EditedText::emitMade(std::string text)
 {
-    pieces_.push_back(piece);
-    size_ += piece.size();
+    pieces_.push_back(made_.emplace_back(std::move(text)));
 }
 
 void EditedText::emitSource(TextRange range)
@@ -67,10 +59,10 @@ void EditedText::emitSource(TextRange range)
         return;
     }
     if (owesBlank_ && !isEmptyLine(source_, range.begin)) {
-        emit(made_.emplace_back(lineEnd()));
+        emitMade(std::string(lineEnd()));
     }
     owesBlank_ = false;
-    emit(range.in(source_));
+    pieces_.push_back(range.in(source_));
 }
 
 void EditedText::emitLines(const NewLines& lines)
@@ -92,7 +84,7 @@ void EditedText::emitLines(const NewLines& lines)
             end = endOf(asItStands);
         }
     }
-    emit(made_.emplace_back(std::move(text)));
+    emitMade(std::move(text));
 }
 
 /// How a line ends that has an end.

@@ -38,32 +38,29 @@ private:
 class EditedText
 {
 public:
-    /// What is inserted at one place comes in this order.
-    enum class Sticks {
-        toLineAbove, ///< further lines of an entry
-        onItsOwn,    ///< whole entries: a blank line before and one behind, unless one is there or the text ends
-        toLineBelow, ///< comments
+    /// What comes at one place comes in this order.
+    enum class Kind {
+        onTop,      ///< lines at the top of the text: a blank line behind them, unless one is there
+        behindLine, ///< further lines of an entry
+        entry,      ///< a blank line before and one behind, unless one is there or the text ends
+        aboveLine,  ///< comments
+        instead,    ///< see replace()
     };
 
     /// @param source  outlives this
     explicit EditedText(std::string_view source) : source_(source) {}
 
-    void insert(std::size_t position, Sticks sticks, NewLines lines);
+    void insert(std::size_t position, Kind kind, NewLines lines);
     /// Removes whole lines; `lines` take their place.
     void replace(TextRange range, NewLines lines = {});
     /// True when something was inserted there.
     bool insertsAt(std::size_t position) const;
     /// True when the line that begins there was removed or replaced.
     bool replaces(std::size_t position) const;
-    /// Lines that stand by themselves at the top of the text, and a blank line behind them unless one is there.
-    void putOnTop(NewLines lines);
 
     void finish();
 
-    /// After finish().
-    std::size_t size() const { return size_; }
-
-    /// Hands the text over in pieces, in order, until one is refused. Needs no memory.
+    /// After finish(). Hands the text over in pieces, in order, until one is refused. Needs no memory.
     /// @param take  gives false to refuse a std::string_view
     template <class Take>
     void handOver(Take&& take) const
@@ -76,18 +73,15 @@ public:
     }
 
 private:
-    enum class Kind { insertion, entry, onTop, instead };
-
     struct Edit
     {
         std::size_t begin;
         std::size_t end;
-        int rank; // among those that begin at one place
         Kind kind;
         NewLines lines;
     };
 
-    void emit(std::string_view piece);
+    void emitMade(std::string text);
     void emitSource(TextRange range);
     void emitLines(const NewLines& lines);
     static std::string_view endOf(std::string_view line);
@@ -98,7 +92,6 @@ private:
     std::vector<Edit> edits_;
     std::deque<std::string> made_;
     std::vector<std::string_view> pieces_;
-    std::size_t size_ = 0;
     bool owesBlank_ = false; // unless a blank line follows
 };
 

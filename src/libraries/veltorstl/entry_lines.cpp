@@ -55,14 +55,19 @@ std::size_t endOfLines(std::string_view text, TextRange range)
 
 } // namespace
 
+std::size_t behindLine(std::string_view text, std::size_t begin)
+{
+    const std::size_t lineFeed = text.find('\n', begin);
+    return lineFeed == std::string_view::npos ? text.size() : lineFeed + 1;
+}
+
 bool isBlankLine(std::string_view text, std::size_t position)
 {
-    LDIF_Line line;
-    const std::string_view physical = physicalLine(text, position);
     if (position == text.size()) {
         return false;
     }
-    LineReader(physical).next(line);
+    LDIF_Line line;
+    LineReader(physicalLine(text, position)).next(line);
     return line.type == LDIF_Line::blankLine;
 }
 

@@ -43,6 +43,9 @@ struct ValueLine
     bool isKept = false; // one that could not be used, whose text became the value
 };
 
+/// Where the line below the physical one begins that begins there, or the text ends.
+std::size_t behindLine(std::string_view text, std::size_t begin);
+
 /// True when a line that holds nothing but white space begins there.
 bool isBlankLine(std::string_view text, std::size_t position);
 

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <limits>
 #include <map>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -27,13 +26,6 @@ void addLines(NewLines& lines, std::string_view text)
         const std::size_t end = std::min(text.find('\n'), text.size());
         lines.add(std::string(text.substr(0, end)));
         text.remove_prefix(std::min(end + 1, text.size()));
-    }
-}
-
-void addBlock(NewLines& lines, const LDIF_Comment& comment)
-{
-    for (std::size_t line = comment.linesAboveBlock(); line < comment.lines.size(); ++line) {
-        lines.add(comment.lines[line].value);
     }
 }
 
@@ -120,13 +112,10 @@ private:
         }
     }
 
-    const Changes::NewComment* newComment(const LDIF_Entry& entry, const cisString& attribute) const
+    /// @param attribute  empty: the entry's own comment
+    bool hasNewComment(const LDIF_Entry& entry, const cisString& attribute) const
     {
-        if (changes_.comments.empty()) {
-            return nullptr;
-        }
-        const auto found = changes_.comments.find({entry.dn, attribute});
-        return found == changes_.comments.end() ? nullptr : &*found;
+        return !changes_.comments.empty() && changes_.comments.contains({entry.dn, attribute});
     }
 
     // ---- Entries that go ----
@@ -135,18 +124,15 @@ private:
     {
         const EntryPlace& place = places_[index];
         const std::size_t end = endOfBody(text_, place);
-        take({blockAbove(text_, place.begin).begin, end});
-        comments_.removed.push_back({blockAbove(text_, place.begin).begin, end});
+        takeComments({blockAbove(text_, place.begin).begin, end});
         if (place.end == text_.size() || !isBlankLine(text_, place.end)) {
             return;
         }
-        const std::size_t next = behindLine(place.end);
+        const std::size_t next = behindLine(text_, place.end);
         if (!mayContinue(next) || end != place.end || !followsAttribute(index)) {
             take({place.end, next});
         }
     }
-
-    std::size_t behindLine(std::size_t begin) const { return std::min(text_.find('\n', begin), text_.size() - 1) + 1; }
 
     /// True when the line that begins there may be one that would continue an attribute above it.
     bool mayContinue(std::size_t line) const
@@ -165,7 +151,7 @@ private:
                 return begin != 0 && begin == above;
             }
             // The entry above goes, too, and the blank line that closes it.
-            if (begin != above && (!isBlankLine(text_, above) || begin != behindLine(above))) {
+            if (begin != above && (!isBlankLine(text_, above) || begin != behindLine(text_, above))) {
                 return false;
             }
         }
@@ -179,6 +165,7 @@ private:
         }
     }
 
+    /// The same for lines with comments among them.
     void takeComments(TextRange lines)
     {
         take(lines);
@@ -202,16 +189,16 @@ private:
         }
         NewLines fresh;
         for (auto attribute = entry.attributes.cbegin(); attribute != entry.attributes.cend(); ++attribute) {
-            const bool hasNewComment = newComment(entry, attribute->name) != nullptr;
+            const bool isCommented = hasNewComment(entry, attribute->name);
             const auto told = byName.extract(attribute->name);
             if (told.empty()) {
-                addNew(entry, *attribute, hasNewComment, fresh);
+                addNew(entry, *attribute, isCommented, fresh);
                 continue;
             }
             const auto going = &entry == &root_
                                    ? changeValues(withoutUnsaidDefault(*attribute, told.mapped()), told.mapped())
                                    : changeValues(*attribute, told.mapped());
-            if (hasNewComment) {
+            if (isCommented) {
                 changeComment(*attribute, told.mapped(), {going.begin(), going.end()});
             }
         }
@@ -221,17 +208,15 @@ private:
                 take(line->range);
             }
         }
-        if (newComment(entry, "") != nullptr && &entry != &root_) {
+        if (hasNewComment(entry, "") && &entry != &root_) {
             changeComment(entry, places);
         }
         if (fresh.empty()) {
             return;
         }
-        if (lines.endOfFirst() == 0) {
-            edited_.putOnTop(std::move(fresh));
-        } else {
-            edited_.insert(lines.endOfFirst(), EditedText::Sticks::toLineAbove, std::move(fresh));
-        }
+        const bool isOnTop = lines.endOfFirst() == 0;
+        edited_.insert(lines.endOfFirst(), isOnTop ? EditedText::Kind::onTop : EditedText::Kind::behindLine,
+                       std::move(fresh));
     }
 
     static bool beginsWithDefault(const LDIF_Attribute& attribute)
@@ -259,16 +244,15 @@ private:
     }
 
     /// An attribute that the text does not tell.
-    void addNew(const LDIF_Entry& entry, const LDIF_Attribute& attribute, bool hasNewComment, NewLines& lines)
+    void addNew(const LDIF_Entry& entry, const LDIF_Attribute& attribute, bool isCommented, NewLines& lines)
     {
         // What the root has by default a load adds again.
-        if (&entry == &root_ && (!hasNewComment || blockSize(attribute.comment) == 0) && attribute.values.size() == 1 &&
+        if (&entry == &root_ && (!isCommented || blockSize(attribute.comment) == 0) && attribute.values.size() == 1 &&
             beginsWithDefault(attribute)) {
             return;
         }
-        if (hasNewComment || &entry != &root_) {
+        if (isCommented || &entry != &root_) {
             addBlock(lines, attribute.comment);
-            comments_.added += blockSize(attribute.comment);
         }
         addLines(lines, attribute.values.str());
     }
@@ -332,7 +316,7 @@ private:
             for (const std::size_t position : left) {
                 made.add(attribute.name + ": " + wanted.values[position].str());
             }
-            edited_.insert(lines.back()->range.end, EditedText::Sticks::toLineAbove, std::move(made));
+            edited_.insert(lines.back()->range.end, EditedText::Kind::behindLine, std::move(made));
         }
         return rest;
     }
@@ -389,6 +373,14 @@ private:
 
     // ---- Comments ----
 
+    void addBlock(NewLines& lines, const LDIF_Comment& comment)
+    {
+        for (std::size_t line = comment.linesAboveBlock(); line < comment.lines.size(); ++line) {
+            lines.add(comment.lines[line].value);
+        }
+        comments_.added += blockSize(comment);
+    }
+
     /// A block and whether the line below it stays.
     struct OldBlock
     {
@@ -424,8 +416,7 @@ private:
             return {lines, false};
         }
         // The blank line that closes an entry without comments at its end belongs to nobody.
-        const std::size_t behindBlank = text_.find('\n', above) + 1;
-        return {lines, index == 0 || !isBlankLine(text_, above) || behindBlank != lines.begin};
+        return {lines, index == 0 || !isBlankLine(text_, above) || behindLine(text_, above) != lines.begin};
     }
 
     /// The store's block is what stands above the last of several lines, up to what parts it.
@@ -458,9 +449,8 @@ private:
         }
         NewLines lines;
         addBlock(lines, comment);
-        comments_.added += blockSize(comment);
         if (!lines.empty()) {
-            edited_.insert(place != nowhere ? place : below, EditedText::Sticks::toLineBelow, std::move(lines));
+            edited_.insert(place != nowhere ? place : below, EditedText::Kind::aboveLine, std::move(lines));
         }
     }
 
@@ -590,14 +580,12 @@ private:
     {
         NewLines lines;
         addBlock(lines, entry.comment);
-        comments_.added += blockSize(entry.comment);
         lines.add(entry.dnLabel + ": " + entry.dn.str());
         for (auto attribute = entry.attributes.cbegin(); attribute != entry.attributes.cend(); ++attribute) {
             addBlock(lines, attribute->comment);
-            comments_.added += blockSize(attribute->comment);
             addLines(lines, attribute->values.str());
         }
-        edited_.insert(position, EditedText::Sticks::onItsOwn, std::move(lines));
+        edited_.insert(position, EditedText::Kind::entry, std::move(lines));
     }
 
     // ---- The last line ----
@@ -647,14 +635,13 @@ public:
         // An end that was missing is there once something follows; carriage returns mean nothing.
         return line.substr(0, line.find_last_not_of('\r') + 1);
     }
-    void next() { find(behind(begin_)); }
+    void next() { find(behindLine(text_, begin_)); }
 
 private:
-    std::size_t behind(std::size_t line) const { return std::min(text_.find('\n', line), text_.size() - 1) + 1; }
     void find(std::size_t line)
     {
         while (line < text_.size() && !isCommentLine(text_, line)) {
-            line = behind(line);
+            line = behindLine(text_, line);
         }
         begin_ = line;
     }
@@ -710,8 +697,7 @@ std::pair<TextRange, TextRange> differingLines(std::string_view before, const st
     for (const TextRange lines : removed) {
         back = lines.empty() ? back : std::min(back, before.size() - lines.end);
     }
-    const std::size_t end = std::min(before.find('\n', before.size() - back), before.size() - 1) + 1;
-    back = before.empty() ? 0 : before.size() - end;
+    back = before.size() - behindLine(before, before.size() - back);
     return {{front, before.size() - back}, {front, after.size() - back}};
 }
 

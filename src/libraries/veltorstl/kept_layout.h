@@ -31,7 +31,7 @@
 
 namespace veltor::detail {
 
-/// What a change set touched. Those who want less work say less; more does no harm.
+/// What a change set touched. What is said and did not change does no harm.
 struct Changes
 {
     /// A comment that was set: of an entry, or of one of its attributes.
