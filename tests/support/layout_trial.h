@@ -819,15 +819,10 @@ public:
     /// @throws Broken
     void run(const std::string& text, const std::vector<ChangeSet>& sets)
     {
-        ++tally_.texts;
-        text_ = text;
-        handle_ = boundTo(folder_.write(fileName, text), CFG_WRITE_SAFE, CFG_LAYOUT_KEEP);
-        require(folder_.read(fileName) == text, "a load writes nothing");
         Tree tree;
-        if (handle_ == nullptr || !readTree(handle_.get(), tree)) {
+        if (!takes(text, tree)) {
             return;
         }
-        ++tally_.loaded;
         require(rendered(handle_.get()) == text_, "a store that did not change renders as it was read", text_);
         for (const ChangeSet& set : sets) {
             if (!runSet(set)) {
@@ -839,14 +834,10 @@ public:
     /// Changes that cancel out leave the file's bytes.
     void runCancelled(const std::string& text, const Change& change)
     {
-        ++tally_.texts;
-        text_ = text;
-        handle_ = boundTo(folder_.write(fileName, text), CFG_WRITE_SAFE, CFG_LAYOUT_KEEP);
         Tree tree;
-        if (handle_ == nullptr || !readTree(handle_.get(), tree)) {
+        if (!takes(text, tree)) {
             return;
         }
-        ++tally_.loaded;
         require(cfg_begin_s(handle_.get(), 0) == 0, "a change set can begin", failureIn(handle_.get()));
         if (!thereAndBack(tree, change)) {
             ++tally_.refusedUpdates;
@@ -863,14 +854,10 @@ public:
     /// Another value for an attribute that one line tells changes that line alone, and in it nothing but the value.
     void runOneValue(const std::string& text, std::size_t number, const std::string& value)
     {
-        ++tally_.texts;
-        text_ = text;
-        handle_ = boundTo(folder_.write(fileName, text), CFG_WRITE_SAFE, CFG_LAYOUT_KEEP);
         Tree tree;
-        if (handle_ == nullptr || !readTree(handle_.get(), tree)) {
+        if (!takes(text, tree)) {
             return;
         }
-        ++tally_.loaded;
         const Reading before(text_);
         std::map<std::pair<std::size_t, std::string>, std::vector<std::size_t>> tellers;
         for (std::size_t line = 0; line < before.lines.size(); ++line) {
@@ -922,6 +909,20 @@ public:
     }
 
 private:
+    /// Makes the text the file of a handle; false when it does not load.
+    bool takes(const std::string& text, Tree& tree)
+    {
+        ++tally_.texts;
+        text_ = text;
+        handle_ = boundTo(folder_.write(fileName, text), CFG_WRITE_SAFE, CFG_LAYOUT_KEEP);
+        require(folder_.read(fileName) == text, "a load writes nothing");
+        if (handle_ == nullptr || !readTree(handle_.get(), tree)) {
+            return false;
+        }
+        ++tally_.loaded;
+        return true;
+    }
+
     static constexpr char fileName[] = "zorslapd.conf";
     static constexpr char twinName[] = "twin.conf";
 

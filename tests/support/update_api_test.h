@@ -9,6 +9,9 @@
 #include "LDIF_Exception.h"
 #include "handle.h"
 
+#include "veltor/cfg_admin.h"
+
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -53,6 +56,15 @@ protected:
         cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("backup").c_str());
         EXPECT_EQ(cfg_bind_s(handle.get(), nullptr, nullptr, simple), 0) << shown(cfg_dump_exception(handle.get()));
         return handle;
+    }
+
+    static std::string rendered(void* handle)
+    {
+        char* text = nullptr;
+        std::size_t size = 0;
+        EXPECT_EQ(cfg_render_s(handle, &text, &size), 0) << shown(cfg_dump_exception(handle));
+        const Text owned(text);
+        return text == nullptr ? "" : std::string(text, size);
     }
 
     /// Lets every write fail that keeps a backup: a folder can't be replaced by a file.

@@ -72,15 +72,6 @@ protected:
         return values == nullptr ? "" : shown(values.get()[0]);
     }
 
-    static std::string rendered(void* handle)
-    {
-        char* text = nullptr;
-        std::size_t size = 0;
-        EXPECT_EQ(cfg_render_s(handle, &text, &size), 0) << shown(cfg_dump_exception(handle));
-        const Text owned(text);
-        return text == nullptr ? "" : std::string(text, size);
-    }
-
     /// The sample with another port.
     static std::string withPort(const std::string& port)
     {

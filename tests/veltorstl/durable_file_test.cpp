@@ -459,6 +459,16 @@ protected:
 
 class WriterLock : public OneFile
 {
+protected:
+    /// What an ordinary user is told who takes the lock.
+    std::string tryAsNobody() const
+    {
+        return toldByNobody([this] {
+            const FilePlace place(file);
+            const detail::WriterLock lock(place, 0);
+            return std::string("locked");
+        });
+    }
 };
 
 class Install : public OneFile
@@ -599,13 +609,6 @@ TEST_F(WriterLock, TheLockFileFollowsAChangeOfTheMode)
 TEST_F(WriterLock, AConfigurationThatWasReadOnlyLeavesItsOwnerNoLockThatCannotBeTaken)
 {
     SKIP_UNLESS_ROOT();
-    const auto tryAsNobody = [&] {
-        return toldByNobody([&] {
-            const FilePlace place(file);
-            const detail::WriterLock lock(place, 0);
-            return std::string("locked");
-        });
-    };
     ASSERT_EQ(chown(folder.path().c_str(), nobody, nobody), 0);
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
     ASSERT_EQ(chmod(file.c_str(), 0440), 0);
@@ -961,13 +964,6 @@ TEST_F(WriterLock, ASystemWithoutLocksIsReported)
 TEST_F(WriterLock, AnOrdinaryUserIsToldWhyThereIsNoLockAndLeavesNothing)
 {
     SKIP_UNLESS_ROOT();
-    const auto tryAsNobody = [&] {
-        return toldByNobody([&] {
-            const FilePlace place(file);
-            const detail::WriterLock lock(place, 0);
-            return std::string("locked");
-        });
-    };
     ASSERT_EQ(chown(file.c_str(), nobody, nobody), 0);
     EXPECT_EQ(tryAsNobody().substr(0, 24), "50/1004 Unable to make \"") << "the folder is root's";
     EXPECT_EQ(namesIn(folder), Names{"f"});

@@ -275,15 +275,6 @@ protected:
         }
     }
 
-    static std::string rendered(void* handle)
-    {
-        char* text = nullptr;
-        std::size_t size = 0;
-        EXPECT_EQ(cfg_render_s(handle, &text, &size), 0) << shown(cfg_dump_exception(handle));
-        const Text owned(text);
-        return text == nullptr ? "" : std::string(text, size);
-    }
-
     static std::string everyEntry(void* handle)
     {
         cfg_message* result = nullptr;
