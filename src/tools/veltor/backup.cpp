@@ -59,11 +59,15 @@ public:
 
     void install(const struct stat& original)
     {
-        // Only root can give a file away; its mode is no wider than that of the original.
+        // Only root can give a file away, and others a group that they belong to: no other group may read the copy.
+        bool hasGroup = true;
         if (::geteuid() == 0) {
             require(::fchown(descriptor_, original.st_uid, original.st_gid) == 0, "can't be given to the file's owner");
+        } else {
+            hasGroup = ::fchown(descriptor_, static_cast<uid_t>(-1), original.st_gid) == 0;
         }
-        require(::fchmod(descriptor_, original.st_mode & (S_IRUSR | S_IWUSR | S_IRGRP)) == 0, "can't get its mode");
+        const mode_t widest = S_IRUSR | S_IWUSR | (hasGroup ? S_IRGRP : 0);
+        require(::fchmod(descriptor_, original.st_mode & widest) == 0, "can't get its mode");
         require(::fsync(descriptor_) == 0, "can't be written");
         require(::rename(temporary_.c_str(), name_.c_str()) == 0, "can't be put in place");
         installed_ = true;
