@@ -215,7 +215,7 @@ void disableCoreDumps()
     }
 }
 
-WipedText askPassword(const std::string& question, const std::string& instead)
+WipedText askPassword(const std::string& question, const std::string& instead, bool mayBeEmpty)
 {
     const Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     if (!terminal.isOpen()) {
@@ -230,7 +230,7 @@ WipedText askPassword(const std::string& question, const std::string& instead)
             ::raise(static_cast<int>(caughtSignal));
             continue;
         }
-        if (answer.empty()) {
+        if (answer.empty() && !mayBeEmpty) {
             throw Failure(ExitCode::authentication, "no password was typed", {"nothing was read"});
         }
         answer.push_back('\0');
@@ -238,13 +238,13 @@ WipedText askPassword(const std::string& question, const std::string& instead)
     }
 }
 
-WipedText readPasswordFile(const std::string& file)
+WipedText readPasswordFile(const std::string& file, const std::string& option)
 {
     const bool standardInput = file == "-";
     const Descriptor input(standardInput ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     if (!input.isOpen()) {
         throw Failure(ExitCode::file, file + ": " + std::strerror(errno),
-                      {"nothing was read; -y names a file with the password"});
+                      {"nothing was read; " + option + " names a file with the password"});
     }
     if (!standardInput) {
         requireNarrowMode(input.number(), file);

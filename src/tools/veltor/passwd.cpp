@@ -48,10 +48,10 @@ std::optional<std::string> whyRefused(const std::string& name, const WipedText& 
 WipedText askedTwice(const std::string& name)
 {
     for (int left = tries; left > 0; --left) {
-        WipedText password = askPassword("New password for " + name + ": ", "-T FILE");
+        WipedText password = askPassword("New password for " + name + ": ", "-T FILE", true);
         if (const auto finding = whyRefused(name, password)) {
             warn(*finding);
-        } else if (askPassword("Again: ", "-T FILE") == password) {
+        } else if (askPassword("Again: ", "-T FILE", true) == password) {
             return password;
         } else {
             warn("the two are not the same");
@@ -66,7 +66,7 @@ WipedText newPassword(const PasswordOptions& options, const std::string& name)
     if (!options.file) {
         return askedTwice(name);
     }
-    WipedText password = readPasswordFile(*options.file);
+    WipedText password = readPasswordFile(*options.file, "-T");
     if (const auto finding = whyRefused(name, password)) {
         throw Failure(ExitCode::refused, options.dn + ": " + name + ": " + *finding, {"nothing was written"});
     }
