@@ -34,8 +34,8 @@ for.)";
 /// Who holds the writer lock, by what its last holder left in the lock file.
 struct Lock
 {
-    bool held = false;
-    std::string process, program; ///< "" where the holder is not known
+    std::optional<bool> held = false; ///< unset: this account may not look
+    std::string process, program;     ///< "" where the holder is not known
 };
 
 struct Backup
@@ -98,6 +98,9 @@ Lock lockOf(const std::string& resolved)
     Lock lock;
     const int descriptor = ::open((resolved + ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (descriptor < 0) {
+        if (errno != ENOENT) {
+            lock.held.reset();
+        }
         return lock;
     }
     struct flock wanted = {};
@@ -187,6 +190,9 @@ std::string durationOf(long seconds)
 std::string lockText(const Lock& lock)
 {
     if (!lock.held) {
+        return "not known";
+    }
+    if (!*lock.held) {
         return "free";
     }
     return lock.process.empty() ? "held" : "held by process " + lock.process + " (" + lock.program + ')';
@@ -244,7 +250,7 @@ std::string textFor(const Status& status)
 
 Json jsonFor(const Status& status)
 {
-    const Json lock{{"held", status.lock.held},
+    const Json lock{{"held", status.lock.held ? Json(*status.lock.held) : Json(nullptr)},
                     {"process", jsonTextOrNull(status.lock.process)},
                     {"program", jsonTextOrNull(status.lock.program)}};
     Json backup;
