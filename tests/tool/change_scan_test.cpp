@@ -216,6 +216,8 @@ TEST(ChangeScan, RefusesWithTheExactPlace)
         {"encoded password", modify + "zor-slapdAdminPW: >1vTm<\n", "in:4:19: " + encoded},
         {"encoded password in base64", modify + "ZOR-slapdPeerPW:: PmE8\n", "in:4:19: " + encoded},
         {"hidden password", modify + "zor-slapdAdminPW: ***\n", "in:4:19: *** stands for a hidden value and is none"},
+        {"hidden password of a difference", modify + "zor-slapdAdminPW: *** (before)\n",
+         "in:4:19: *** stands for a hidden value and is none"},
         {"hidden environment", modify + "zor-slapdSetenv: ***\n", "in:4:18: *** stands for a hidden value and is none"},
     };
     for (const Row& row : rows) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 using veltor::tool::drawn;
-using veltor::tool::parentOf;
 using veltor::tool::treeOf;
 
 TEST(TreeDrawing, IsTheSameTreeInBothSetsOfCharacters)
@@ -57,25 +56,6 @@ TEST(TreeDrawing, OfAPartNamesNoSuffix)
 {
     EXPECT_EQ(drawn(treeOf({"cn=b, cn=a", "cn=c, cn=b, cn=a"}), false, false),
               "\n─ cn=b, cn=a\n    └─ cn=c, cn=b, cn=a\n");
-}
-
-TEST(TreeDrawing, KnowsTheParent)
-{
-    struct Row
-    {
-        const char *dn, *parent;
-    };
-    const Row rows[] = {{"", ""},
-                        {"cn=a", ""},
-                        {"cn=b, cn=a", "cn=a"},
-                        {"cn=b,cn=a", "cn=a"},
-                        {"cn=b\\, c, cn=a", "cn=a"},
-                        {"cn=\"b, c\", cn=a", "cn=a"},
-                        {"cn=b\\", ""}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.dn);
-        EXPECT_EQ(parentOf(row.dn), row.parent);
-    }
 }
 
 TEST(TreeDrawing, OfADeepTreeNeedsNoDeepStack)

@@ -80,7 +80,7 @@ ChangeRecord recordOf(const std::string& dn, const std::vector<std::string>& ass
         value.text.push_back('\0');
         auto operation =
             std::find_if(record.operations.begin(), record.operations.end(), [&](const ChangeOperation& known) {
-                return known.kind == assignment.kind && sameAttribute(known.attribute, name);
+                return known.kind == assignment.kind && sameName(known.attribute, name);
             });
         if (operation == record.operations.end()) {
             record.operations.push_back({assignment.kind, name, {}, {}, comment});

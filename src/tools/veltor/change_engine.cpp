@@ -145,21 +145,6 @@ private:
     sigset_t old_{};
 };
 
-WipedText rendered(void* handle)
-{
-    char* text = nullptr;
-    std::size_t size = 0;
-    const int code = cfg_render_s(handle, &text, &size);
-    if (code != LDAP_SUCCESS) {
-        throw libraryFailure(handle, code, {Stage::update, "", "", "nothing was written"});
-    }
-    WipedText copy;
-    append(copy, {text, size});
-    ::explicit_bzero(text, size);
-    cfg_memfree(text);
-    return copy;
-}
-
 /// What stands behind the last line feed.
 std::string_view unterminatedLine(std::string_view text)
 {
@@ -181,7 +166,7 @@ bool hasAdministrator(void* handle)
     const auto hasText = [&](const std::string& name) {
         for (const cfg_message* attribute = results.first()->children; attribute != nullptr;
              attribute = attribute->next) {
-            if (sameAttribute(attribute->text, name)) {
+            if (sameName(attribute->text, name)) {
                 return attribute->children != nullptr && *attribute->children->text != '\0';
             }
         }
@@ -290,6 +275,12 @@ bool ChangeEngine::commit()
         return false;
     }
     requireWholeLastLine(view(text));
+    install();
+    return true;
+}
+
+void ChangeEngine::install()
+{
     const SignalsHeldBack untilInstalled;
     begun_ = false;
     const int code =
@@ -297,7 +288,6 @@ bool ChangeEngine::commit()
     if (code != LDAP_SUCCESS) {
         throw commitFailure(session_, code);
     }
-    return true;
 }
 
 void ChangeEngine::requireAdministrator() const
@@ -330,9 +320,10 @@ ExitCode ChangeEngine::finish(const ChangeReport& report)
     if (options_.dryRun) {
         return preview(report, view(text));
     }
+    requireWholeLastLine(view(text));
     // A signal that comes from here on waits for what is printed: it must not hide that the file was changed.
     const SignalsHeldBack untilTold;
-    commit();
+    install();
     tellLog(session_.file(), report.log);
     try {
         const bool telling = report.oldPassword && !backup_.empty();
@@ -341,6 +332,21 @@ ExitCode ChangeEngine::finish(const ChangeReport& report)
         throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
     }
     return ExitCode::done;
+}
+
+WipedText rendered(void* handle)
+{
+    char* text = nullptr;
+    std::size_t size = 0;
+    const int code = cfg_render_s(handle, &text, &size);
+    if (code != LDAP_SUCCESS) {
+        throw libraryFailure(handle, code, {Stage::update, "", "", "nothing was written"});
+    }
+    WipedText copy;
+    append(copy, {text, size});
+    ::explicit_bzero(text, size);
+    cfg_memfree(text);
+    return copy;
 }
 
 std::string logged(const std::string& attribute, const std::vector<WipedText>& values)

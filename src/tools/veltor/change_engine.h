@@ -44,6 +44,10 @@ struct ChangeReport
     std::string log;              ///< for the system's log, raw: DNs and attribute names, values of harmless types
 };
 
+/// The text that a commit on this handle would write.
+/// @throws Failure  for a configuration that the library can't render
+WipedText rendered(void* handle);
+
 /// What the log may tell of an attribute: its name, and its values if they are numbers, words of a list or bits.
 /// @param values  as they are stored
 std::string logged(const std::string& attribute, const std::vector<WipedText>& values);
@@ -89,6 +93,7 @@ private:
     ExitCode preview(const ChangeReport& report, std::string_view after) const;
     void requireAdministrator() const;
     void requireWholeLastLine(std::string_view after);
+    void install();
 
     const WriteOptions& options_;
     std::string backup_; ///< "" for none

@@ -1,6 +1,8 @@
 // From lines to records: the grammar of change records, with a place for everything that is said to be wrong.
 #include "change_records.h"
 
+#include "names.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>

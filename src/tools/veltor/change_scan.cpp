@@ -3,6 +3,7 @@
 #include "change_scan.h"
 
 #include "escape.h"
+#include "names.h"
 #include "secrets.h"
 
 #include <algorithm>
@@ -452,13 +453,6 @@ void Scanner::checkValue(const ScannedLine& line) const
 
 } // namespace
 
-bool sameName(std::string_view left, std::string_view right)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [&](char l, char r) { return lower(l) == lower(r); });
-}
-
 bool isDnLabel(std::string_view name)
 {
     return sameName(name, "dn");
@@ -490,7 +484,7 @@ std::optional<std::string> whyUnstorable(std::string_view attribute, std::string
     if (value.size() > 1 && value.front() == '>' && value.back() == '<' && isPassword(attribute)) {
         return "a text of the form >...< is an encoded password; give the clear one";
     }
-    if (value == "***" && isSecret(attribute, value)) {
+    if (isMask(value) && isSecret(attribute, value)) {
         return "*** stands for a hidden value and is none";
     }
     return std::nullopt;

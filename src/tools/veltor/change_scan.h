@@ -57,9 +57,6 @@ bool isAttributeDescription(std::string_view name);
 /// True for the name under which a configuration file begins an entry, in any letter case.
 bool isDnLabel(std::string_view name);
 
-/// True when two names of LDIF are the same, whatever their letter case.
-bool sameName(std::string_view left, std::string_view right);
-
 /// "SOURCE:LINE:COLUMN", or "" for a place that is nowhere.
 std::string placeName(const std::string& source, Place place);
 

@@ -36,7 +36,7 @@ Command unsetCommand(CLI::App& application, const TargetOptions& target);
 Command applyCommand(CLI::App& application, const TargetOptions& target);
 Command passwdCommand(CLI::App& application, const TargetOptions& target);
 Command authCommand(CLI::App& application, const TargetOptions& target);
-Command diffCommand(CLI::App& application, const TargetOptions& target);
+Command diffCommand(CLI::App& application, const TargetOptions& target, const Output& output);
 Command fmtCommand(CLI::App& application, const TargetOptions& target);
 Command backupCommand(CLI::App& application, const TargetOptions& target);
 Command restoreCommand(CLI::App& application, const TargetOptions& target);

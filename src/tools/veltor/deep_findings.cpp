@@ -4,6 +4,7 @@
 #include "findings.h"
 #include "names.h"
 #include "results.h"
+#include "secrets.h"
 
 #include <cerrno>
 #include <cstring>
@@ -41,10 +42,14 @@ std::vector<Place> placesIn(void* handle)
     for (const cfg_message* entry = everything.first(); entry != nullptr; entry = entry->next) {
         for (const cfg_message* attribute = entry->children; attribute != nullptr; attribute = attribute->next) {
             const std::optional<cfg_attr_type> type = attributeType(attribute->text);
-            if (!type || std::strcmp(type->syntax, "pw") == 0) {
+            if (!type) {
                 continue;
             }
             for (const cfg_message* value = attribute->children; value != nullptr; value = value->next) {
+                // A path, too, may have taken the line of a password into it.
+                if (isSecret(type->name, value->text)) {
+                    continue;
+                }
                 int line = 0;
                 if (cfg_locate_s(handle, entry->text, attribute->text, value->text, &line) != LDAP_SUCCESS) {
                     line = 0;
@@ -174,7 +179,7 @@ void checkPaths(const std::vector<Place>& places, std::vector<Finding>& findings
     bool looked = false;
     for (const Place& place : places) {
         for (const PathRule& rule : pathRules) {
-            if (sameAttribute(place.attribute, rule.attribute)) {
+            if (sameName(place.attribute, rule.attribute)) {
                 checkPath(place, rule, account, findings);
                 looked = true;
             }
@@ -219,14 +224,14 @@ const Place* firstOf(const std::vector<Place>& places, std::initializer_list<std
 void checkTls(const std::vector<Place>& places, std::vector<Finding>& findings)
 {
     const Place* const security = firstOf(places, {"zor-slapdSecurity"});
-    const bool secured = security != nullptr && !sameAttribute(security->value, "none");
+    const bool secured = security != nullptr && !sameName(security->value, "none");
     if (secured) {
         if (firstOf(places, {"zor-slapdSslKeyDatabase"}) == nullptr) {
             findings.push_back(
                 findingAt(*security, Severity::note, "tls-settings",
                           "zor-slapdSecurity is " + security->value + " but zor-slapdSslKeyDatabase is not set"));
         }
-        if (sameAttribute(security->value, "SSLOnly") && firstOf(places, {"zor-slapdSecurePort"}) == nullptr) {
+        if (sameName(security->value, "SSLOnly") && firstOf(places, {"zor-slapdSecurePort"}) == nullptr) {
             findings.push_back(findingAt(*security, Severity::note, "tls-settings",
                                          "zor-slapdSecurity is SSLOnly but zor-slapdSecurePort is not set"));
         }

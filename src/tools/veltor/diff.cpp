@@ -2,6 +2,8 @@
 #include "change_scan.h"
 #include "commands.h"
 #include "ldif_output.h"
+#include "names.h"
+#include "output.h"
 #include "results.h"
 #include "secrets.h"
 #include "whole_text.h"
@@ -28,24 +30,18 @@ it. The exit status is 0 for no difference, 1 for one, and 2 or more for an erro
 are masked: *** is the same in both texts, *** (before) and *** (after) are not.
 
 With --ldif come the change records that make the second configuration of the first:
-veltor modify takes them. They name the old values as well as the new ones. A password
-that differs is only printed, in its stored form, with --show-secrets;
-without it the command stops.
+veltor modify takes them, but for passwords. They name the old values as well as the new
+ones. A password that differs is only printed, in its stored form, with --show-secrets;
+without it the command stops. veltor modify takes clear passwords alone.
 
-    The options common to all commands(-F, -D, -W, -y, -w, --local) are accepted here too;
+The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
 
 struct DiffOptions
 {
     std::optional<std::string> before, after;
     bool ldif = false;
-    bool showSecrets = false;
 };
-
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
-}
 
 using Values = std::vector<std::string_view>;
 
@@ -263,16 +259,14 @@ private:
     WipedText out_;
 };
 
-WipedText ldifOf(const std::string& before, const std::string& after, const DiffOptions& options,
-                 const TargetOptions& target)
+WipedText ldifOf(const std::string& before, const std::string& after, const TargetOptions& target, const Output& output)
 {
-    if (options.showSecrets && !Session(target).mayAdminister()) {
-        throw Failure(ExitCode::usage, "--show-secrets needs a bind as the administrator",
-                      {"nothing was printed; add -W, -y FILE or -w PASSWORD"});
+    if (output.showSecrets()) {
+        checkShowSecrets(output, Session(target));
     }
     const Tree beforeTree(before);
     const Tree afterTree(after);
-    return Records(beforeTree, afterTree, options.showSecrets).make();
+    return Records(beforeTree, afterTree, output.showSecrets()).make();
 }
 
 WipedText textDiffOf(const std::string& before, const std::string& after)
@@ -284,33 +278,32 @@ WipedText textDiffOf(const std::string& before, const std::string& after)
     return out;
 }
 
-ExitCode diff(const DiffOptions& options, const TargetOptions& target)
+ExitCode diff(const DiffOptions& options, const TargetOptions& target, const Output& output)
 {
-    if (options.showSecrets && !options.ldif) {
+    if (output.showSecrets() && !options.ldif) {
         throw Failure(ExitCode::usage, "the texts are compared with their secrets masked",
                       {"nothing was read; --show-secrets goes with --ldif"});
     }
     const std::string file = fileOf(target);
     const std::string before = options.before.value_or(file + ".bak");
     const std::string after = options.after.value_or(file);
-    const WipedText out = options.ldif ? ldifOf(before, after, options, target) : textDiffOf(before, after);
+    const WipedText out = options.ldif ? ldifOf(before, after, target, output) : textDiffOf(before, after);
     writeOut(STDOUT_FILENO, view(out));
     return out.empty() ? ExitCode::done : ExitCode::no;
 }
 
 } // namespace
 
-Command diffCommand(CLI::App& application, const TargetOptions& target)
+Command diffCommand(CLI::App& application, const TargetOptions& target, const Output& output)
 {
     const auto options = std::make_shared<DiffOptions>();
     CLI::App* command =
         application.add_subcommand("diff", "Tell what differs between two configurations")->group("Commands");
     command->add_flag("--ldif", options->ldif, "Print change records that veltor modify takes");
-    command->add_flag("--show-secrets", options->showSecrets, "With --ldif: print passwords as they are stored");
     command->add_option("A", options->before, "The file before; without it the backup FILE.bak")->type_name("");
     command->add_option("B", options->after, "The file after; without it the configuration file")->type_name("");
     command->footer(footer);
-    return {command, [options, &target] { return diff(*options, target); }};
+    return {command, [options, &target, &output] { return diff(*options, target, output); }};
 }
 
 } // namespace veltor::tool

@@ -2,6 +2,7 @@
 #include "document.h"
 
 #include "escape.h"
+#include "results.h"
 #include "secrets.h"
 
 #include <cstdint>
@@ -23,11 +24,6 @@ bool isUtf8(std::string_view text)
         text.remove_prefix(character.length);
     }
     return true;
-}
-
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
 }
 
 void appendUnit(WipedText& out, std::uint32_t unit)

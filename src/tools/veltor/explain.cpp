@@ -50,11 +50,6 @@ struct Settings
     std::string unreadable; ///< why the file can't be read, "" if it can
 };
 
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
-}
-
 std::string hex(long number)
 {
     char text[2 * sizeof number + 3];
@@ -147,7 +142,7 @@ Settings settingsOf(const Session& session, const std::string& name)
     Settings settings;
     for (const cfg_message* entry = everything.first(); entry != nullptr; entry = entry->next) {
         for (const cfg_message* attribute = entry->children; attribute != nullptr; attribute = attribute->next) {
-            if (!sameAttribute(textOf(*attribute), name)) {
+            if (!sameName(textOf(*attribute), name)) {
                 continue;
             }
             for (const cfg_message* value = attribute->children; value != nullptr; value = value->next) {

@@ -4,6 +4,8 @@
 #include "change_scan.h"
 #include "escape.h"
 #include "failure.h"
+#include "names.h"
+#include "results.h"
 #include "secrets.h"
 
 #include <algorithm>
@@ -33,23 +35,12 @@ bool isIn(std::string_view set, char character)
 
 // ---- Types ----
 
-std::optional<cfg_attr_type> typeOf(std::string_view name)
-{
-    cfg_attr_type type = {};
-    for (int index = 0; cfg_attr_type_at(index, &type) == LDAP_SUCCESS; ++index) {
-        if (sameName(type.name, name)) {
-            return type;
-        }
-    }
-    return std::nullopt;
-}
-
 enum class Order { numeric, exact, ignoringCase };
 
 /// How the values of an attribute are ordered: as its type compares them.
 Order orderOf(std::string_view attribute)
 {
-    const std::optional<cfg_attr_type> type = typeOf(attribute);
+    const std::optional<cfg_attr_type> type = attributeType(attribute);
     const std::string_view syntax = type ? type->syntax : "ces";
     if (syntax == "int" || syntax == "mask") {
         return Order::numeric;
@@ -381,11 +372,6 @@ bool holdsFor(const Filter& term, std::string_view value, Order order)
     default:
         return sense == 0;
     }
-}
-
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
 }
 
 Truth truthOf(bool holds)

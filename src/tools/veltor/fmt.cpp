@@ -23,22 +23,6 @@ stand above. What the server reads is the same before and after, which is checke
 
 )";
 
-/// The file in the library's own form.
-WipedText ownForm(const Session& reading)
-{
-    char* text = nullptr;
-    std::size_t size = 0;
-    const int code = cfg_render_s(reading.handle(), &text, &size);
-    if (code != LDAP_SUCCESS) {
-        throw libraryFailure(reading.handle(), code, {Stage::update, "", "", "nothing was written"});
-    }
-    WipedText copy;
-    append(copy, {text, size});
-    ::explicit_bzero(text, size);
-    cfg_memfree(text);
-    return copy;
-}
-
 bool isEqualLevel(const cfg_message* left, const cfg_message* right)
 {
     for (; left != nullptr && right != nullptr; left = left->next, right = right->next) {
@@ -90,7 +74,7 @@ void requireSameConfiguration(const Session& reading, const WipedText& text)
     try {
         const MemoryFile copy(view(text));
         const Session again(readingOf(copy.name()));
-        same = readTheSame(reading, again) && ownForm(again) == text;
+        same = readTheSame(reading, again) && rendered(again.handle()) == text;
     } catch (const Failure&) {
         same = false;
     }
@@ -104,7 +88,7 @@ ExitCode format(const WriteOptions& options, const TargetOptions& target)
 {
     ChangeEngine engine(target, options);
     const Session reading(readingOf(engine.session().file()));
-    WipedText text = ownForm(reading);
+    WipedText text = rendered(reading.handle());
     if (text != engine.before()) {
         requireSameConfiguration(reading, text);
         if (options.dryRun) {

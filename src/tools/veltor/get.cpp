@@ -37,15 +37,10 @@ struct Found
     cfg_message node;
 };
 
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
-}
-
 const cfg_message* attributeNamed(const cfg_message& entry, std::string_view name)
 {
     for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
-        if (sameAttribute(textOf(*attribute), name)) {
+        if (sameName(textOf(*attribute), name)) {
             return attribute;
         }
     }
@@ -65,7 +60,7 @@ std::vector<std::string> namesIn(const cfg_message& entry, const std::vector<std
         if (result.name.empty()) {
             refuseName(name, result, {"nothing was printed; see: veltor explain --list"});
         }
-        const auto same = [&](const std::string& other) { return sameAttribute(other, result.name); };
+        const auto same = [&](const std::string& other) { return sameName(other, result.name); };
         if (std::none_of(names.begin(), names.end(), same)) {
             names.push_back(std::move(result.name));
         }

@@ -4,6 +4,7 @@
 
 #include "escape.h"
 #include "failure.h"
+#include "results.h"
 #include "secrets.h"
 
 #include <algorithm>
@@ -16,11 +17,6 @@
 namespace veltor::tool {
 
 namespace {
-
-std::string_view textOf(const cfg_message& node)
-{
-    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
-}
 
 bool isBlank(char character)
 {

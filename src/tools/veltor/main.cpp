@@ -61,6 +61,9 @@ ExitCode runCommand(const Command& command, const Output& output)
         throw Failure(ExitCode::usage, "--json: " + command.commandLine->get_name() + " has no JSON document yet",
                       {"nothing was read"});
     }
+    if (!command.hasDocument) {
+        output.formOf({Form::text});
+    }
     return command.run();
 }
 
@@ -107,7 +110,7 @@ int run(int argc, char** argv)
         deleteCommand(application, target),
         passwdCommand(application, target),
         authCommand(application, target),
-        diffCommand(application, target),
+        diffCommand(application, target, output),
         fmtCommand(application, target),
         backupCommand(application, target),
         restoreCommand(application, target),

@@ -34,7 +34,7 @@ std::string lowered(std::string_view text)
 
 bool startsWith(std::string_view name, std::string_view prefix)
 {
-    return name.size() >= prefix.size() && sameAttribute(name.substr(0, prefix.size()), prefix);
+    return name.size() >= prefix.size() && sameName(name.substr(0, prefix.size()), prefix);
 }
 
 // The part that tells names apart; a misspelt prefix is part of it.
@@ -48,12 +48,15 @@ std::string_view withoutPrefix(std::string_view name)
     return name;
 }
 
-std::vector<cfg_attr_type> catalogue()
+const std::vector<cfg_attr_type>& catalogue()
 {
-    std::vector<cfg_attr_type> types(static_cast<std::size_t>(cfg_attr_type_count()));
-    for (std::size_t index = 0; index < types.size(); ++index) {
-        cfg_attr_type_at(static_cast<int>(index), &types[index]);
-    }
+    static const std::vector<cfg_attr_type> types = [] {
+        std::vector<cfg_attr_type> all(static_cast<std::size_t>(cfg_attr_type_count()));
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            cfg_attr_type_at(static_cast<int>(index), &all[index]);
+        }
+        return all;
+    }();
     return types;
 }
 
@@ -122,7 +125,7 @@ std::string questionOf(const std::vector<std::string>& names)
 
 } // namespace
 
-bool sameAttribute(std::string_view left, std::string_view right)
+bool sameName(std::string_view left, std::string_view right)
 {
     return left.size() == right.size() && std::equal(left.begin(), left.end(), right.begin(),
                                                      [](char one, char other) { return lower(one) == lower(other); });
@@ -131,7 +134,7 @@ bool sameAttribute(std::string_view left, std::string_view right)
 std::optional<cfg_attr_type> attributeType(std::string_view name)
 {
     for (const cfg_attr_type& type : catalogue()) {
-        if (sameAttribute(type.name, name)) {
+        if (sameName(type.name, name)) {
             return type;
         }
     }
@@ -140,15 +143,14 @@ std::optional<cfg_attr_type> attributeType(std::string_view name)
 
 NameResult lookUpName(std::string_view given)
 {
-    const std::vector<cfg_attr_type> types = catalogue();
+    const std::vector<cfg_attr_type>& types = catalogue();
     std::vector<std::string> shortFor;
     for (const cfg_attr_type& type : types) {
-        if (sameAttribute(type.name, given)) {
+        if (sameName(type.name, given)) {
             return {type.name, {}};
         }
         for (const std::string_view prefix : prefixes) {
-            if (startsWith(type.name, prefix) &&
-                sameAttribute(std::string_view(type.name).substr(prefix.size()), given)) {
+            if (startsWith(type.name, prefix) && sameName(std::string_view(type.name).substr(prefix.size()), given)) {
                 shortFor.emplace_back(type.name);
             }
         }

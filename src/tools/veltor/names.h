@@ -38,7 +38,7 @@ std::string fullName(std::string_view given, const std::vector<std::string>& det
 std::optional<cfg_attr_type> attributeType(std::string_view name);
 
 /// True when two names are the same but for the case of ASCII letters.
-bool sameAttribute(std::string_view left, std::string_view right);
+bool sameName(std::string_view left, std::string_view right);
 
 } // namespace veltor::tool
 

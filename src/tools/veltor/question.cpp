@@ -4,6 +4,7 @@
 #include "change_scan.h"
 #include "escape.h"
 #include "failure.h"
+#include "names.h"
 
 #include <cstdio>
 #include <fcntl.h>

@@ -8,6 +8,12 @@
 
 namespace veltor::tool {
 
+/// The text of a node, "" for none.
+inline std::string_view textOf(const cfg_message& node)
+{
+    return node.text == nullptr ? std::string_view() : std::string_view(node.text);
+}
+
 class Results
 {
 public:

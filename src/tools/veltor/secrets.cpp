@@ -2,6 +2,7 @@
 #include "secrets.h"
 
 #include "change_scan.h"
+#include "names.h"
 
 #include <algorithm>
 #include <string>
@@ -45,21 +46,6 @@ bool looksLikePassword(std::string_view name)
                        [&](std::string_view word) { return contains(name, word); });
 }
 
-/// The catalogue's type of this name, null for a name that it does not have.
-const cfg_attr_type* typeOf(std::string_view name)
-{
-    static const std::vector<cfg_attr_type> types = [] {
-        std::vector<cfg_attr_type> all(static_cast<std::size_t>(cfg_attr_type_count()));
-        for (std::size_t index = 0; index < all.size(); ++index) {
-            cfg_attr_type_at(static_cast<int>(index), &all[index]);
-        }
-        return all;
-    }();
-    const auto found =
-        std::find_if(types.begin(), types.end(), [&](const cfg_attr_type& type) { return sameName(type.name, name); });
-    return found == types.end() ? nullptr : &*found;
-}
-
 bool isSecretType(const cfg_attr_type& type)
 {
     return type.syntax == passwordSyntax || sameName(type.name, environment);
@@ -94,8 +80,8 @@ bool isSecretLine(std::string_view line)
 {
     // A mistyped line may have several colons.
     const std::string_view name = beforeLastColon(line);
-    const cfg_attr_type* const type = typeOf(name);
-    return type == nullptr ? looksLikePassword(name) : isSecretType(*type);
+    const std::optional<cfg_attr_type> type = attributeType(name);
+    return type ? isSecretType(*type) : looksLikePassword(name);
 }
 
 bool isSecret(std::string_view attribute, std::string_view value)
@@ -103,7 +89,7 @@ bool isSecret(std::string_view attribute, std::string_view value)
     if (attribute.empty() || sameName(attribute, rejectedLine)) {
         return isSecretLine(value);
     }
-    if (const cfg_attr_type* const type = typeOf(attribute); type != nullptr) {
+    if (const std::optional<cfg_attr_type> type = attributeType(attribute); type) {
         // A line that was meant for a password and indented by mistake is part of the value above it.
         return isSecretType(*type) || namesSecret(beforeLastColon(value));
     }
@@ -117,8 +103,8 @@ bool isSecretDn(std::string_view dn)
 
 bool isPassword(std::string_view attribute)
 {
-    const cfg_attr_type* const type = typeOf(attribute);
-    return type != nullptr && type->syntax == passwordSyntax;
+    const std::optional<cfg_attr_type> type = attributeType(attribute);
+    return type && type->syntax == passwordSyntax;
 }
 
 bool isMask(std::string_view value)

@@ -1,6 +1,7 @@
 // Works on lists, so that a tree may be as deep as a file makes it: nothing here calls itself.
 #include "tree_drawing.h"
 
+#include "dn_text.h"
 #include "escape.h"
 #include "names.h"
 
@@ -28,7 +29,7 @@ bool isBelow(std::string_view dn, std::string_view ancestor)
     while (dn.size() > ancestor.size()) {
         dn = parentOf(dn);
     }
-    return !dn.empty() && sameAttribute(dn, ancestor);
+    return !dn.empty() && sameName(dn, ancestor);
 }
 
 // From the top down, those between an entry and the nearest one above it.
@@ -47,23 +48,6 @@ void noteMissing(std::string_view dn, std::string_view ancestor, std::set<std::s
 }
 
 } // namespace
-
-// A comma separates unless a backslash or a quote guards it.
-std::string_view parentOf(std::string_view dn)
-{
-    bool quoted = false;
-    for (std::size_t at = 0; at < dn.size(); ++at) {
-        if (dn[at] == '\\') {
-            ++at;
-        } else if (dn[at] == '"') {
-            quoted = !quoted;
-        } else if (dn[at] == ',' && !quoted) {
-            dn.remove_prefix(at + 1);
-            return dn.substr(std::min(dn.find_first_not_of(' '), dn.size()));
-        }
-    }
-    return {};
-}
 
 Tree treeOf(const std::vector<std::string>& dns)
 {

@@ -32,9 +32,6 @@ Tree treeOf(const std::vector<std::string>& dns);
 /// @param suffixes  name those at the top so
 std::string drawn(const Tree& tree, bool ascii, bool suffixes);
 
-/// The DN above this one, "" for none: what follows the first comma that separates.
-std::string_view parentOf(std::string_view dn);
-
 } // namespace veltor::tool
 
 #endif

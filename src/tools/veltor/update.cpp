@@ -2,6 +2,7 @@
 // library would merge or drop without a word is refused or told.
 #include "update.h"
 
+#include "dn_text.h"
 #include "escape.h"
 #include "masked_text.h"
 #include "names.h"
@@ -85,22 +86,6 @@ const Values& valuesOf(const std::vector<StoredAttribute>& entry, const std::str
     const auto found = std::find_if(entry.begin(), entry.end(),
                                     [&](const StoredAttribute& attribute) { return sameName(attribute.name, name); });
     return found == entry.end() ? none : found->values;
-}
-
-/// The DN of the entry above, "" at the top. The DN is one that the library has taken.
-std::string parentOf(std::string_view dn)
-{
-    bool quoted = false;
-    for (std::size_t at = 0; at < dn.size(); ++at) {
-        if (dn[at] == '\\') {
-            ++at;
-        } else if (dn[at] == '"') {
-            quoted = !quoted;
-        } else if (!quoted && (dn[at] == ',' || dn[at] == ';')) {
-            return std::string(dn.substr(std::min(dn.find_first_not_of(" \t", at + 1), dn.size())));
-        }
-    }
-    return {};
 }
 
 /// Each of the values that the other list does not have, behind a sign.
@@ -380,7 +365,7 @@ std::string Update::add(ChangeRecord& record)
     if (exists(record, record.dn)) {
         throw refusal(ExitCode::entry, record, record.place, "this entry exists", codesOf(LDAP_ALREADY_EXISTS, 0));
     }
-    const std::string parent = parentOf(record.dn);
+    const std::string parent(parentOf(record.dn));
     if (!options_.orphan && !parent.empty() && !exists(record, parent)) {
         throw refusal(ExitCode::refused, record, record.place,
                       "the entry above it, \"" + parent + "\", is missing; --orphan permits that", "");

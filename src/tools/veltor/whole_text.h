@@ -1,4 +1,4 @@
-// What the commands that put a whole text in the file's place have in common.
+// What the commands have in common that read, compare or put back whole texts.
 #ifndef VELTOR_TOOL_WHOLE_TEXT_H
 #define VELTOR_TOOL_WHOLE_TEXT_H
 

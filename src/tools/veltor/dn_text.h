@@ -1,0 +1,14 @@
+// The texts of DNs that the library has taken or printed.
+#ifndef VELTOR_TOOL_DN_TEXT_H
+#define VELTOR_TOOL_DN_TEXT_H
+
+#include <string_view>
+
+namespace veltor::tool {
+
+/// The DN above this one, "" for none: what follows the first separator, a comma or a semicolon.
+std::string_view parentOf(std::string_view dn);
+
+} // namespace veltor::tool
+
+#endif
