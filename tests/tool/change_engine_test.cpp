@@ -75,12 +75,14 @@ protected:
     std::string folder_, file_, message_;
     TargetOptions target_;
     WriteOptions options_;
+    OutputOptions outputOptions_;
+    Output output_{outputOptions_};
 };
 
 TEST_F(ChangeEngineTest, WritesOnCommitAloneAndKeepsTheOldText)
 {
     {
-        ChangeEngine engine(target_, options_);
+        ChangeEngine engine(target_, options_, output_);
         setPort(engine.handle(), "1389");
         EXPECT_EQ(content(), text);
         EXPECT_TRUE(engine.commit());
@@ -93,7 +95,7 @@ TEST_F(ChangeEngineTest, WritesOnCommitAloneAndKeepsTheOldText)
 TEST_F(ChangeEngineTest, WritesNothingWithoutACommit)
 {
     {
-        ChangeEngine engine(target_, options_);
+        ChangeEngine engine(target_, options_, output_);
         setPort(engine.handle(), "1389");
     }
     EXPECT_EQ(content(), text);
@@ -102,7 +104,7 @@ TEST_F(ChangeEngineTest, WritesNothingWithoutACommit)
 
 TEST_F(ChangeEngineTest, WritesNothingWhenTheTextStays)
 {
-    ChangeEngine engine(target_, options_);
+    ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "389");
     EXPECT_FALSE(engine.commit());
     EXPECT_NE(::access((file_ + ".bak").c_str(), F_OK), 0);
@@ -110,8 +112,8 @@ TEST_F(ChangeEngineTest, WritesNothingWhenTheTextStays)
 
 TEST_F(ChangeEngineTest, NamesTheWriterThatHoldsTheLock)
 {
-    const ChangeEngine holder(target_, options_);
-    EXPECT_EQ(exitOf([&] { const ChangeEngine second(target_, options_); }, message_), ExitCode::busy);
+    const ChangeEngine holder(target_, options_, output_);
+    EXPECT_EQ(exitOf([&] { const ChangeEngine second(target_, options_, output_); }, message_), ExitCode::busy);
     EXPECT_NE(message_.find(file_ + " is being changed by process " + std::to_string(::getpid())), std::string::npos)
         << message_;
     EXPECT_NE(message_.find("waited 0 s; nothing was written"), std::string::npos) << message_;
@@ -120,7 +122,7 @@ TEST_F(ChangeEngineTest, NamesTheWriterThatHoldsTheLock)
 TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
 {
     const std::string other = std::string(text) + "description: by an editor\n";
-    ChangeEngine engine(target_, options_);
+    ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
     put(other);
     EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::busy);
@@ -131,7 +133,7 @@ TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
 TEST_F(ChangeEngineTest, TellsWhichTextIsInPlaceWhenTheBackupFails)
 {
     options_.backup = folder_ + "/missing/in.conf.bak";
-    ChangeEngine engine(target_, options_);
+    ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
     EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::writeFailed);
     EXPECT_NE(message_.find("the old text is in place"), std::string::npos) << message_;
@@ -144,7 +146,7 @@ TEST_F(ChangeEngineTest, SignalLeavesTheOldTextAndTheLockFree)
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
-            ChangeEngine engine(target_, options_);
+            ChangeEngine engine(target_, options_, output_);
             setPort(engine.handle(), "1389");
             ::raise(signal);
             ::_exit(1);
@@ -153,7 +155,8 @@ TEST_F(ChangeEngineTest, SignalLeavesTheOldTextAndTheLockFree)
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
         EXPECT_EQ(content(), text);
-        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_); }, message_), ExitCode::done) << message_;
+        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_, output_); }, message_), ExitCode::done)
+            << message_;
     }
 }
 
@@ -176,7 +179,8 @@ TEST(LoggedAttribute, HasItsValuesOnlyWhereTheyAreNumbersWordsOrBits)
 TEST_F(ChangeEngineTest, TakesNoLockInAFolderThatIsNotThere)
 {
     target_.file = folder_ + "/missing/in.conf";
-    EXPECT_EQ(exitOf([&] { const ChangeEngine engine(target_, options_); }, message_), ExitCode::file) << message_;
+    EXPECT_EQ(exitOf([&] { const ChangeEngine engine(target_, options_, output_); }, message_), ExitCode::file)
+        << message_;
 }
 
 } // namespace

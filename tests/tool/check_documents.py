@@ -16,7 +16,7 @@ import tempfile
 
 import jsonschema
 
-NO_DOCUMENT = 2  # the exit status of a command that does not print one yet
+CHANGE = {"file", "dryRun", "changes"}
 
 # arguments, exit status, members
 RUNS = [
@@ -50,18 +50,39 @@ RUNS = [
     (["status"], 0, {"file", "status"}),
     (["status", "-F", "broken.conf"], 4, {"file", "status", "error"}),
     (["status", "-F", "missing.conf"], 4, {"file", "error"}),
-    (["add"], NO_DOCUMENT, {"error"}),
-    (["modify"], NO_DOCUMENT, {"error"}),
-    (["delete", "cn=Nobody"], NO_DOCUMENT, {"error"}),
-    (["set", "port=1389"], NO_DOCUMENT, {"error"}),
-    (["unset", "port"], NO_DOCUMENT, {"error"}),
-    (["apply"], NO_DOCUMENT, {"error"}),
-    (["passwd"], NO_DOCUMENT, {"error"}),
-    (["auth"], NO_DOCUMENT, {"error"}),
-    (["diff"], NO_DOCUMENT, {"error"}),
-    (["fmt"], NO_DOCUMENT, {"error"}),
-    (["backup"], NO_DOCUMENT, {"error"}),
-    (["restore"], NO_DOCUMENT, {"error"}),
+    (["set", "port=1389"], 0, CHANGE | {"backup"}),
+    (["set", "port=389"], 0, CHANGE),
+    (["set", "-n", "port=1389"], 0, CHANGE | {"difference"}),
+    (["set", "-n", "--exit-code", "port=1389"], 1, CHANGE | {"difference"}),
+    (["set", "--no-backup", "port=1389"], 0, CHANGE | {"backup"}),
+    (["set", "port=70000"], 3, {"file", "error"}),
+    (["set", "-n", "-b", "cn=Nobody", "port=1"], 8, {"file", "error"}),
+    (["unset", "sizeLimit"], 0, CHANGE | {"backup"}),
+    (["unset", "adminDN"], 3, {"file", "error"}),
+    (["add", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
+    (["add", "-f", "missing.ldif"], 4, {"error"}),
+    (["modify", "-f", "change.ldif"], 0, CHANGE | {"backup"}),
+    (["modify", "-n", "-f", "change.ldif"], 0, CHANGE | {"difference"}),
+    (["modify", "-f", "new.ldif"], 3, {"error"}),
+    (["apply", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
+    (["delete", "cn=Nobody"], 8, {"file", "error"}),
+    (["delete", "-r", "cn=Front End, cn=Configuration"], 0, CHANGE | {"backup"}),
+    (["passwd", "-T", "password"], 0, CHANGE | {"backup"}),
+    (["passwd", "-T", "missing"], 4, {"error"}),
+    (["auth"], 0, {"file", "boundAs"}),
+    (["auth", "-D", "cn=root", "-w", "wrong"], 5, {"file", "error"}),
+    (["diff"], 4, {"file", "error"}),
+    (["diff", "zorslapd.conf"], 0, {"file", "different", "difference"}),
+    (["diff", "other.conf"], 1, {"file", "different", "difference"}),
+    (["diff", "--ldif", "other.conf"], 1, {"file", "different", "difference"}),
+    (["diff", "--ldif", "--show-secrets", "other.conf"], 1, {"file", "different", "difference"}),
+    (["fmt"], 0, CHANGE),
+    (["fmt", "-n", "-F", "folded.conf"], 0, CHANGE | {"difference"}),
+    (["backup"], 0, {"file", "backup"}),
+    (["backup", "zorslapd.conf"], 2, {"file", "error"}),
+    (["restore", "--yes", "other.conf"], 0, CHANGE | {"backup"}),
+    (["restore", "-n", "other.conf"], 0, CHANGE | {"difference"}),
+    (["restore"], 4, {"error"}),
 ]
 
 SECRETS = re.compile("secret-of-the-example|>1")
@@ -81,6 +102,19 @@ def lay_out(folder, example):
         latin.write("dn: cn=Caf\u00e9 \U0001f600\nobjectclass: top\nx\u00fc-y: a\u200eb\\\n".encode())
 
 
+    with open(example) as source, open(os.path.join(folder, "other.conf"), "w") as other:
+        other.write(source.read().replace("slapdPort: 389", "slapdPort: 1389"))
+    with open(os.path.join(folder, "folded.conf"), "w") as folded:
+        folded.write("dn: cn=Configuration\nobjectclass: top\ncn: Configu\n ration\n")
+    with open(os.path.join(folder, "new.ldif"), "w") as new:
+        new.write("dn: cn=New, cn=Configuration\ncn: New\nobjectclass: top\nzor-audit: true\n")
+    with open(os.path.join(folder, "change.ldif"), "w") as change:
+        change.write("dn: cn=Configuration\nchangetype: modify\nreplace: zor-slapdSizeLimit\nzor-slapdSizeLimit: 7\n")
+    with open(os.path.join(folder, "password"), "w") as password:
+        password.write("secret-of-the-example-2")
+    os.chmod(password.name, 0o600)
+
+
 def complaints(binary, validator, example, arguments, status, members):
     with tempfile.TemporaryDirectory() as folder:
         lay_out(folder, example)
@@ -88,8 +122,7 @@ def complaints(binary, validator, example, arguments, status, members):
         run = subprocess.run([binary, "--json", *arguments], capture_output=True, cwd=folder, env=environment,
                              stdin=subprocess.DEVNULL)
         with open(os.path.join(folder, "zorslapd.conf"), "rb") as now, open(example, "rb") as before:
-            if now.read() != before.read():
-                yield "the file was changed"
+            written = now.read() != before.read()
     if run.returncode != status:
         yield f"exit status {run.returncode} instead of {status}"
     if run.stdout.count(b"\n") != 1 or not run.stdout.isascii():
@@ -104,6 +137,8 @@ def complaints(binary, validator, example, arguments, status, members):
         yield f"{list(error.absolute_path)}: {error.message}"
     if set(document) != {"veltor", "ok", "changed"} | members:
         yield f"members {sorted(document)}"
+    if written != (document["changed"] and not document.get("dryRun")):
+        yield f"changed is {document['changed']}, and the file was {'' if written else 'not '}changed"
     if document["ok"] != (status == 0):
         yield f"ok is {document['ok']}"
     if "error" in document and document["error"]["exit"] != status:

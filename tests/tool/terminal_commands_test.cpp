@@ -119,8 +119,10 @@ protected:
             application.fallthrough();
             TargetOptions target;
             addTargetOptions(application, target);
-            const Command passwd = passwdCommand(application, target);
-            const Command auth = authCommand(application, target);
+            OutputOptions outputOptions;
+            Output output(outputOptions);
+            const Command passwd = passwdCommand(application, target, output);
+            const Command auth = authCommand(application, target, output);
             try {
                 application.parse(line + " -F " + file_);
                 return static_cast<int>((passwd.commandLine->parsed() ? passwd : auth).run());

@@ -23,18 +23,18 @@ struct ApplyOptions
     UpdateOptions update;
 };
 
-ExitCode apply(const ApplyOptions& options, const TargetOptions& target)
+ExitCode apply(const ApplyOptions& options, const TargetOptions& target, Output& output)
 {
     ChangeSet changes = changesFrom(options.file, RecordForm::newEntries, target);
     for (ChangeRecord& record : changes.records) {
         record.kind = ChangeRecord::Kind::ensure;
     }
-    return carryOut(std::move(changes), target, options.update);
+    return carryOut(std::move(changes), target, options.update, output);
 }
 
 } // namespace
 
-Command applyCommand(CLI::App& application, const TargetOptions& target)
+Command applyCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<ApplyOptions>();
     CLI::App* command = application.add_subcommand("apply", "Make entries so")->group("Commands");
@@ -44,7 +44,7 @@ Command applyCommand(CLI::App& application, const TargetOptions& target)
     command->add_flag("--orphan", options->update.orphan, "Add entries whose parent is missing");
     addWriteOptions(*command, options->update.write);
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return apply(*options, target); }};
+    return {command, [options, &target, &output] { return apply(*options, target, output); }};
 }
 
 } // namespace veltor::tool

@@ -1,10 +1,8 @@
 // veltor auth: may these credentials administer?
 #include "commands.h"
-#include "escape.h"
-#include "ldif_output.h"
 
+#include <nlohmann/json.hpp>
 #include <string>
-#include <unistd.h>
 
 namespace veltor::tool {
 
@@ -17,22 +15,24 @@ is asked for one. Exit status 0 is yes, 5 is no.
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
 
-ExitCode authenticate(const TargetOptions& target)
+ExitCode authenticate(const TargetOptions& target, Output& output)
 {
+    output.document().setFile(fileOf(target));
     const Session session(target, Purpose::authenticate);
+    output.document().set("boundAs", jsonTextOrNull(session.boundAs()));
     const std::string who = session.boundAs().empty() ? "root and the owner of the file" : session.boundAs();
-    writeOut(STDOUT_FILENO, escaped(session.file() + ": " + who + " may administer") + '\n');
+    output.print(session.file() + ": " + who + " may administer");
     return ExitCode::done;
 }
 
 } // namespace
 
-Command authCommand(CLI::App& application, const TargetOptions& target)
+Command authCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     CLI::App* command =
         application.add_subcommand("auth", "Tell whether these credentials may administer")->group("Commands");
     command->footer(footer);
-    return {command, [&target] { return authenticate(target); }};
+    return {command, [&target, &output] { return authenticate(target, output); }};
 }
 
 } // namespace veltor::tool

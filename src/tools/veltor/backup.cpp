@@ -1,7 +1,5 @@
 // veltor backup: a copy of the file that is whole, or not there.
 #include "commands.h"
-#include "escape.h"
-#include "ldif_output.h"
 #include "whole_text.h"
 
 #include <cerrno>
@@ -9,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -94,8 +93,9 @@ private:
     bool installed_ = false;
 };
 
-ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target)
+ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target, Output& output)
 {
+    output.document().setFile(fileOf(target));
     const Session session(target);
     const std::string copy = name.value_or(session.file() + ".bak");
     const WipedText text = readConfiguration(session.file());
@@ -115,19 +115,20 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
     NewFile file(copy);
     file.write(view(text));
     file.install(original);
-    writeOut(STDOUT_FILENO, escaped(session.file() + ": copied to " + copy) + '\n');
+    output.document().set("backup", jsonText(copy));
+    output.print(session.file() + ": copied to " + copy);
     return ExitCode::done;
 }
 
 } // namespace
 
-Command backupCommand(CLI::App& application, const TargetOptions& target)
+Command backupCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto name = std::make_shared<std::optional<std::string>>();
     CLI::App* command = application.add_subcommand("backup", "Copy the file")->group("Commands");
     command->add_option("COPY", *name, "The name of the copy; without it FILE.bak")->type_name("");
     command->footer(footer);
-    return {command, [name, &target] { return backup(*name, target); }};
+    return {command, [name, &target, &output] { return backup(*name, target, output); }};
 }
 
 } // namespace veltor::tool

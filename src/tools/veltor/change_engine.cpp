@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -32,6 +33,8 @@ The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted he
 see veltor --help.)";
 
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 constexpr int millisecondsPerSecond = 1000;
 constexpr int longestTimeoutSeconds = std::numeric_limits<int>::max() / millisecondsPerSecond;
@@ -145,6 +148,38 @@ private:
     sigset_t old_{};
 };
 
+Session openedToWrite(const TargetOptions& target, const std::string& backup, Output& output)
+{
+    output.document().setFile(fileOf(target));
+    return Session(target, Purpose::write, backup);
+}
+
+std::string linesOf(const std::vector<Outcome>& outcomes)
+{
+    std::string lines;
+    for (const Outcome& outcome : outcomes) {
+        lines += escaped(outcome.dn + ": " + outcome.what) + '\n';
+        lines += outcome.goneComments.empty() ? "" : "  with the comment\n";
+        for (const std::string& comment : outcome.goneComments) {
+            lines += "  " + escaped(comment) + '\n';
+        }
+    }
+    return lines;
+}
+
+Json jsonFor(const std::vector<Outcome>& outcomes)
+{
+    Json changes = Json::array();
+    for (const Outcome& outcome : outcomes) {
+        Json comments = Json::array();
+        for (const std::string& comment : outcome.goneComments) {
+            comments.push_back(jsonText(comment));
+        }
+        changes.push_back({{"dn", jsonText(outcome.dn)}, {"what", jsonText(outcome.what)}, {"goneComments", comments}});
+    }
+    return changes;
+}
+
 /// What stands behind the last line feed.
 std::string_view unterminatedLine(std::string_view text)
 {
@@ -215,8 +250,9 @@ void addWriteOptions(CLI::App& command, WriteOptions& options)
     command.add_flag("--yes", options.yes, "Ask no question: the answer is yes");
 }
 
-ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& options)
-    : options_(options), backup_(backupFor(target, options)), session_(target, Purpose::write, backup_)
+ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& options, Output& output)
+    : options_(options), output_(output), backup_(backupFor(target, options)),
+      session_(openedToWrite(target, backup_, output))
 {
     const int code = cfg_begin_s(handle(), options.lockTimeoutSeconds * millisecondsPerSecond);
     if (code != LDAP_SUCCESS) {
@@ -259,7 +295,7 @@ void ChangeEngine::requireWholeLastLine(std::string_view after)
     }
     const std::string finding = session_.file() + ": the last line has no line feed, so its value is not read, and "
                                                   "this change would drop it from the file";
-    if (options_.yes) {
+    if (options_.yes || options_.dryRun) {
         warn(finding);
         return;
     }
@@ -298,36 +334,64 @@ void ChangeEngine::requireAdministrator() const
     }
 }
 
-ExitCode ChangeEngine::preview(const ChangeReport& report, std::string_view after) const
+std::string ChangeEngine::difference(const ChangeReport& report, std::string_view after) const
 {
     const MaskedTexts texts = maskedTexts(view(before_), after);
     const std::string label = report.source.empty() ? "(after the change)" : "(after " + report.source + ")";
-    std::string out = escapedLines(unifiedDiff(texts.before, texts.after, session_.file(), label));
-    out += "dry run: " + counted(report.changes, "change", "changes") + " in " +
-           counted(report.dns.size(), "entry", "entries") + ", nothing written\n";
-    writeOut(STDOUT_FILENO, out);
-    return options_.exitCode ? ExitCode::no : ExitCode::done;
+    return unifiedDiff(texts.before, texts.after, session_.file(), label);
+}
+
+void ChangeEngine::tell(const ChangeReport& report, Ending ending, const std::string& difference)
+{
+    Document& document = output_.document();
+    document.set("dryRun", options_.dryRun);
+    document.set("changes", jsonFor(report.outcomes));
+    if (ending != Ending::unchanged) {
+        document.setChanged();
+    }
+    if (ending == Ending::dryRun) {
+        document.set("difference", jsonText(difference));
+    }
+    if (ending == Ending::written) {
+        document.set("backup", jsonTextOrNull(backup_));
+    }
+    if (output_.json() || output_.quiet()) {
+        return;
+    }
+    std::string lines = "unchanged\n";
+    if (ending == Ending::dryRun) {
+        lines = escapedLines(difference) + "dry run: ";
+        if (!report.dns.empty()) {
+            lines += counted(report.changes, "change", "changes") + " in " +
+                     counted(report.dns.size(), "entry", "entries") + ", ";
+        }
+        lines += "nothing written\n";
+    } else if (ending == Ending::written) {
+        const bool telling = report.oldPassword && !backup_.empty();
+        lines = linesOf(report.outcomes) + escaped(notice()) + (telling ? " (holds the old password)\n" : "\n");
+    }
+    writeOut(STDOUT_FILENO, lines);
 }
 
 ExitCode ChangeEngine::finish(const ChangeReport& report)
 {
     const WipedText text = after();
     if (text == before_) {
-        writeOut(STDOUT_FILENO, "unchanged\n");
+        tell(report, Ending::unchanged);
         return ExitCode::done;
     }
     requireAdministrator();
-    if (options_.dryRun) {
-        return preview(report, view(text));
-    }
     requireWholeLastLine(view(text));
+    if (options_.dryRun) {
+        tell(report, Ending::dryRun, difference(report, view(text)));
+        return options_.exitCode ? ExitCode::no : ExitCode::done;
+    }
     // A signal that comes from here on waits for what is printed: it must not hide that the file was changed.
     const SignalsHeldBack untilTold;
     install();
     tellLog(session_.file(), report.log);
     try {
-        const bool telling = report.oldPassword && !backup_.empty();
-        writeOut(STDOUT_FILENO, report.lines + escaped(notice()) + (telling ? " (holds the old password)\n" : "\n"));
+        tell(report, Ending::written);
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
     }

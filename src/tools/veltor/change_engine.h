@@ -3,6 +3,7 @@
 #ifndef VELTOR_TOOL_CHANGE_ENGINE_H
 #define VELTOR_TOOL_CHANGE_ENGINE_H
 
+#include "output.h"
 #include "target.h"
 #include "wiped_text.h"
 
@@ -33,15 +34,22 @@ void addWriteOptions(CLI::App& command, WriteOptions& options);
 /// What the help of the writing commands says of them all.
 extern const char* const writeFooter;
 
+/// What became of an entry. Secrets are masked, nothing is escaped.
+struct Outcome
+{
+    std::string dn, what;
+    std::vector<std::string> goneComments; ///< lines that went with what was taken away
+};
+
 /// What a command has done to the tree.
 struct ChangeReport
 {
-    std::string source;           ///< where the changes come from, for the heading of the diff; may be empty
-    std::string lines;            ///< what to print, escaped, a line for each
-    std::size_t changes = 0;      ///< attributes that differ, entries that come and go
-    std::vector<std::string> dns; ///< the entries concerned, each once
-    bool oldPassword = false;     ///< the backup has a password that the file has no more
-    std::string log;              ///< for the system's log, raw: DNs and attribute names, values of harmless types
+    std::string source;            ///< where the changes come from, for the heading of the diff; may be empty
+    std::vector<Outcome> outcomes; ///< one for each record
+    std::size_t changes = 0;       ///< attributes that differ, entries that come and go
+    std::vector<std::string> dns;  ///< the entries concerned, each once
+    bool oldPassword = false;      ///< the backup has a password that the file has no more
+    std::string log;               ///< for the system's log, raw: DNs and attribute names, values of harmless types
 };
 
 /// The text that a commit on this handle would write.
@@ -59,7 +67,7 @@ public:
     /// Opens the file to write, takes the lock and reads the file again under it.
     /// @throws Failure  as Session does; busy for a lock that is not free in time, writeFailed for one that can't be
     ///                  taken
-    ChangeEngine(const TargetOptions& target, const WriteOptions& options);
+    ChangeEngine(const TargetOptions& target, const WriteOptions& options, Output& output);
     ChangeEngine(const ChangeEngine&) = delete;
     ChangeEngine& operator=(const ChangeEngine&) = delete;
     ~ChangeEngine();
@@ -84,18 +92,21 @@ public:
     /// "written", with the name of the backup.
     std::string notice() const;
 
-    /// Commits and prints what came of it, or, for a dry run, prints the difference that a commit would make, with
-    /// secrets masked. Tells the system's log about a change.
+    /// Commits and tells what came of it, or, for a dry run, the difference that a commit would make, with secrets
+    /// masked. Tells the system's log about a change.
     /// @throws Failure  as commit, and refused for a change after which nobody could bind as the administrator
     ExitCode finish(const ChangeReport& report);
 
 private:
-    ExitCode preview(const ChangeReport& report, std::string_view after) const;
+    std::string difference(const ChangeReport& report, std::string_view after) const;
+    enum class Ending { unchanged, dryRun, written };
+    void tell(const ChangeReport& report, Ending ending, const std::string& difference = {});
     void requireAdministrator() const;
     void requireWholeLastLine(std::string_view after);
     void install();
 
     const WriteOptions& options_;
+    Output& output_;
     std::string backup_; ///< "" for none
     Session session_;
     WipedText before_;

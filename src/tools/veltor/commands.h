@@ -16,7 +16,7 @@ struct Command
 {
     CLI::App* commandLine;         ///< owned by the application's command line
     std::function<ExitCode()> run; ///< called after the parse if this command was given; throws Failure
-    bool hasDocument = false;      ///< it fills the JSON document
+    bool hasForms = false;         ///< it takes its form from the output; the others have text and JSON
 };
 
 /// Each adds its command to the application's command line.
@@ -28,18 +28,18 @@ Command explainCommand(CLI::App& application, const TargetOptions& target, Outpu
 Command checkCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command statusCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command treeCommand(CLI::App& application, const TargetOptions& target, Output& output);
-Command addCommand(CLI::App& application, const TargetOptions& target);
-Command modifyCommand(CLI::App& application, const TargetOptions& target);
-Command deleteCommand(CLI::App& application, const TargetOptions& target);
-Command setCommand(CLI::App& application, const TargetOptions& target);
-Command unsetCommand(CLI::App& application, const TargetOptions& target);
-Command applyCommand(CLI::App& application, const TargetOptions& target);
-Command passwdCommand(CLI::App& application, const TargetOptions& target);
-Command authCommand(CLI::App& application, const TargetOptions& target);
-Command diffCommand(CLI::App& application, const TargetOptions& target, const Output& output);
-Command fmtCommand(CLI::App& application, const TargetOptions& target);
-Command backupCommand(CLI::App& application, const TargetOptions& target);
-Command restoreCommand(CLI::App& application, const TargetOptions& target);
+Command addCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command modifyCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command deleteCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command setCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command unsetCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command applyCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command passwdCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command authCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command diffCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command backupCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command restoreCommand(CLI::App& application, const TargetOptions& target, Output& output);
 
 } // namespace veltor::tool
 

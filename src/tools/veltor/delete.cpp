@@ -22,18 +22,18 @@ struct DeleteOptions
     UpdateOptions update;
 };
 
-ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target)
+ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target, Output& output)
 {
     ChangeSet changes{"", {}, {"DN", "DNs"}};
     for (const std::string& dn : options.dns) {
         changes.records.push_back({ChangeRecord::Kind::remove, dn, {}, {}});
     }
-    return carryOut(std::move(changes), target, options.update);
+    return carryOut(std::move(changes), target, options.update, output);
 }
 
 } // namespace
 
-Command deleteCommand(CLI::App& application, const TargetOptions& target)
+Command deleteCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<DeleteOptions>();
     CLI::App* command = application.add_subcommand("delete", "Delete entries")->group("Commands");
@@ -41,7 +41,7 @@ Command deleteCommand(CLI::App& application, const TargetOptions& target)
     addWriteOptions(*command, options->update.write);
     command->add_option("DN", options->dns, "The entries")->type_name("")->required();
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return deleteEntries(*options, target); }};
+    return {command, [options, &target, &output] { return deleteEntries(*options, target, output); }};
 }
 
 } // namespace veltor::tool

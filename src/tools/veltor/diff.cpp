@@ -12,6 +12,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -259,7 +260,7 @@ private:
     WipedText out_;
 };
 
-WipedText ldifOf(const std::string& before, const std::string& after, const TargetOptions& target, const Output& output)
+WipedText ldifOf(const std::string& before, const std::string& after, const TargetOptions& target, Output& output)
 {
     if (output.showSecrets()) {
         checkShowSecrets(output, Session(target));
@@ -278,23 +279,29 @@ WipedText textDiffOf(const std::string& before, const std::string& after)
     return out;
 }
 
-ExitCode diff(const DiffOptions& options, const TargetOptions& target, const Output& output)
+ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& output)
 {
     if (output.showSecrets() && !options.ldif) {
         throw Failure(ExitCode::usage, "the texts are compared with their secrets masked",
                       {"nothing was read; --show-secrets goes with --ldif"});
     }
     const std::string file = fileOf(target);
+    output.document().setFile(file);
     const std::string before = options.before.value_or(file + ".bak");
     const std::string after = options.after.value_or(file);
     const WipedText out = options.ldif ? ldifOf(before, after, target, output) : textDiffOf(before, after);
-    writeOut(STDOUT_FILENO, view(out));
+    if (output.json()) {
+        output.document().set("different", !out.empty());
+        output.document().setText("difference", view(out));
+    } else if (!output.quiet()) {
+        writeOut(STDOUT_FILENO, view(out));
+    }
     return out.empty() ? ExitCode::done : ExitCode::no;
 }
 
 } // namespace
 
-Command diffCommand(CLI::App& application, const TargetOptions& target, const Output& output)
+Command diffCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<DiffOptions>();
     CLI::App* command =

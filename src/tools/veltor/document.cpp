@@ -155,6 +155,14 @@ void Document::set(const char* name, Json value)
     (*members_)[name] = std::move(value);
 }
 
+void Document::setText(const char* name, std::string_view text)
+{
+    append(texts_, ",");
+    appendString(texts_, name);
+    append(texts_, ":");
+    appendText(texts_, text);
+}
+
 void Document::beginEntries()
 {
     hasEntries_ = true;
@@ -219,6 +227,7 @@ WipedText Document::text(ExitCode exit) const
     members.pop_back();
     WipedText out;
     append(out, members);
+    append(out, view(texts_));
     if (hasEntries_ && error.is_null()) {
         append(out, R"(,"entries":[)");
         append(out, view(entries_));

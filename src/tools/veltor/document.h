@@ -26,10 +26,12 @@ public:
     ~Document();
 
     void setFile(std::string_view file);
-    /// Says that the configuration file was changed.
+    /// Says that the configuration file was changed, or would be by a run that is not dry.
     void setChanged();
     /// Adds a member, or replaces it.
     void set(const char* name, nlohmann::ordered_json value);
+    /// Adds a text that may hold a secret: it is wiped with the document.
+    void setText(const char* name, std::string_view text);
     /// Adds an entry to "entries": values as an array for each attribute, null once for all that are hidden.
     void addEntry(const cfg_message& entry, const EntryForm& form);
     /// Makes "entries" a member also when no entry is added.
@@ -41,8 +43,8 @@ public:
 
 private:
     std::unique_ptr<nlohmann::ordered_json> members_;
-    // On its own, since the JSON library would leave copies of shown passwords in memory.
-    WipedText entries_;
+    // On their own, since the JSON library would leave copies of shown passwords in memory.
+    WipedText texts_, entries_;
     bool hasEntries_ = false;
 };
 

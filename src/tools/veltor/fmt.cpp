@@ -84,34 +84,31 @@ void requireSameConfiguration(const Session& reading, const WipedText& text)
     }
 }
 
-ExitCode format(const WriteOptions& options, const TargetOptions& target)
+ExitCode format(const WriteOptions& options, const TargetOptions& target, Output& output)
 {
-    ChangeEngine engine(target, options);
+    ChangeEngine engine(target, options, output);
     const Session reading(readingOf(engine.session().file()));
     WipedText text = rendered(reading.handle());
     if (text != engine.before()) {
         requireSameConfiguration(reading, text);
-        if (options.dryRun) {
-            const std::string& file = engine.session().file();
-            return tellDryRun(shownDifference(view(engine.before()), view(text), file, "(after fmt)"), options);
-        }
     }
     engine.replaceText(std::move(text), reading.handle());
     ChangeReport report;
+    report.source = "fmt";
     report.log = "the library's own layout";
     return engine.finish(report);
 }
 
 } // namespace
 
-Command fmtCommand(CLI::App& application, const TargetOptions& target)
+Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<WriteOptions>();
     CLI::App* command =
         application.add_subcommand("fmt", "Write the file in the library's own layout")->group("Commands");
     addWriteOptions(*command, *options);
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return format(*options, target); }};
+    return {command, [options, &target, &output] { return format(*options, target, output); }};
 }
 
 } // namespace veltor::tool

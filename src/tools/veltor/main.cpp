@@ -55,13 +55,16 @@ int tell(const Failure& failure, Output& output)
     return exitStatus(failure.exit());
 }
 
+Failure internalError(const std::exception& error)
+{
+    return {ExitCode::internal,
+            std::string("internal error: ") + error.what(),
+            {"a change that was not told of as written was not made"}};
+}
+
 ExitCode runCommand(const Command& command, const Output& output)
 {
-    if (output.json() && !command.hasDocument) {
-        throw Failure(ExitCode::usage, "--json: " + command.commandLine->get_name() + " has no JSON document yet",
-                      {"nothing was read"});
-    }
-    if (!command.hasDocument) {
+    if (!command.hasForms) {
         output.formOf({Form::text});
     }
     return command.run();
@@ -77,6 +80,8 @@ int runAndTell(const Command& command, Output& output)
         return exitStatus(exit);
     } catch (const Failure& failure) {
         return tell(failure, output);
+    } catch (const std::exception& error) {
+        return tell(internalError(error), output);
     }
 }
 
@@ -96,24 +101,15 @@ int run(int argc, char** argv)
     application.set_help_flag("-h,--help", "Print this help");
     application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
     const std::vector<Command> commands{
-        getCommand(application, target, output),
-        explainCommand(application, target, output),
-        searchCommand(application, target, output),
-        treeCommand(application, target, output),
-        checkCommand(application, target, output),
-        statusCommand(application, target, output),
-        setCommand(application, target),
-        unsetCommand(application, target),
-        addCommand(application, target),
-        modifyCommand(application, target),
-        applyCommand(application, target),
-        deleteCommand(application, target),
-        passwdCommand(application, target),
-        authCommand(application, target),
-        diffCommand(application, target, output),
-        fmtCommand(application, target),
-        backupCommand(application, target),
-        restoreCommand(application, target),
+        getCommand(application, target, output),    explainCommand(application, target, output),
+        searchCommand(application, target, output), treeCommand(application, target, output),
+        checkCommand(application, target, output),  statusCommand(application, target, output),
+        setCommand(application, target, output),    unsetCommand(application, target, output),
+        addCommand(application, target, output),    modifyCommand(application, target, output),
+        applyCommand(application, target, output),  deleteCommand(application, target, output),
+        passwdCommand(application, target, output), authCommand(application, target, output),
+        diffCommand(application, target, output),   fmtCommand(application, target, output),
+        backupCommand(application, target, output), restoreCommand(application, target, output),
     };
     try {
         application.parse(argc, argv);
@@ -140,7 +136,7 @@ int main(int argc, char** argv)
         std::fputs(failure.message().c_str(), stderr);
         return exitStatus(failure.exit());
     } catch (const std::exception& error) {
-        std::fputs(("veltor: internal error: " + escaped(error.what()) + '\n').c_str(), stderr);
+        std::fputs(internalError(error).message().c_str(), stderr);
         return exitStatus(ExitCode::internal);
     }
 }

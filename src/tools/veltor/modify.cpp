@@ -34,9 +34,9 @@ struct ModifyOptions
     UpdateOptions update;
 };
 
-ExitCode runChanges(const ModifyOptions& options, RecordForm form, const TargetOptions& target)
+ExitCode runChanges(const ModifyOptions& options, RecordForm form, const TargetOptions& target, Output& output)
 {
-    return carryOut(changesFrom(options.file, form, target), target, options.update);
+    return carryOut(changesFrom(options.file, form, target), target, options.update, output);
 }
 
 void addFileOption(CLI::App& command, ModifyOptions& options)
@@ -49,7 +49,7 @@ void addFileOption(CLI::App& command, ModifyOptions& options)
 
 } // namespace
 
-Command modifyCommand(CLI::App& application, const TargetOptions& target)
+Command modifyCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<ModifyOptions>();
     CLI::App* command = application.add_subcommand("modify", "Carry out change records")->group("Commands");
@@ -57,19 +57,20 @@ Command modifyCommand(CLI::App& application, const TargetOptions& target)
     command->add_flag("--lenient", options->update.lenient, "Values that are there, or not there, are no error");
     addFileOption(*command, *options);
     command->footer(std::string(modifyFooter) + writeFooter);
-    return {command, [options, &target] {
+    return {command, [options, &target, &output] {
                 return runChanges(*options, options->contentIsAdd ? RecordForm::changesAndContent : RecordForm::changes,
-                                  target);
+                                  target, output);
             }};
 }
 
-Command addCommand(CLI::App& application, const TargetOptions& target)
+Command addCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<ModifyOptions>();
     CLI::App* command = application.add_subcommand("add", "Add entries from LDIF")->group("Commands");
     addFileOption(*command, *options);
     command->footer(std::string(addFooter) + writeFooter);
-    return {command, [options, &target] { return runChanges(*options, RecordForm::newEntries, target); }};
+    return {command,
+            [options, &target, &output] { return runChanges(*options, RecordForm::newEntries, target, output); }};
 }
 
 } // namespace veltor::tool

@@ -2,6 +2,7 @@
 #include "output.h"
 
 #include "escape.h"
+#include "ldif_output.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -130,6 +131,13 @@ void Output::appendBareValue(WipedText& out, std::string_view value) const
         append(out, value);
     }
     out.push_back(options_.endWithNul ? '\0' : '\n');
+}
+
+void Output::print(const std::string& line) const
+{
+    if (!json() && !quiet()) {
+        writeOut(STDOUT_FILENO, escaped(line) + '\n');
+    }
 }
 
 void checkShowSecrets(const Output& output, const Session& session)

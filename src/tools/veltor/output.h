@@ -63,6 +63,9 @@ public:
     /// Adds a value of the form "value" and the byte that ends it: raw, but escaped where a terminal would obey it.
     void appendBareValue(WipedText& out, std::string_view value) const;
 
+    /// Prints a line, escaped, for people: not with --json and not with -q.
+    void print(const std::string& line) const;
+
     Document& document() { return document_; }
 
 private:

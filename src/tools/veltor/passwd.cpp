@@ -73,7 +73,7 @@ WipedText newPassword(const PasswordOptions& options, const std::string& name)
     return password;
 }
 
-ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target)
+ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target, Output& output)
 {
     const std::string name = settingName(options.name, false);
     if (!isPassword(name)) {
@@ -94,12 +94,12 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
     operation.values.push_back({newPassword(options, name), {}});
     ChangeSet changes;
     changes.records.push_back(std::move(record));
-    return carryOut(std::move(changes), target, options.update);
+    return carryOut(std::move(changes), target, options.update, output);
 }
 
 } // namespace
 
-Command passwdCommand(CLI::App& application, const TargetOptions& target)
+Command passwdCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<PasswordOptions>();
     CLI::App* command = application.add_subcommand("passwd", "Set a password")->group("Commands");
@@ -108,7 +108,7 @@ Command passwdCommand(CLI::App& application, const TargetOptions& target)
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME", options->name, "The attribute; without it zor-slapdAdminPW")->type_name("");
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return setPassword(*options, target); }};
+    return {command, [options, &target, &output] { return setPassword(*options, target, output); }};
 }
 
 } // namespace veltor::tool

@@ -27,39 +27,38 @@ struct RestoreOptions
     WriteOptions write;
 };
 
-ExitCode restore(const RestoreOptions& options, const TargetOptions& target)
+ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Output& output)
 {
     const std::string from = options.from.value_or(fileOf(target) + ".bak");
     // Before the lock: nobody waits for a backup that can't be used.
     WipedText text = readConfiguration(from);
     const Session backup(readingOf(from));
-    ChangeEngine engine(target, options.write);
+    ChangeEngine engine(target, options.write, output);
     const std::string difference = shownDifference(view(engine.before()), view(text), engine.session().file(), from);
-    if (options.write.dryRun && !difference.empty()) {
-        return tellDryRun(difference, options.write);
-    }
-    if (!difference.empty() && !options.write.yes) {
-        writeOut(STDOUT_FILENO, difference);
+    if (!difference.empty() && !options.write.yes && !options.write.dryRun) {
+        // Standard output belongs to the document, if there is one.
+        writeOut(output.json() ? STDERR_FILENO : STDOUT_FILENO, difference);
         if (!confirmed(engine.session().file() + " becomes what " + from + " holds")) {
             throw Failure(ExitCode::no, "not restored", {"nothing was written"});
         }
     }
     engine.replaceText(std::move(text), backup.handle());
     ChangeReport report;
+    report.source = from;
     report.log = "restored from " + from;
     return engine.finish(report);
 }
 
 } // namespace
 
-Command restoreCommand(CLI::App& application, const TargetOptions& target)
+Command restoreCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<RestoreOptions>();
     CLI::App* command = application.add_subcommand("restore", "Put a backup back")->group("Commands");
     command->add_option("BACKUP", options->from, "The text to put back; without it FILE.bak")->type_name("");
     addWriteOptions(*command, options->write);
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return restore(*options, target); }};
+    return {command, [options, &target, &output] { return restore(*options, target, output); }};
 }
 
 } // namespace veltor::tool

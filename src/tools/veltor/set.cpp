@@ -28,7 +28,7 @@ struct SetOptions
     UpdateOptions update;
 };
 
-ExitCode set(const SetOptions& options, const TargetOptions& target)
+ExitCode set(const SetOptions& options, const TargetOptions& target, Output& output)
 {
     if (escaped(options.comment) != options.comment) {
         throw Failure(ExitCode::usage, "-m: a comment is one line of text", {"nothing was written"});
@@ -36,12 +36,12 @@ ExitCode set(const SetOptions& options, const TargetOptions& target)
     ChangeSet changes;
     changes.records.push_back(
         recordOf(options.dn, options.assignments, options.comment, options.update.write.allowUnknown));
-    return carryOut(std::move(changes), target, options.update);
+    return carryOut(std::move(changes), target, options.update, output);
 }
 
 } // namespace
 
-Command setCommand(CLI::App& application, const TargetOptions& target)
+Command setCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<SetOptions>();
     options->update.lenient = true;
@@ -51,7 +51,7 @@ Command setCommand(CLI::App& application, const TargetOptions& target)
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME=VALUE", options->assignments, "What to set")->type_name("")->required();
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return set(*options, target); }};
+    return {command, [options, &target, &output] { return set(*options, target, output); }};
 }
 
 } // namespace veltor::tool

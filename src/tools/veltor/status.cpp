@@ -290,7 +290,6 @@ Failure doesNotLoad(const Status& status)
 
 ExitCode status(const TargetOptions& target, Output& output)
 {
-    output.formOf({Form::text});
     output.document().setFile(fileOf(target));
     const Status status = statusOf(target);
     if (output.json()) {
@@ -310,7 +309,7 @@ Command statusCommand(CLI::App& application, const TargetOptions& target, Output
 {
     CLI::App* command = application.add_subcommand("status", "Tell how the file is")->group("Commands");
     command->footer(footer);
-    return {command, [&target, &output] { return status(target, output); }, true};
+    return {command, [&target, &output] { return status(target, output); }};
 }
 
 } // namespace veltor::tool

@@ -26,7 +26,7 @@ struct UnsetOptions
     UpdateOptions update;
 };
 
-ExitCode unset(UnsetOptions& options, const TargetOptions& target)
+ExitCode unset(UnsetOptions& options, const TargetOptions& target, Output& output)
 {
     options.update.lenient = !options.strict;
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
@@ -36,12 +36,12 @@ ExitCode unset(UnsetOptions& options, const TargetOptions& target)
     }
     ChangeSet changes;
     changes.records.push_back(std::move(record));
-    return carryOut(std::move(changes), target, options.update);
+    return carryOut(std::move(changes), target, options.update, output);
 }
 
 } // namespace
 
-Command unsetCommand(CLI::App& application, const TargetOptions& target)
+Command unsetCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<UnsetOptions>();
     CLI::App* command = application.add_subcommand("unset", "Take settings out of an entry")->group("Commands");
@@ -50,7 +50,7 @@ Command unsetCommand(CLI::App& application, const TargetOptions& target)
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME", options->names, "The settings")->type_name("")->required();
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target] { return unset(*options, target); }};
+    return {command, [options, &target, &output] { return unset(*options, target, output); }};
 }
 
 } // namespace veltor::tool

@@ -123,23 +123,23 @@ std::string differenceOf(const std::string& name, const Values& before, const Va
     return name + ':' + (text.empty() ? " other order" : text);
 }
 
-/// The lines of a comment block as they may be printed, behind an indent.
-std::string commentLines(const std::string& comment)
+/// The lines of a comment block, masked.
+std::vector<std::string> commentLines(const std::string& comment)
 {
-    std::string out;
+    std::vector<std::string> lines;
     for (std::size_t begin = 0; begin <= comment.size();) {
         const std::size_t end = std::min(comment.find('\n', begin), comment.size());
-        out += "  " + escaped(maskedText("# " + comment.substr(begin, end - begin))) + '\n';
+        lines.push_back(maskedText("# " + comment.substr(begin, end - begin)));
         begin = end + 1;
     }
-    return out;
+    return lines;
 }
 
 class Update
 {
 public:
-    Update(ChangeSet& changes, const TargetOptions& target, const UpdateOptions& options)
-        : changes_(changes), options_(options), engine_(target, options.write)
+    Update(ChangeSet& changes, const TargetOptions& target, const UpdateOptions& options, Output& output)
+        : changes_(changes), options_(options), engine_(target, options.write, output)
     {
     }
 
@@ -176,7 +176,7 @@ private:
     ChangeEngine engine_;
     std::size_t index_ = 0; ///< of the record that is being carried out
     ChangeReport report_;
-    std::string goneComments_; ///< of the record that is being carried out; escaped lines
+    std::vector<std::string> goneComments_; ///< of the record that is being carried out
 };
 
 // ---- Messages ----
@@ -453,7 +453,8 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     const int code = cfg_modify_s(engine_.handle(), record.dn.c_str(), modifications.list());
     check(record, code == LDAP_SUCCESS ? record.place : placeOfFault(record), code);
     if (!comment.empty()) {
-        goneComments_ += commentLines(comment);
+        const std::vector<std::string> lines = commentLines(comment);
+        goneComments_.insert(goneComments_.end(), lines.begin(), lines.end());
     }
     if (options_.lenient || operation.values.empty() || operation.kind == ChangeOperation::Kind::replace) {
         return;
@@ -544,10 +545,7 @@ void Update::carryOut(ChangeRecord& record)
         outcome = ensure(record);
         break;
     }
-    report_.lines += escaped(record.dn + ": " + outcome) + '\n';
-    if (!goneComments_.empty()) {
-        report_.lines += "  with the comment\n" + goneComments_;
-    }
+    report_.outcomes.push_back({record.dn, std::move(outcome), goneComments_});
 }
 
 ExitCode Update::run()
@@ -576,9 +574,9 @@ ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOpti
     return {source, readChanges(source, readChangeFile(file), form)};
 }
 
-ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options)
+ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options, Output& output)
 {
-    return Update(changes, target, options).run();
+    return Update(changes, target, options, output).run();
 }
 
 } // namespace veltor::tool

@@ -42,7 +42,7 @@ ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOpti
 /// it is.
 ///
 /// @throws Failure  for everything that is refused or can't be written
-ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options);
+ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options, Output& output);
 
 } // namespace veltor::tool
 

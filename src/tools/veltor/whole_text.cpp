@@ -34,10 +34,4 @@ std::string shownDifference(std::string_view before, std::string_view after, con
     return escapedLines(unifiedDiff(texts.before, texts.after, beforeLabel, afterLabel));
 }
 
-ExitCode tellDryRun(const std::string& difference, const WriteOptions& options)
-{
-    writeOut(STDOUT_FILENO, difference + "dry run: nothing written\n");
-    return options.exitCode ? ExitCode::no : ExitCode::done;
-}
-
 } // namespace veltor::tool

@@ -21,10 +21,6 @@ TargetOptions readingOf(const std::string& file);
 std::string shownDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
                             const std::string& afterLabel);
 
-/// Tells what a dry run found.
-/// @return  done, or no where the options ask for that
-ExitCode tellDryRun(const std::string& difference, const WriteOptions& options);
-
 } // namespace veltor::tool
 
 #endif
