@@ -116,6 +116,16 @@ int cfg_install_s(void *handle, const char *text, size_t size);
    80 a step failed: nothing is left behind. */
 int cfg_create_s(void *handle, const char *file, const char *text, size_t size);
 
+/* Puts a text in the place of a file's that need not load: so a configuration comes back that no handle can be bound
+   to any more. Under the writer lock, in one step and durable as a commit; the handle's backup name holds. The handle
+   need not be bound, and stays as it is. Outside a change set of the file: that holds the lock.
+   old_text, old_size  what the caller has seen in the file, and its bytes
+   timeout_ms          as for cfg_begin_s
+   Codes: 51 the file holds something else, or the lock stayed busy; 91 there is no such file, or it is no plain one;
+   the code of what ends a load of the new text; 50 and 80 as cfg_commit_s. */
+int cfg_replace_s(void *handle, const char *file, const char *old_text, size_t old_size, const char *text, size_t size,
+                  int timeout_ms);
+
 /* ---- Reading ---- */
 
 /* Stores the entries in scope in *res, in tree order: every entry, also those without attributes, values as they are

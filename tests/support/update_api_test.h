@@ -95,6 +95,12 @@ protected:
         EXPECT_EQ(read(name), content_);
     }
 
+    int replaceFile(void* handle, std::string_view oldText, std::string_view text,
+                    std::string_view name = fileName) const
+    {
+        return cfg_replace_s(handle, pathOf(name).c_str(), oldText.data(), oldText.size(), text.data(), text.size(), 0);
+    }
+
     /// Another program replaces the text.
     void editFile(std::string_view text)
     {

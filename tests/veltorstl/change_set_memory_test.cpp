@@ -840,6 +840,33 @@ TEST_F(ChangeSetMemory, ACreateMakesTheWholeFileOrLeavesNothingBehind)
     });
 }
 
+TEST_F(ChangeSetMemory, AReplacementPutsTheWholeTextOrLeavesTheOldOne)
+{
+    const std::string file = pathOf("broken.conf");
+    constexpr std::string_view broken = "zor-slapdPort: 1\n";
+    forEveryRequest([&](Shortage shortage, std::size_t nth) {
+        write(broken, "broken.conf");
+        const Handle handle(cfg_init());
+        const auto replace = [&] {
+            return cfg_replace_s(handle.get(), file.c_str(), broken.data(), broken.size(), oldText().data(),
+                                 oldText().size(), 0);
+        };
+        FailingAllocator memory(shortage, nth);
+        const int code = replace();
+        memory.stop();
+        if (code != 0) {
+            EXPECT_TRUE(memory.failed()) << shown(cfg_dump_exception(handle.get()));
+            expectShortageTold(handle.get(), code, shortage);
+            EXPECT_EQ(read("broken.conf"), broken);
+            EXPECT_EQ(replace(), 0) << shown(cfg_dump_exception(handle.get()));
+        }
+        EXPECT_EQ(read("broken.conf"), oldText());
+        std::filesystem::remove(file);
+        std::filesystem::remove(file + ".lock");
+        return memory.failed();
+    });
+}
+
 TEST_F(ChangeSetMemory, ACreateOverAFileIsRefusedOrTheShortageTold)
 {
     const std::string file = pathOf(fileName);

@@ -691,6 +691,54 @@ TEST_F(ChangeSet, ACreatedFileHoldsTheTextForOwnerAndGroup)
     EXPECT_FALSE(exists("bad.conf"));
 }
 
+TEST_F(ChangeSet, ATextThatDoesNotLoadIsReplacedWithModeAndBackup)
+{
+    constexpr std::string_view broken = "dn: o=x\n\nzor-slapdPort: 1\n";
+    write(broken);
+    ::chmod(pathOf(fileName).c_str(), 0600);
+    const Handle handle(cfg_init());
+    ASSERT_EQ(cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, pathOf("old.conf").c_str()), 0);
+    ASSERT_EQ(replaceFile(handle.get(), broken, sampleText), 0) << shown(cfg_dump_exception(handle.get()));
+    EXPECT_EQ(read(), sampleText);
+    EXPECT_EQ(read("old.conf"), broken);
+    EXPECT_EQ(statusOf(fileName).st_mode & 07777U, 0600U);
+    EXPECT_EQ(port(handle.get()), "") << "the handle stays unbound";
+}
+
+TEST_F(ChangeSet, AReplacementIsRefusedForAnotherOldTextABadNewOneAndABusyLock)
+{
+    write(sampleText);
+    remember();
+    const Handle handle(cfg_init());
+    EXPECT_EQ(replaceFile(handle.get(), "version: 1\n", ""), 51);
+    EXPECT_EQ(replaceFile(handle.get(), sampleText, "port: 1\n"), 65);
+    EXPECT_EQ(cfg_get_file_line(handle.get()), 1);
+    const Handle holder = another();
+    ASSERT_EQ(cfg_begin_s(holder.get(), 0), 0);
+    EXPECT_EQ(replaceFile(handle.get(), sampleText, ""), 51);
+    EXPECT_EQ(replaceFile(holder.get(), sampleText, ""), 51) << "its own set holds the lock";
+    ASSERT_EQ(cfg_rollback_s(holder.get()), 0);
+    expectUntouched();
+    EXPECT_EQ(replaceFile(handle.get(), sampleText, "", "missing.conf"), 91);
+    EXPECT_FALSE(exists("missing.conf"));
+    std::filesystem::create_directory(pathOf("folder"));
+    EXPECT_EQ(replaceFile(handle.get(), "", "", "folder"), 91);
+}
+
+TEST_F(ChangeSet, AReplacementLooksAtItsArguments)
+{
+    const Handle handle(cfg_init());
+    const std::string file = pathOf(fileName);
+    EXPECT_EQ(cfg_replace_s(nullptr, file.c_str(), "", 0, "", 0, 0), 89);
+    EXPECT_EQ(cfg_replace_s(handle.get(), nullptr, "", 0, "", 0, 0), 89);
+    EXPECT_EQ(cfg_replace_s(handle.get(), file.c_str(), nullptr, 1, "", 0, 0), 89);
+    EXPECT_EQ(cfg_replace_s(handle.get(), file.c_str(), "", 0, nullptr, 1, 0), 89);
+    EXPECT_EQ(cfg_replace_s(handle.get(), file.c_str(), "", 0, "", 0, -1), 89);
+    write("x");
+    EXPECT_EQ(cfg_replace_s(handle.get(), file.c_str(), "x", 1, nullptr, 0, 0), 0);
+    EXPECT_EQ(read(), "");
+}
+
 TEST_F(ChangeSet, ALinkStaysALinkAndItsTargetIsReplaced)
 {
     write(sampleText, "target.conf");

@@ -1,4 +1,5 @@
 // Change sets, and whole texts in place of the file's.
+#include "durable_file.h"
 #include "read.h"
 
 #include "veltor/cfg_admin.h"
@@ -65,6 +66,26 @@ int cfg_create_s(void* handle, const char* file, const char* text, size_t size)
         needsFreeName(file);
         needsToLoad(textOf(text, size), file);
         createFile(file, textOf(text, size));
+        return 0;
+    });
+}
+
+int cfg_replace_s(void* handle, const char* file, const char* old_text, size_t old_size, const char* text, size_t size,
+                  int timeout_ms)
+{
+    if (cfg_reset(handle) != 0) {
+        return result::paramError;
+    }
+    cfg_handle& target = *handleOf(handle);
+    if (file == nullptr || (old_text == nullptr && old_size != 0) || (text == nullptr && size != 0) || timeout_ms < 0) {
+        return target.lastResult = result::paramError;
+    }
+    return runKept(target, {VELTOR_HERE, "System error in cfg_replace_s()"}, [&] {
+        needsToLoad(textOf(text, size), file);
+        const FilePlace place(file);
+        const WriterLock lock(place, timeout_ms);
+        const char* const backup = target.backupFileName;
+        install(place, textOf(text, size), textOf(old_text, old_size), backup == nullptr ? "" : backup);
         return 0;
     });
 }
