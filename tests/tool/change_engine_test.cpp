@@ -31,6 +31,7 @@ protected:
         put(text);
         target_.file = file_;
         options_.lockTimeoutSeconds = 0;
+        outputOptions_.quiet = true;
     }
     ~ChangeEngineTest() override
     {
@@ -85,8 +86,7 @@ TEST_F(ChangeEngineTest, WritesOnCommitAloneAndKeepsTheOldText)
         ChangeEngine engine(target_, options_, output_);
         setPort(engine.handle(), "1389");
         EXPECT_EQ(content(), text);
-        EXPECT_TRUE(engine.commit());
-        EXPECT_EQ(engine.notice(), "written; backup " + file_ + ".bak");
+        EXPECT_EQ(engine.finish({}), ExitCode::done);
     }
     EXPECT_NE(content().find("zor-slapdPort: 1389\n"), std::string::npos);
     EXPECT_EQ(content(".bak"), text);
@@ -106,7 +106,7 @@ TEST_F(ChangeEngineTest, WritesNothingWhenTheTextStays)
 {
     ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "389");
-    EXPECT_FALSE(engine.commit());
+    EXPECT_EQ(engine.finish({}), ExitCode::done);
     EXPECT_NE(::access((file_ + ".bak").c_str(), F_OK), 0);
 }
 
@@ -125,7 +125,7 @@ TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
     ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
     put(other);
-    EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::busy);
+    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_), ExitCode::busy);
     EXPECT_NE(message_.find("nothing was written"), std::string::npos) << message_;
     EXPECT_EQ(content(), other);
 }
@@ -135,7 +135,7 @@ TEST_F(ChangeEngineTest, TellsWhichTextIsInPlaceWhenTheBackupFails)
     options_.backup = folder_ + "/missing/in.conf.bak";
     ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
-    EXPECT_EQ(exitOf([&] { engine.commit(); }, message_), ExitCode::writeFailed);
+    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_), ExitCode::writeFailed);
     EXPECT_NE(message_.find("the old text is in place"), std::string::npos) << message_;
     EXPECT_EQ(content(), text);
 }

@@ -82,7 +82,7 @@ RUNS = [
     (["backup", "zorslapd.conf"], 2, {"file", "error"}),
     (["restore", "--yes", "other.conf"], 0, CHANGE | {"backup"}),
     (["restore", "-n", "other.conf"], 0, CHANGE | {"difference"}),
-    (["restore"], 4, {"error"}),
+    (["restore"], 4, {"file", "error"}),
 ]
 
 SECRETS = re.compile("secret-of-the-example|>1")

@@ -123,9 +123,15 @@ protected:
             Output output(outputOptions);
             const Command passwd = passwdCommand(application, target, output);
             const Command auth = authCommand(application, target, output);
+            const Command restore = restoreCommand(application, target, output);
             try {
                 application.parse(line + " -F " + file_);
-                return static_cast<int>((passwd.commandLine->parsed() ? passwd : auth).run());
+                for (const Command& command : {passwd, auth, restore}) {
+                    if (command.commandLine->parsed()) {
+                        return static_cast<int>(command.run());
+                    }
+                }
+                return static_cast<int>(ExitCode::internal);
             } catch (const Failure& failure) {
                 std::fputs(failure.message().c_str(), stderr);
                 return static_cast<int>(failure.exit());
@@ -164,6 +170,33 @@ TEST_F(TerminalCommands, NewPasswordIsAskedForAgainUntilTheThirdTry)
     ASSERT_TRUE(passwd.answer("New password for zor-slapdAdminPW: ", std::string(47, 'x'))) << passwd.shown();
     EXPECT_EQ(passwd.status(), 3) << passwd.shown();
     EXPECT_EQ(content(), before);
+}
+
+TEST_F(TerminalCommands, AnEmptyPasswordIsAskedForAgain)
+{
+    const std::string before = content();
+    Conversation passwd(command("passwd"));
+    for (int time = 0; time < 3; ++time) {
+        ASSERT_TRUE(passwd.answer("New password for zor-slapdAdminPW: ", "")) << passwd.shown();
+    }
+    EXPECT_EQ(passwd.status(), 3) << passwd.shown();
+    EXPECT_EQ(content(), before);
+}
+
+TEST_F(TerminalCommands, ARestoreShowsTheDifferenceAndAsks)
+{
+    const std::string before = content();
+    std::ofstream(file_ + ".bak") << "dn: cn=Configuration\nobjectclass: top\nzor-slapdPort: 1389\n";
+    // Nobody could bind as the administrator afterwards.
+    Conversation no(command("restore --allow-lockout"));
+    ASSERT_TRUE(no.answer("; go on? [y/N] ", "")) << no.shown();
+    EXPECT_EQ(no.status(), 1) << no.shown();
+    EXPECT_NE(no.shown().find("+zor-slapdPort: 1389"), std::string::npos) << no.shown();
+    EXPECT_EQ(content(), before);
+    Conversation yes(command("restore --allow-lockout"));
+    ASSERT_TRUE(yes.answer("; go on? [y/N] ", "y")) << yes.shown();
+    EXPECT_EQ(yes.status(), 0) << yes.shown();
+    EXPECT_NE(content().find("zor-slapdPort: 1389"), std::string::npos);
 }
 
 TEST(Question, IsNoUnlessTheAnswerIsYes)

@@ -1,20 +1,13 @@
 // The set begins under the lock and ends with the scope. Signals wait while it is installed.
 #include "change_engine.h"
 
-#include "escape.h"
-#include "ldif_output.h"
-#include "masked_text.h"
 #include "names.h"
 #include "question.h"
 #include "results.h"
-#include "text_diff.h"
 
-#include <csignal>
 #include <cstring>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -34,8 +27,6 @@ see veltor --help.)";
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr int millisecondsPerSecond = 1000;
 constexpr int longestTimeoutSeconds = std::numeric_limits<int>::max() / millisecondsPerSecond;
 
@@ -48,136 +39,10 @@ bool nameTheSameFile(const std::string& left, const std::string& right)
                              leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino);
 }
 
-std::string backupFor(const TargetOptions& target, const WriteOptions& options)
-{
-    if (options.noBackup && options.backup) {
-        throw Failure(ExitCode::usage, "--backup and --no-backup exclude each other", {"nothing was written"});
-    }
-    if (options.noBackup) {
-        return {};
-    }
-    const std::string file = fileOf(target);
-    if (!options.backup) {
-        return file.empty() ? file : file + ".bak";
-    }
-    const auto refuse = [](const std::string& finding) {
-        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written"});
-    };
-    if (options.backup->empty()) {
-        refuse("a file name has 1 to 4096 bytes");
-    }
-    if (nameTheSameFile(*options.backup, file)) {
-        refuse(*options.backup + " is the configuration file itself");
-    }
-    struct stat status = {};
-    if (::stat(options.backup->c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        refuse(*options.backup + " is a folder");
-    }
-    return *options.backup;
-}
-
-/// What the library says of the failure that it keeps.
-std::string keptMessage(void* handle)
-{
-    cfg_failure failure = {};
-    return cfg_failure_at(handle, 0, &failure) == LDAP_SUCCESS ? failure.message : "";
-}
-
-bool isStepOfTheDisk(int code)
-{
-    return code == LDAP_INSUFFICIENT_ACCESS || code == LDAP_OTHER;
-}
-
-/// The failure to begin: the lock was not free, or could not be taken, or the file can't be read any more.
-Failure beginFailure(const Session& session, int code, int timeoutSeconds)
-{
-    const std::string codes = codesOf(code, cfg_get_exterror(session.handle()));
-    const std::string message = keptMessage(session.handle());
-    if (code == LDAP_BUSY) {
-        // The library puts the name of the file into quotes.
-        const std::size_t finding = message.find(" is being changed by ");
-        return {ExitCode::busy,
-                finding == std::string::npos ? message : session.file() + message.substr(finding),
-                {codes, "waited " + std::to_string(timeoutSeconds) +
-                            " s; nothing was written; --lock-timeout SECONDS waits longer"}};
-    }
-    if (isStepOfTheDisk(code) && cfg_get_file_line(session.handle()) == 0) {
-        return {ExitCode::writeFailed, session.file() + ": " + message, {codes, "nothing was written"}};
-    }
-    return libraryFailure(session.handle(), code, {Stage::update, "", "", "nothing was written"});
-}
-
-Failure commitFailure(const Session& session, int code)
-{
-    const std::string codes = codesOf(code, cfg_get_exterror(session.handle()));
-    std::string message = keptMessage(session.handle());
-    if (code == LDAP_BUSY) {
-        return {ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}};
-    }
-    if (isStepOfTheDisk(code)) {
-        const bool written = message.ends_with("the new text is in place");
-        if (!message.ends_with("is in place")) {
-            message += "; the old text is in place";
-        }
-        return {ExitCode::writeFailed,
-                session.file() + ": " + message,
-                {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known"
-                                : "nothing was written"}};
-    }
-    return libraryFailure(session.handle(), code, {Stage::update, "", "", "nothing was written"});
-}
-
-/// Holds the signals that end a process back for its scope. They take effect behind it.
-class SignalsHeldBack
-{
-public:
-    SignalsHeldBack()
-    {
-        sigset_t held;
-        ::sigemptyset(&held);
-        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGPIPE, SIGTSTP}) {
-            ::sigaddset(&held, signal);
-        }
-        ::sigprocmask(SIG_BLOCK, &held, &old_);
-    }
-    SignalsHeldBack(const SignalsHeldBack&) = delete;
-    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
-    ~SignalsHeldBack() { ::sigprocmask(SIG_SETMASK, &old_, nullptr); }
-
-private:
-    sigset_t old_{};
-};
-
 Session openedToWrite(const TargetOptions& target, const std::string& backup, Output& output)
 {
     output.document().setFile(fileOf(target));
     return Session(target, Purpose::write, backup);
-}
-
-std::string linesOf(const std::vector<Outcome>& outcomes)
-{
-    std::string lines;
-    for (const Outcome& outcome : outcomes) {
-        lines += escaped(outcome.dn + ": " + outcome.what) + '\n';
-        lines += outcome.goneComments.empty() ? "" : "  with the comment\n";
-        for (const std::string& comment : outcome.goneComments) {
-            lines += "  " + escaped(comment) + '\n';
-        }
-    }
-    return lines;
-}
-
-Json jsonFor(const std::vector<Outcome>& outcomes)
-{
-    Json changes = Json::array();
-    for (const Outcome& outcome : outcomes) {
-        Json comments = Json::array();
-        for (const std::string& comment : outcome.goneComments) {
-            comments.push_back(jsonText(comment));
-        }
-        changes.push_back({{"dn", jsonText(outcome.dn)}, {"what", jsonText(outcome.what)}, {"goneComments", comments}});
-    }
-    return changes;
 }
 
 /// What stands behind the last line feed.
@@ -210,20 +75,6 @@ bool hasAdministrator(void* handle)
     return hasText(dn) && hasText(password);
 }
 
-std::string counted(std::size_t count, const char* one, const char* several)
-{
-    return std::to_string(count) + ' ' + (count == 1 ? one : several);
-}
-
-// Who reads the log learns who changed what, and no secret.
-void tellLog(const std::string& file, const std::string& log)
-{
-    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + file + ": " + log);
-    ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
-    ::syslog(LOG_NOTICE, "%s", line.c_str());
-    ::closelog();
-}
-
 extern "C" int noteLostValue(void* context, const cfg_finding* finding)
 {
     const bool lost = std::strcmp(finding->kind, "lost-last-value") == 0;
@@ -232,6 +83,39 @@ extern "C" int noteLostValue(void* context, const cfg_finding* finding)
 }
 
 } // namespace
+
+std::string backupFor(const TargetOptions& target, const WriteOptions& options)
+{
+    if (options.noBackup && options.backup) {
+        throw Failure(ExitCode::usage, "--backup and --no-backup exclude each other", {"nothing was written"});
+    }
+    if (options.noBackup) {
+        return {};
+    }
+    const std::string file = fileOf(target);
+    if (!options.backup) {
+        return file.empty() ? file : file + ".bak";
+    }
+    const auto refuse = [](const std::string& finding) {
+        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written"});
+    };
+    if (options.backup->empty()) {
+        refuse("a file name has 1 to 4096 bytes");
+    }
+    if (nameTheSameFile(*options.backup, file)) {
+        refuse(*options.backup + " is the configuration file itself");
+    }
+    struct stat status = {};
+    if (::stat(options.backup->c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        refuse(*options.backup + " is a folder");
+    }
+    return *options.backup;
+}
+
+int lockTimeoutMs(const WriteOptions& options)
+{
+    return options.lockTimeoutSeconds * millisecondsPerSecond;
+}
 
 void addWriteOptions(CLI::App& command, WriteOptions& options)
 {
@@ -254,9 +138,9 @@ ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& opti
     : options_(options), output_(output), backup_(backupFor(target, options)),
       session_(openedToWrite(target, backup_, output))
 {
-    const int code = cfg_begin_s(handle(), options.lockTimeoutSeconds * millisecondsPerSecond);
+    const int code = cfg_begin_s(handle(), lockTimeoutMs(options));
     if (code != LDAP_SUCCESS) {
-        throw beginFailure(session_, code, options.lockTimeoutSeconds);
+        throw lockFailure(handle(), session_.file(), code, options.lockTimeoutSeconds);
     }
     begun_ = true;
     before_ = rendered(handle());
@@ -304,26 +188,15 @@ void ChangeEngine::requireWholeLastLine(std::string_view after)
     }
 }
 
-bool ChangeEngine::commit()
+void ChangeEngine::install(const ChangeReport& report)
 {
-    const WipedText text = after();
-    if (text == before_) {
-        return false;
-    }
-    requireWholeLastLine(view(text));
-    install();
-    return true;
-}
-
-void ChangeEngine::install()
-{
-    const SignalsHeldBack untilInstalled;
     begun_ = false;
     const int code =
         replacement_ ? cfg_install_s(handle(), replacement_->data(), replacement_->size()) : cfg_commit_s(handle());
     if (code != LDAP_SUCCESS) {
-        throw commitFailure(session_, code);
+        throw installFailure(handle(), session_.file(), code, report);
     }
+    tellLog(session_.file(), report);
 }
 
 void ChangeEngine::requireAdministrator() const
@@ -334,67 +207,24 @@ void ChangeEngine::requireAdministrator() const
     }
 }
 
-std::string ChangeEngine::difference(const ChangeReport& report, std::string_view after) const
-{
-    const MaskedTexts texts = maskedTexts(view(before_), after);
-    const std::string label = report.source.empty() ? "(after the change)" : "(after " + report.source + ")";
-    return unifiedDiff(texts.before, texts.after, session_.file(), label);
-}
-
-void ChangeEngine::tell(const ChangeReport& report, Ending ending, const std::string& difference)
-{
-    Document& document = output_.document();
-    document.set("dryRun", options_.dryRun);
-    document.set("changes", jsonFor(report.outcomes));
-    if (ending != Ending::unchanged) {
-        document.setChanged();
-    }
-    if (ending == Ending::dryRun) {
-        document.set("difference", jsonText(difference));
-    }
-    if (ending == Ending::written) {
-        document.set("backup", jsonTextOrNull(backup_));
-    }
-    if (output_.json() || output_.quiet()) {
-        return;
-    }
-    std::string lines = "unchanged\n";
-    if (ending == Ending::dryRun) {
-        lines = escapedLines(difference) + "dry run: ";
-        if (!report.dns.empty()) {
-            lines += counted(report.changes, "change", "changes") + " in " +
-                     counted(report.dns.size(), "entry", "entries") + ", ";
-        }
-        lines += "nothing written\n";
-    } else if (ending == Ending::written) {
-        const bool telling = report.oldPassword && !backup_.empty();
-        lines = linesOf(report.outcomes) + escaped(notice()) + (telling ? " (holds the old password)\n" : "\n");
-    }
-    writeOut(STDOUT_FILENO, lines);
-}
-
 ExitCode ChangeEngine::finish(const ChangeReport& report)
 {
     const WipedText text = after();
     if (text == before_) {
-        tell(report, Ending::unchanged);
+        tellEnding(Ending::unchanged, report, options_, backup_, "", output_);
         return ExitCode::done;
     }
     requireAdministrator();
     requireWholeLastLine(view(text));
     if (options_.dryRun) {
-        tell(report, Ending::dryRun, difference(report, view(text)));
+        tellEnding(Ending::dryRun, report, options_, backup_,
+                   differenceFor(report, view(before_), view(text), session_.file()), output_);
         return options_.exitCode ? ExitCode::no : ExitCode::done;
     }
     // A signal that comes from here on waits for what is printed: it must not hide that the file was changed.
     const SignalsHeldBack untilTold;
-    install();
-    tellLog(session_.file(), report.log);
-    try {
-        tell(report, Ending::written);
-    } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(), {"all changes are in the file"});
-    }
+    install(report);
+    tellEnding(Ending::written, report, options_, backup_, "", output_);
     return ExitCode::done;
 }
 
@@ -425,11 +255,6 @@ std::string logged(const std::string& attribute, const std::vector<WipedText>& v
         text += (&value == &values.front() ? "" : "|") + std::string(view(value));
     }
     return text;
-}
-
-std::string ChangeEngine::notice() const
-{
-    return backup_.empty() ? "written" : "written; backup " + backup_;
 }
 
 } // namespace veltor::tool

@@ -3,6 +3,7 @@
 #ifndef VELTOR_TOOL_CHANGE_ENGINE_H
 #define VELTOR_TOOL_CHANGE_ENGINE_H
 
+#include "change_outcome.h"
 #include "output.h"
 #include "target.h"
 #include "wiped_text.h"
@@ -28,29 +29,18 @@ struct WriteOptions
     bool allowLockout = false;
 };
 
+/// The name under which the old text is to be kept, "" for none.
+/// @throws Failure  usage for options that exclude each other and for a name that can't be a backup's
+std::string backupFor(const TargetOptions& target, const WriteOptions& options);
+
+/// The time to wait for the lock.
+int lockTimeoutMs(const WriteOptions& options);
+
 /// Adds the options that the writing commands share.
 void addWriteOptions(CLI::App& command, WriteOptions& options);
 
 /// What the help of the writing commands says of them all.
 extern const char* const writeFooter;
-
-/// What became of an entry. Secrets are masked, nothing is escaped.
-struct Outcome
-{
-    std::string dn, what;
-    std::vector<std::string> goneComments; ///< lines that went with what was taken away
-};
-
-/// What a command has done to the tree.
-struct ChangeReport
-{
-    std::string source;            ///< where the changes come from, for the heading of the diff; may be empty
-    std::vector<Outcome> outcomes; ///< one for each record
-    std::size_t changes = 0;       ///< attributes that differ, entries that come and go
-    std::vector<std::string> dns;  ///< the entries concerned, each once
-    bool oldPassword = false;      ///< the backup has a password that the file has no more
-    std::string log;               ///< for the system's log, raw: DNs and attribute names, values of harmless types
-};
 
 /// The text that a commit on this handle would write.
 /// @throws Failure  for a configuration that the library can't render
@@ -83,27 +73,18 @@ public:
     /// @param readFrom  a handle that has read the text; must outlive the engine
     void replaceText(WipedText text, void* readFrom);
 
-    /// Installs the change. Writes nothing when the text stays the same.
-    /// @return  whether something was written
-    /// @throws Failure  refused for what would not come back, busy for a file that somebody else has changed,
-    ///                  writeFailed for a step that failed: the message says which text is in place
-    bool commit();
-
-    /// "written", with the name of the backup.
-    std::string notice() const;
-
     /// Commits and tells what came of it, or, for a dry run, the difference that a commit would make, with secrets
     /// masked. Tells the system's log about a change.
-    /// @throws Failure  as commit, and refused for a change after which nobody could bind as the administrator
+    /// Writes nothing when the text stays the same.
+    /// @throws Failure  refused for what would not come back and for a change after which nobody could bind as the
+    ///                  administrator; busy for a file that somebody else has changed; writeFailed for a step that
+    ///                  failed: the message says which text is in place
     ExitCode finish(const ChangeReport& report);
 
 private:
-    std::string difference(const ChangeReport& report, std::string_view after) const;
-    enum class Ending { unchanged, dryRun, written };
-    void tell(const ChangeReport& report, Ending ending, const std::string& difference = {});
     void requireAdministrator() const;
     void requireWholeLastLine(std::string_view after);
-    void install();
+    void install(const ChangeReport& report);
 
     const WriteOptions& options_;
     Output& output_;

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "ldif_output.h"
 #include "question.h"
+#include "replacement.h"
 #include "whole_text.h"
 
 #include <memory>
@@ -17,7 +18,8 @@ namespace {
 constexpr const char* footer =
     R"(Without a name the text of FILE.bak is put back. It is read as the server would, shown as a
 difference with its secrets masked, and installed after a question. The text that was in the
-file becomes the new backup, so that a second restore takes the first one back.
+file becomes the new backup, so that a second restore takes the first one back. Root and the
+owner restore also a file that does not load any more, or is gone.
 
 )";
 
@@ -27,26 +29,36 @@ struct RestoreOptions
     WriteOptions write;
 };
 
+// Asked before the lock is taken: nobody waits for the answer.
+void ask(const std::string& difference, const std::string& file, const std::string& from, const Output& output)
+{
+    // Standard output belongs to the document, if there is one.
+    writeOut(output.json() ? STDERR_FILENO : STDOUT_FILENO, difference);
+    if (!confirmed(file + " becomes what " + from + " holds")) {
+        throw Failure(ExitCode::no, "not restored", {"nothing was written"});
+    }
+}
+
 ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Output& output)
 {
-    const std::string from = options.from.value_or(fileOf(target) + ".bak");
-    // Before the lock: nobody waits for a backup that can't be used.
-    WipedText text = readConfiguration(from);
+    const std::string file = fileOf(target);
+    output.document().setFile(file);
+    const std::string from = options.from.value_or(file + ".bak");
+    Replacement replacement;
+    replacement.after = readConfiguration(from);
     const Session backup(readingOf(from));
-    ChangeEngine engine(target, options.write, output);
-    const std::string difference = shownDifference(view(engine.before()), view(text), engine.session().file(), from);
+    replacement.readFrom = backup.handle();
+    replacement.before = textInPlace(file);
+    replacement.source = from;
+    replacement.like = from;
+    replacement.log = "restored from " + from;
+    const WipedText nothing;
+    const WipedText& before = replacement.before ? *replacement.before : nothing;
+    const std::string difference = shownDifference(view(before), view(replacement.after), file, from);
     if (!difference.empty() && !options.write.yes && !options.write.dryRun) {
-        // Standard output belongs to the document, if there is one.
-        writeOut(output.json() ? STDERR_FILENO : STDOUT_FILENO, difference);
-        if (!confirmed(engine.session().file() + " becomes what " + from + " holds")) {
-            throw Failure(ExitCode::no, "not restored", {"nothing was written"});
-        }
+        ask(difference, file, from, output);
     }
-    engine.replaceText(std::move(text), backup.handle());
-    ChangeReport report;
-    report.source = from;
-    report.log = "restored from " + from;
-    return engine.finish(report);
+    return replaceWholeText(std::move(replacement), target, options.write, output);
 }
 
 } // namespace

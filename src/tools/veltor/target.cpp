@@ -83,13 +83,6 @@ std::string environmentCharset()
     return charset;
 }
 
-// Root and the owner can edit the file, so no password would hold them back.
-bool isRootOrOwner(const std::string& file)
-{
-    struct stat status = {};
-    return ::geteuid() == 0 || (::stat(file.c_str(), &status) == 0 && ::geteuid() == status.st_uid);
-}
-
 void bindAnonymously(void* handle)
 {
     const int code = cfg_bind_s(handle, nullptr, nullptr, LDAP_AUTH_SIMPLE);
@@ -139,6 +132,12 @@ void leaveTheCLocale()
     if (charset.empty() || charset == "ANSI_X3.4-1968") {
         ::setenv("LC_ALL", "C.UTF-8", 1);
     }
+}
+
+bool isRootOrOwner(const std::string& file)
+{
+    struct stat status = {};
+    return ::geteuid() == 0 || (::stat(file.c_str(), &status) == 0 && ::geteuid() == status.st_uid);
 }
 
 bool environmentHasUtf8()

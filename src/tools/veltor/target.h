@@ -30,6 +30,9 @@ void addTargetOptions(CLI::App& app, TargetOptions& options);
 /// The file that the options mean: -F, else a non-empty VELTOR_FILE, else the library's default.
 std::string fileOf(const TargetOptions& options);
 
+/// True for who can edit the file anyway: no password would hold them back.
+bool isRootOrOwner(const std::string& file);
+
 /// True when the locale of the environment writes UTF-8. Ask before a session is opened: it leaves the C locale.
 bool environmentHasUtf8();
 

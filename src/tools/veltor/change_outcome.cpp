@@ -1,0 +1,187 @@
+// The texts in which a change ends.
+#include "change_outcome.h"
+
+#include "change_engine.h"
+#include "escape.h"
+#include "ldif_output.h"
+#include "masked_text.h"
+#include "text_diff.h"
+
+#include <nlohmann/json.hpp>
+#include <syslog.h>
+#include <unistd.h>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
+
+namespace veltor::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* nothingWritten = "nothing was written";
+
+/// What the library says of the failure that it keeps.
+std::string keptMessage(void* handle)
+{
+    cfg_failure failure = {};
+    return cfg_failure_at(handle, 0, &failure) == LDAP_SUCCESS ? failure.message : "";
+}
+
+bool isStepOfTheDisk(int code)
+{
+    return code == LDAP_INSUFFICIENT_ACCESS || code == LDAP_OTHER;
+}
+
+/// Whether the library says so of an install that failed. What a crash would leave is not known then.
+bool newTextIsInPlace(std::string_view message)
+{
+    return message.ends_with("the new text is in place");
+}
+
+std::string linesOf(const std::vector<Outcome>& outcomes)
+{
+    std::string lines;
+    for (const Outcome& outcome : outcomes) {
+        lines += escaped(outcome.dn + ": " + outcome.what) + '\n';
+        lines += outcome.goneComments.empty() ? "" : "  with the comment\n";
+        for (const std::string& comment : outcome.goneComments) {
+            lines += "  " + escaped(comment) + '\n';
+        }
+    }
+    return lines;
+}
+
+Json jsonFor(const std::vector<Outcome>& outcomes)
+{
+    Json changes = Json::array();
+    for (const Outcome& outcome : outcomes) {
+        Json comments = Json::array();
+        for (const std::string& comment : outcome.goneComments) {
+            comments.push_back(jsonText(comment));
+        }
+        changes.push_back({{"dn", jsonText(outcome.dn)}, {"what", jsonText(outcome.what)}, {"goneComments", comments}});
+    }
+    return changes;
+}
+
+std::string counted(std::size_t count, const char* one, const char* several)
+{
+    return std::to_string(count) + ' ' + (count == 1 ? one : several);
+}
+
+} // namespace
+
+void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& options, const std::string& backup,
+                const std::string& difference, Output& output)
+{
+    Document& document = output.document();
+    document.set("dryRun", options.dryRun);
+    document.set("changes", jsonFor(report.outcomes));
+    if (ending != Ending::unchanged) {
+        document.setChanged();
+    }
+    if (ending == Ending::dryRun) {
+        document.set("difference", jsonText(difference));
+    }
+    if (ending == Ending::written) {
+        document.set("backup", jsonTextOrNull(backup));
+    }
+    if (output.json() || output.quiet()) {
+        return;
+    }
+    std::string lines = "unchanged\n";
+    if (ending == Ending::dryRun) {
+        lines = escapedLines(difference) + "dry run: ";
+        if (!report.dns.empty()) {
+            lines += counted(report.changes, "change", "changes") + " in " +
+                     counted(report.dns.size(), "entry", "entries") + ", ";
+        }
+        lines += "nothing written\n";
+    } else if (ending == Ending::written) {
+        lines = linesOf(report.outcomes) + "written";
+        lines += backup.empty() ? "" : escaped("; backup " + backup);
+        lines += report.oldPassword && !backup.empty() ? " (holds the old password)\n" : "\n";
+    }
+    try {
+        writeOut(STDOUT_FILENO, lines);
+    } catch (const Failure& failure) {
+        throw Failure(failure.exit(), failure.what(),
+                      {ending == Ending::written ? "all changes are in the file" : nothingWritten});
+    }
+}
+
+std::string differenceFor(const ChangeReport& report, std::string_view before, std::string_view after,
+                          const std::string& file)
+{
+    const MaskedTexts texts = maskedTexts(before, after);
+    const std::string label = report.source.empty() ? "(after the change)" : "(after " + report.source + ")";
+    return unifiedDiff(texts.before, texts.after, file, label);
+}
+
+Failure lockFailure(void* handle, const std::string& file, int code, int timeoutSeconds)
+{
+    const std::string codes = codesOf(code, cfg_get_exterror(handle));
+    const std::string message = keptMessage(handle);
+    if (code == LDAP_BUSY) {
+        // The library puts the name of the file into quotes.
+        const std::size_t finding = message.find(" is being changed by ");
+        return {ExitCode::busy,
+                finding == std::string::npos ? message : file + message.substr(finding),
+                {codes, "waited " + std::to_string(timeoutSeconds) +
+                            " s; nothing was written; --lock-timeout SECONDS waits longer"}};
+    }
+    if (isStepOfTheDisk(code) && cfg_get_file_line(handle) == 0) {
+        return {ExitCode::writeFailed, file + ": " + message, {codes, nothingWritten}};
+    }
+    return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
+}
+
+Failure installFailure(void* handle, const std::string& file, int code, const ChangeReport& report)
+{
+    const std::string codes = codesOf(code, cfg_get_exterror(handle));
+    std::string message = keptMessage(handle);
+    const bool written = newTextIsInPlace(message);
+    if (written) {
+        tellLog(file, report);
+    }
+    if (code == LDAP_BUSY) {
+        return {ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}};
+    }
+    if (isStepOfTheDisk(code)) {
+        if (!message.ends_with("is in place") && !message.ends_with("nothing is left behind")) {
+            message += "; the old text is in place";
+        }
+        return {ExitCode::writeFailed,
+                file + ": " + message,
+                {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known"
+                                : nothingWritten}};
+    }
+    return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
+}
+
+// Who reads the log learns who changed what, and no secret.
+void tellLog(const std::string& file, const ChangeReport& report)
+{
+    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + file + ": " + report.log);
+    ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
+    ::syslog(LOG_NOTICE, "%s", line.c_str());
+    ::closelog();
+}
+
+SignalsHeldBack::SignalsHeldBack()
+{
+    sigset_t held;
+    ::sigemptyset(&held);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGPIPE, SIGTSTP}) {
+        ::sigaddset(&held, signal);
+    }
+    ::sigprocmask(SIG_BLOCK, &held, &old_);
+}
+
+SignalsHeldBack::~SignalsHeldBack()
+{
+    ::sigprocmask(SIG_SETMASK, &old_, nullptr);
+}
+
+} // namespace veltor::tool

@@ -1,0 +1,71 @@
+// How a change ends: what is told of it to people, programs and the system's log, and how it fails.
+#ifndef VELTOR_TOOL_CHANGE_OUTCOME_H
+#define VELTOR_TOOL_CHANGE_OUTCOME_H
+
+#include "failure.h"
+#include "output.h"
+
+#include <csignal>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltor::tool {
+
+struct WriteOptions;
+
+/// What became of an entry. Secrets are masked, nothing is escaped.
+struct Outcome
+{
+    std::string dn, what;
+    std::vector<std::string> goneComments; ///< lines that went with what was taken away
+};
+
+/// What a command has done to the tree.
+struct ChangeReport
+{
+    std::string source;            ///< where the changes come from, for the heading of the diff; may be empty
+    std::vector<Outcome> outcomes; ///< one for each record
+    std::size_t changes = 0;       ///< attributes that differ, entries that come and go
+    std::vector<std::string> dns;  ///< the entries concerned, each once
+    bool oldPassword = false;      ///< the backup has a password that the file has no more
+    std::string log;               ///< for the system's log, raw: DNs and attribute names, values of harmless types
+};
+
+enum class Ending { unchanged, dryRun, written };
+
+/// Prints what a change came to, or puts it into the document.
+/// @param backup      the name that the old text has now, "" for none
+/// @param difference  of a dry run: unified, masked, not escaped
+void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& options, const std::string& backup,
+                const std::string& difference, Output& output);
+
+/// The unified difference of two texts, masked, not escaped.
+std::string differenceFor(const ChangeReport& report, std::string_view before, std::string_view after,
+                          const std::string& file);
+
+/// The failure to take the lock, or to read the file again under it.
+Failure lockFailure(void* handle, const std::string& file, int code, int timeoutSeconds);
+
+/// The failure to install a text. Tells the log about one that is in place all the same.
+Failure installFailure(void* handle, const std::string& file, int code, const ChangeReport& report);
+
+/// Tells the system's log who changed what, and no secret.
+void tellLog(const std::string& file, const ChangeReport& report);
+
+/// Holds the signals that end a process back for its scope. They take effect behind it.
+class SignalsHeldBack
+{
+public:
+    SignalsHeldBack();
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+    ~SignalsHeldBack();
+
+private:
+    sigset_t old_{};
+};
+
+} // namespace veltor::tool
+
+#endif
