@@ -96,9 +96,13 @@ private:
 ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target, Output& output)
 {
     output.document().setFile(fileOf(target));
+    const WipedText text = readConfiguration(fileOf(target));
     const Session session(target);
     const std::string copy = name.value_or(session.file() + ".bak");
-    const WipedText text = readConfiguration(session.file());
+    // What is copied must be what was found good.
+    if (readConfiguration(session.file()) != text) {
+        throw Failure(ExitCode::busy, session.file() + " is being changed", {"no copy was made; try again"});
+    }
     struct stat original = {};
     struct stat status = {};
     if (::stat(session.file().c_str(), &original) != 0) {
@@ -112,6 +116,8 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
             throw Failure(ExitCode::usage, copy + " is no plain file", {"no copy was made"});
         }
     }
+    // A signal would leave half a copy under another name.
+    const SignalsHeldBack untilTold;
     NewFile file(copy);
     file.write(view(text));
     file.install(original);

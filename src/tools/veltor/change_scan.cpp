@@ -481,9 +481,6 @@ std::optional<std::string> whyUnstorable(std::string_view attribute, std::string
             return std::string("the escapes of this DN stand for what the file can't hold: ") + blemish->finding;
         }
     }
-    if (value.size() > 1 && value.front() == '>' && value.back() == '<' && isPassword(attribute)) {
-        return "a text of the form >...< is an encoded password; give the clear one";
-    }
     if (isMask(value) && isSecret(attribute, value)) {
         return "*** stands for a hidden value and is none";
     }

@@ -31,9 +31,9 @@ it. The exit status is 0 for no difference, 1 for one, and 2 or more for an erro
 are masked: *** is the same in both texts, *** (before) and *** (after) are not.
 
 With --ldif come the change records that make the second configuration of the first:
-veltor modify takes them, but for passwords. They name the old values as well as the new
-ones. A password that differs is only printed, in its stored form, with --show-secrets;
-without it the command stops. veltor modify takes clear passwords alone.
+veltor modify takes them. They name the old values as well as the new ones. A password that
+differs is only printed, in its stored form, with --show-secrets; without it the command
+stops.
 
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";

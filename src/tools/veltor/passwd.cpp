@@ -42,6 +42,9 @@ std::optional<std::string> whyRefused(const std::string& name, const WipedText& 
         return "a text of " + std::to_string(size) + " bytes; " + std::to_string(type->minimum) + " to " +
                std::to_string(type->maximum) + " are allowed";
     }
+    if (looksEncoded(password)) {
+        return "a text of the form >...< is an encoded password; give the clear one";
+    }
     return whyUnstorable(name, text);
 }
 

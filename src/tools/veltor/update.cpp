@@ -2,6 +2,7 @@
 // library would merge or drop without a word is refused or told.
 #include "update.h"
 
+#include "credentials.h"
 #include "dn_text.h"
 #include "escape.h"
 #include "masked_text.h"
@@ -150,6 +151,7 @@ private:
     void requireKnown() const;
     void requireSingle(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
                        const std::vector<StoredAttribute>& after) const;
+    void requireEncoded(const ChangeRecord& record) const;
     void note(const ChangeRecord& record, std::size_t changes, const std::string& log);
     void carryOut(ChangeRecord& record);
     std::string add(ChangeRecord& record);
@@ -305,6 +307,30 @@ void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredA
     }
 }
 
+// Records may carry a password as it is stored. The library takes every text of that form, and the next search of one
+// that it can't decode fails.
+void Update::requireEncoded(const ChangeRecord& record) const
+{
+    for (const ChangeOperation& operation : record.operations) {
+        const auto encoded = std::find_if(operation.values.begin(), operation.values.end(),
+                                          [](const ChangeValue& value) { return looksEncoded(value.text); });
+        if (encoded == operation.values.end() || !isPassword(operation.attribute) ||
+            operation.kind == ChangeOperation::Kind::remove) {
+            continue;
+        }
+        std::string name = operation.attribute;
+        char* names[] = {name.data(), nullptr};
+        Results results;
+        if (cfg_search_s(engine_.handle(), record.dn.c_str(), LDAP_SCOPE_BASE, "", names, 0, results.receiver()) !=
+            LDAP_SUCCESS) {
+            throw refusal(ExitCode::refused, record, encoded->place,
+                          operation.attribute +
+                              ": a text of the form >...< is an encoded password, and this one can't be decoded",
+                          "");
+        }
+    }
+}
+
 void Update::note(const ChangeRecord& record, std::size_t changes, const std::string& log)
 {
     if (changes == 0) {
@@ -373,6 +399,7 @@ std::string Update::add(ChangeRecord& record)
     Modifications modifications(record.operations);
     const int code = cfg_add_s(engine_.handle(), record.dn.c_str(), modifications.list());
     check(record, code == LDAP_SUCCESS ? record.place : placeOfFault(record), code);
+    requireEncoded(record);
     requireSingle(record, {}, entryOf(record));
     note(record, 1, "added");
     return "added";
@@ -481,6 +508,7 @@ std::string Update::modify(ChangeRecord& record)
     }
     addComments(record, before);
     const std::vector<StoredAttribute> after = entryOf(record);
+    requireEncoded(record);
     requireSingle(record, before, after);
     std::string text;
     std::string log;
