@@ -138,7 +138,8 @@ ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& opti
     : options_(options), output_(output), backup_(backupFor(target, options)),
       session_(openedToWrite(target, backup_, output))
 {
-    const int code = cfg_begin_s(handle(), lockTimeoutMs(options));
+    const int code =
+        waitForLock(handle(), lockTimeoutMs(options), [&](int timeoutMs) { return cfg_begin_s(handle(), timeoutMs); });
     if (code != LDAP_SUCCESS) {
         throw lockFailure(handle(), session_.file(), code, options.lockTimeoutSeconds);
     }

@@ -7,6 +7,7 @@
 #include "masked_text.h"
 #include "text_diff.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <syslog.h>
 #include <unistd.h>
@@ -20,6 +21,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* nothingWritten = "nothing was written";
+/// What the library says of a lock that stays busy.
+constexpr const char* heldByAnother = " is being changed by ";
 
 /// What the library says of the failure that it keeps.
 std::string keptMessage(void* handle)
@@ -31,6 +34,11 @@ std::string keptMessage(void* handle)
 bool isStepOfTheDisk(int code)
 {
     return code == LDAP_INSUFFICIENT_ACCESS || code == LDAP_OTHER;
+}
+
+bool isHeldByAnother(std::string_view message)
+{
+    return message.find(heldByAnother) != std::string_view::npos;
 }
 
 /// Whether the library says so of an install that failed. What a crash would leave is not known then.
@@ -125,7 +133,7 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
     const std::string message = keptMessage(handle);
     if (code == LDAP_BUSY) {
         // The library puts the name of the file into quotes.
-        const std::size_t finding = message.find(" is being changed by ");
+        const std::size_t finding = message.find(heldByAnother);
         return {ExitCode::busy,
                 finding == std::string::npos ? message : file + message.substr(finding),
                 {codes, "waited " + std::to_string(timeoutSeconds) +
@@ -182,6 +190,18 @@ SignalsHeldBack::SignalsHeldBack()
 SignalsHeldBack::~SignalsHeldBack()
 {
     ::sigprocmask(SIG_SETMASK, &old_, nullptr);
+}
+
+int waitForLock(void* handle, int timeoutMs, const std::function<int(int)>& call)
+{
+    constexpr int longestSliceMs = 100;
+    for (int left = timeoutMs;; left -= longestSliceMs) {
+        const SignalsHeldBack untilTried;
+        const int code = call(std::min(left, longestSliceMs));
+        if (code != LDAP_BUSY || left <= longestSliceMs || !isHeldByAnother(keptMessage(handle))) {
+            return code;
+        }
+    }
 }
 
 } // namespace veltor::tool

@@ -6,6 +6,7 @@
 #include "output.h"
 
 #include <csignal>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,6 +66,12 @@ public:
 private:
     sigset_t old_{};
 };
+
+/// Makes a call that waits for the writer lock, again and again until the time is over. Signals are held back while a
+/// call makes and removes files, and take effect between two of them.
+///
+/// @param call  takes the milliseconds that it may wait, gives a code
+int waitForLock(void* handle, int timeoutMs, const std::function<int(int)>& call);
 
 } // namespace veltor::tool
 
