@@ -83,6 +83,9 @@ RUNS = [
     (["restore", "--yes", "other.conf"], 0, CHANGE | {"backup"}),
     (["restore", "-n", "other.conf"], 0, CHANGE | {"difference"}),
     (["restore"], 4, {"file", "error"}),
+    (["help", "get"], 0, {"help"}),
+    (["help", "gte"], 2, {"error"}),
+    (["version"], 0, {"version"}),
 ]
 
 SECRETS = re.compile("secret-of-the-example|>1")

@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 
 namespace veltor::tool {
 
@@ -40,6 +41,12 @@ Command diffCommand(CLI::App& application, const TargetOptions& target, Output& 
 Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command backupCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command restoreCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command helpCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command versionCommand(CLI::App& application, const TargetOptions& target, Output& output);
+
+/// The failure for a word that stands where a command is meant, with the commands that it may have meant.
+/// @param finding  what is wrong with it
+Failure unknownCommand(const CLI::App& application, const std::string& name, const std::string& finding);
 
 } // namespace veltor::tool
 

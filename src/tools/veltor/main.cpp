@@ -25,20 +25,21 @@ int exitStatus(ExitCode code)
     return static_cast<int>(code);
 }
 
-// The parser asks for the command before it looks at words that are none.
-std::string findingOf(const CLI::App& application, const CLI::ParseError& error)
-{
-    const bool commandIsGiven = !application.get_subcommands().empty();
-    if (commandIsGiven || dynamic_cast<const CLI::RequiredError*>(&error) == nullptr) {
-        return error.what();
-    }
-    const std::vector<std::string> unknown = application.remaining();
-    return unknown.empty() ? "there is no command" : '"' + unknown.front() + "\" is neither a command nor an option";
-}
-
 Failure refusedCommandLine(const CLI::App& application, const CLI::ParseError& error)
 {
-    return {ExitCode::usage, findingOf(application, error), {"nothing was read; see: veltor --help"}};
+    const std::vector<CLI::App*> given = application.get_subcommands();
+    if (!given.empty()) {
+        return {ExitCode::usage, error.what(), {"nothing was read; see: veltor help " + given.front()->get_name()}};
+    }
+    // The parser asks for the command before it looks at words that are none.
+    const std::vector<std::string> unknown = application.remaining();
+    const bool lacksCommand = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    if (lacksCommand && !unknown.empty()) {
+        return unknownCommand(application, unknown.front(),
+                              '"' + unknown.front() + "\" is neither a command nor an option");
+    }
+    return {
+        ExitCode::usage, lacksCommand ? "there is no command" : error.what(), {"nothing was read; see: veltor --help"}};
 }
 
 // The failure on standard error, or in the document.
@@ -110,6 +111,7 @@ int run(int argc, char** argv)
         passwdCommand(application, target, output), authCommand(application, target, output),
         diffCommand(application, target, output),   fmtCommand(application, target, output),
         backupCommand(application, target, output), restoreCommand(application, target, output),
+        helpCommand(application, target, output),   versionCommand(application, target, output),
     };
     try {
         application.parse(argc, argv);

@@ -2,11 +2,10 @@
 #include "names.h"
 
 #include "failure.h"
+#include "nearest.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
-#include <numeric>
 
 namespace veltor::tool {
 
@@ -14,8 +13,6 @@ namespace {
 
 constexpr std::string_view prefixes[] = {"zor-slapd", "zor-"};
 
-// Names longer than this are no misspelling of one of the catalogue, whose longest has 36 characters.
-constexpr std::size_t longestTypo = 64;
 constexpr std::size_t mostSuggestions = 3;
 // A shorter text is part of too many names to be a hint.
 constexpr std::size_t shortestPart = 3;
@@ -60,36 +57,11 @@ const std::vector<cfg_attr_type>& catalogue()
     return types;
 }
 
-// Letters put in, left out, replaced, or exchanged with their neighbour.
-std::size_t typosBetween(std::string_view left, std::string_view right)
-{
-    using Row = std::array<std::size_t, longestTypo + 1>;
-    if (left.size() > longestTypo || right.size() > longestTypo) {
-        return longestTypo;
-    }
-    Row beforeLast{}, last{}, row{};
-    std::iota(last.begin(), last.end(), 0U);
-    for (std::size_t i = 1; i <= left.size(); ++i) {
-        row[0] = i;
-        for (std::size_t j = 1; j <= right.size(); ++j) {
-            const std::size_t replaced = last[j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
-            row[j] = std::min({replaced, last[j] + 1, row[j - 1] + 1});
-            if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
-                row[j] = std::min(row[j], beforeLast[j - 2] + 1);
-            }
-        }
-        beforeLast = last;
-        last = row;
-    }
-    return last[right.size()];
-}
-
 std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg_attr_type>& types)
 {
     const std::string whole = lowered(given);
     const std::string wanted = lowered(withoutPrefix(given));
-    // One letter in four may be wrong, and one in any case.
-    std::size_t fewest = 1 + wanted.size() / 4;
+    std::size_t fewest = mostTypos(wanted);
     std::vector<std::string> nearest;
     std::vector<std::string> containing;
     for (const cfg_attr_type& type : types) {
@@ -111,16 +83,6 @@ std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg
     std::vector<std::string>& found = nearest.empty() ? containing : nearest;
     found.resize(std::min(found.size(), mostSuggestions));
     return std::move(found);
-}
-
-std::string questionOf(const std::vector<std::string>& names)
-{
-    std::string question;
-    for (std::size_t index = 0; index < names.size(); ++index) {
-        question += index == 0 ? "" : index + 1 == names.size() ? " or " : ", ";
-        question += names[index];
-    }
-    return question;
 }
 
 } // namespace
@@ -166,11 +128,8 @@ NameResult lookUpName(std::string_view given)
 
 void refuseName(std::string_view given, const NameResult& result, const std::vector<std::string>& details)
 {
-    std::string headline =
-        std::string(result.ambiguous ? "ambiguous" : "unknown") + " setting \"" + std::string(given) + '"';
-    if (!result.nearest.empty()) {
-        headline += "; did you mean " + questionOf(result.nearest) + '?';
-    }
+    std::string headline = result.ambiguous ? "ambiguous" : "unknown";
+    headline += " setting \"" + std::string(given) + '"' + didYouMean(result.nearest);
     throw Failure(ExitCode::refused, std::move(headline),
                   details.empty() ? std::vector<std::string>{"nothing was written; see: veltor explain --list"}
                                   : details,

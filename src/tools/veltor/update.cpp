@@ -7,6 +7,7 @@
 #include "escape.h"
 #include "masked_text.h"
 #include "names.h"
+#include "nearest.h"
 #include "results.h"
 #include "secrets.h"
 
@@ -277,14 +278,10 @@ void Update::requireKnown() const
                 attributeType(operation.attribute)) {
                 continue;
             }
-            std::string finding = "unknown setting \"" + operation.attribute + '"';
             const NameResult known = lookUpName(operation.attribute);
             const std::vector<std::string> nearest =
                 known.name.empty() ? known.nearest : std::vector<std::string>{known.name};
-            for (const std::string& name : nearest) {
-                finding += (&name == &nearest.front() ? "; did you mean " : " or ") + name;
-            }
-            finding += nearest.empty() ? "" : "?";
+            const std::string finding = "unknown setting \"" + operation.attribute + '"' + didYouMean(nearest);
             std::string message = placeName(changes_.source, operation.place);
             message.append(message.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
             throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"});
