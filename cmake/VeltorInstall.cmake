@@ -28,6 +28,10 @@ endforeach()
 if(VELTOR_BUILD_TOOL)
     install(TARGETS veltor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/output.schema.json" DESTINATION ${CMAKE_INSTALL_DATADIR}/veltor)
+    install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/completion/veltor.bash" RENAME veltor
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/completion/_veltor"
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
     install(FILES "${PROJECT_SOURCE_DIR}/man/veltor.1" DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
     install(FILES "${PROJECT_SOURCE_DIR}/man/veltor-file.5" DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 endif()

@@ -83,6 +83,8 @@ RUNS = [
     (["restore", "--yes", "other.conf"], 0, CHANGE | {"backup"}),
     (["restore", "-n", "other.conf"], 0, CHANGE | {"difference"}),
     (["restore"], 4, {"file", "error"}),
+    (["completion", "bash"], 0, {"script"}),
+    (["completion", "fish"], 2, {"error"}),
     (["help", "get"], 0, {"help"}),
     (["help", "gte"], 2, {"error"}),
     (["version"], 0, {"version"}),

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace veltor::tool {
 
@@ -41,12 +42,18 @@ Command diffCommand(CLI::App& application, const TargetOptions& target, Output& 
 Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command backupCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command restoreCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command completionCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command helpCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command versionCommand(CLI::App& application, const TargetOptions& target, Output& output);
 
 /// The failure for a word that stands where a command is meant, with the commands that it may have meant.
 /// @param finding  what is wrong with it
 Failure unknownCommand(const CLI::App& application, const std::string& name, const std::string& finding);
+
+/// Answers a completion script: reads from standard input where the cursor is, prints what may stand there, and for
+/// whatever is wrong nothing.
+/// @param shell  "bash" or "zsh"
+void answerShell(const CLI::App& application, std::string_view shell);
 
 } // namespace veltor::tool
 

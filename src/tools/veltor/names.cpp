@@ -145,4 +145,19 @@ std::string fullName(std::string_view given, const std::vector<std::string>& det
     return std::move(result.name);
 }
 
+std::string shortName(std::string_view full)
+{
+    for (const std::string_view prefix : prefixes) {
+        if (!startsWith(full, prefix) || !sameName(lookUpName(full.substr(prefix.size())).name, full)) {
+            continue;
+        }
+        std::string name(full.substr(prefix.size()));
+        if (name.size() < 2 || lower(name[1]) == name[1]) {
+            name.front() = lower(name.front());
+        }
+        return name;
+    }
+    return std::string(full);
+}
+
 } // namespace veltor::tool

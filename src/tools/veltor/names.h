@@ -30,6 +30,10 @@ NameResult lookUpName(std::string_view given);
 /// @throws Failure  (refused) for a name that is unknown or ambiguous, with the nearest ones
 std::string fullName(std::string_view given, const std::vector<std::string>& details = {});
 
+/// A name of the catalogue as people type it: without its prefix where that leaves no doubt, and with a small letter in
+/// front ("port"), unless that belongs to an abbreviation ("ACLCache").
+std::string shortName(std::string_view full);
+
 /// The failure that fullName throws for such a result.
 [[noreturn]] void refuseName(std::string_view given, const NameResult& result,
                              const std::vector<std::string>& details = {});
