@@ -34,6 +34,9 @@ for any text, (NAME>=VALUE), (NAME<=VALUE), (NAME=*) for "has it", and (&...), (
 around them. Without a filter all entries are printed; the root, which holds version and
 charset, is found with -s base or by a filter. Hidden values match nothing but (NAME=*).
 
+With --format value the bare values of the attributes are printed, one per line; dn is the
+DN of the entry.
+
 The options common to all commands (-F, -D, -W, -y, -w) are accepted here too;
 see veltor --help.)";
 
@@ -71,7 +74,7 @@ const Scope& scopeNamed(const std::string& option)
         }
     }
     throw Failure(ExitCode::usage, "-s: \"" + option + "\" is not one of: base, one, sub, children",
-                  {"nothing was read"});
+                  {"nothing was read; see: veltor help search"});
 }
 
 /// The filter and the attribute names that the arguments mean.
@@ -263,6 +266,59 @@ bool isWanted(const cfg_message& entry, const Scope& scope, const Question& ques
     return evaluate(question.filter, entry, std::cref(found), showSecrets) == Truth::yes;
 }
 
+/// The values of the named attributes, in the order of the names; dn is that of the entry.
+/// @return  false when a value is hidden: a script must not take a mask for a value
+bool appendValues(WipedText& out, const cfg_message& entry, const Question& question, const Output& output)
+{
+    bool complete = true;
+    const auto appendUnlessSecret = [&](bool secret, std::string_view value) {
+        complete = complete && !(secret && !output.showSecrets());
+        if (!secret || output.showSecrets()) {
+            output.appendBareValue(out, value);
+        }
+    };
+    for (const std::string& name : question.names) {
+        if (isDnLabel(name)) {
+            appendUnlessSecret(isSecretDn(textOf(entry)), textOf(entry));
+        }
+        for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
+            if (name != "*" && !sameName(name, textOf(*attribute))) {
+                continue;
+            }
+            for (const cfg_message* value = attribute->children; value != nullptr; value = value->next) {
+                appendUnlessSecret(isSecret(textOf(*attribute), textOf(*value)), textOf(*value));
+            }
+        }
+    }
+    return complete;
+}
+
+ExitCode printValues(const std::vector<const cfg_message*>& entries, const Question& question, const Output& output)
+{
+    WipedText out;
+    bool complete = true;
+    for (const cfg_message* const entry : entries) {
+        complete = appendValues(out, *entry, question, output) && complete;
+    }
+    writeOut(STDOUT_FILENO, view(out));
+    if (!complete && !output.quiet()) {
+        tellNote("there are hidden values; --show-secrets shows them");
+    }
+    return complete ? ExitCode::done : ExitCode::no;
+}
+
+void requireNames(const SearchOptions& options, const Question& question)
+{
+    if (options.namesOnly) {
+        throw Failure(ExitCode::usage, "-A prints no values, and --format value nothing else",
+                      {"nothing was read; leave one of them out"});
+    }
+    if (question.names.empty()) {
+        throw Failure(ExitCode::usage, "--format value prints the values of attributes that are named",
+                      {"nothing was read; name them behind the filter; dn is the DN of the entry"});
+    }
+}
+
 void print(const SearchOptions& options, const EntryForm& form, const Scope& scope, const Question& question,
            const std::vector<const cfg_message*>& entries)
 {
@@ -286,9 +342,12 @@ void print(const SearchOptions& options, const EntryForm& form, const Scope& sco
 
 ExitCode search(const SearchOptions& options, const TargetOptions& target, Output& output)
 {
-    output.formOf({Form::ldif});
+    const Form outputForm = output.formOf({Form::ldif, Form::value});
     const Scope& scope = scopeNamed(options.scope);
     const Question question = questionOf(options);
+    if (outputForm == Form::value) {
+        requireNames(options, question);
+    }
     output.document().setFile(fileOf(target));
     const Session session(target);
     checkShowSecrets(output, session);
@@ -315,6 +374,9 @@ ExitCode search(const SearchOptions& options, const TargetOptions& target, Outpu
             entries.push_back(entry);
         }
     }
+    if (outputForm == Form::value) {
+        return printValues(entries, question, output);
+    }
     if (output.json()) {
         output.document().beginEntries();
         for (const cfg_message* const entry : entries) {
@@ -338,6 +400,7 @@ Command searchCommand(CLI::App& application, const TargetOptions& target, Output
     command->add_flag("-L", options->plainness,
                       "Begin with the version line of LDIF; -LL: no heading; -LLL: entries only");
     command->add_flag("--comments", options->comments, "Print the comment blocks of entries and attributes as well");
+    output.acceptNulOption(*command);
     command->add_option("FILTER", options->first, "Print the entries that this filter of RFC 4515 matches")
         ->type_name("");
     command->add_option("ATTRIBUTE", options->names, "Print these attributes alone")->type_name("");
