@@ -65,6 +65,7 @@ RUNS = [
     (["modify", "-n", "-f", "change.ldif"], 0, CHANGE | {"difference"}),
     (["modify", "-f", "new.ldif"], 3, {"error"}),
     (["apply", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
+    (["delete"], 2, {"error"}),
     (["delete", "cn=Nobody"], 8, {"file", "error"}),
     (["delete", "-r", "cn=Front End, cn=Configuration"], 0, CHANGE | {"backup"}),
     (["passwd", "-T", "password"], 0, CHANGE | {"backup"}),

@@ -3,6 +3,7 @@
 #include "update.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,22 +13,30 @@ namespace {
 
 constexpr const char* footer =
     R"(An entry that does not exist is an error (exit status 8), and so is one with entries below
-it unless -r is given.
+it unless -r is given. The DNs of a file stand one a line. Entries are deleted in the order
+in which they are named, those on the command line first, and all of them or none.
 
 )";
 
 struct DeleteOptions
 {
     std::vector<std::string> dns;
+    std::optional<std::string> file;
     UpdateOptions update;
 };
 
 ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target, Output& output)
 {
-    ChangeSet changes{"", {}, {"DN", "DNs"}};
-    for (const std::string& dn : options.dns) {
-        changes.records.push_back({ChangeRecord::Kind::remove, dn, {}, {}});
+    if (options.dns.empty() && !options.file) {
+        throw Failure(ExitCode::usage, "delete needs the DN of an entry",
+                      {"nothing was written; list the DNs with: veltor search --format value dn"});
     }
+    ChangeSet changes = options.file ? deletionsFrom(*options.file, target) : ChangeSet{"", {}, deletionWording};
+    std::vector<ChangeRecord> named;
+    for (const std::string& dn : options.dns) {
+        named.push_back({ChangeRecord::Kind::remove, dn, {}, {}});
+    }
+    changes.records.insert(changes.records.begin(), named.begin(), named.end());
     return carryOut(std::move(changes), target, options.update, output);
 }
 
@@ -38,8 +47,9 @@ Command deleteCommand(CLI::App& application, const TargetOptions& target, Output
     const auto options = std::make_shared<DeleteOptions>();
     CLI::App* command = application.add_subcommand("delete", "Delete entries")->group("Commands");
     command->add_flag("-r", options->update.withSubtree, "Delete the entries below as well");
+    command->add_option("-f", options->file, "Read DNs from FILE, one a line, - is standard input")->type_name("FILE");
     addWriteOptions(*command, options->update.write);
-    command->add_option("DN", options->dns, "The entries")->type_name("")->required();
+    command->add_option("DN", options->dns, "The entries")->type_name("");
     command->footer(std::string(footer) + writeFooter);
     return {command, [options, &target, &output] { return deleteEntries(*options, target, output); }};
 }

@@ -587,16 +587,48 @@ ExitCode Update::run()
     return engine_.finish(report_);
 }
 
-} // namespace
-
-ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target)
+void requireInputForBoth(const std::string& file, const TargetOptions& target)
 {
     if (file == "-" && target.passwordFile == "-") {
         throw Failure(ExitCode::usage, "standard input can't give both the changes and the password",
                       {"nothing was read; name a file with -f or with -y"});
     }
-    const std::string source = file == "-" ? "standard input" : file;
+}
+
+std::string sourceName(const std::string& file)
+{
+    return file == "-" ? "standard input" : file;
+}
+
+} // namespace
+
+ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target)
+{
+    requireInputForBoth(file, target);
+    const std::string source = sourceName(file);
     return {source, readChanges(source, readChangeFile(file), form)};
+}
+
+ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target)
+{
+    requireInputForBoth(file, target);
+    ChangeSet changes{sourceName(file), {}, deletionWording};
+    const WipedText text = readChangeFile(file);
+    std::string_view rest = view(text);
+    for (std::size_t line = 1; !rest.empty(); ++line) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        std::string_view dn = rest.substr(0, end);
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        dn.remove_suffix(dn.ends_with('\r') ? 1 : 0);
+        if (dn.find('\0') != std::string_view::npos) {
+            throw Failure(ExitCode::refused, placeName(changes.source, {line, 1}) + ": a DN can't hold a zero byte",
+                          {"nothing was written; correct this line"});
+        }
+        if (!dn.empty()) {
+            changes.records.push_back({ChangeRecord::Kind::remove, std::string(dn), {line, 1}, {}});
+        }
+    }
+    return changes;
 }
 
 ExitCode carryOut(ChangeSet changes, const TargetOptions& target, const UpdateOptions& options, Output& output)

@@ -17,6 +17,9 @@ struct ChangeWording
     const char *one, *several;
 };
 
+/// Of changes that are told as DNs.
+inline constexpr ChangeWording deletionWording{"DN", "DNs"};
+
 struct ChangeSet
 {
     std::string source; ///< what the places of the records refer to
@@ -37,6 +40,9 @@ struct UpdateOptions
 /// that are refused.
 /// @throws Failure  as readChangeFile and readChanges do; usage when standard input is to give the password as well
 ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target);
+
+/// Reads the DNs of entries to delete, one a line, as changesFrom reads records. Empty lines are left out.
+ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target);
 
 /// Binds and carries out the changes, all or none. Prints a line for each record, or "unchanged" when the file stays as
 /// it is.
