@@ -20,6 +20,10 @@ CHANGE = {"file", "dryRun", "changes"}
 
 # arguments, exit status, members
 RUNS = [
+    (["init", "new.conf", "--suffix", "o=a", "-T", "password"], 0, {"file", "dryRun"}),
+    (["init", "new.conf", "--suffix", "o=a", "-n"], 0, {"file", "dryRun", "text"}),
+    (["init", "--suffix", "o=a", "-T", "password"], 8, {"file", "error"}),
+    (["init", "new.conf", "--suffix", "nonsense", "-T", "password"], 3, {"file", "error"}),
     (["get", "port"], 0, {"file", "entries"}),
     (["get", "port", "security", "adminPW"], 1, {"file", "entries", "missing"}),
     (["get", "--show-secrets", "--local", "adminPW"], 0, {"file", "entries"}),
@@ -121,14 +125,22 @@ def lay_out(folder, example):
     os.chmod(password.name, 0o600)
 
 
+def texts_in(folder):
+    texts = {}
+    for name in os.listdir(folder):
+        with open(os.path.join(folder, name), "rb") as file:
+            texts[name] = file.read()
+    return texts
+
+
 def complaints(binary, validator, example, arguments, status, members):
     with tempfile.TemporaryDirectory() as folder:
         lay_out(folder, example)
+        before = texts_in(folder)
         environment = {"PATH": os.environ["PATH"], "VELTOR_FILE": "zorslapd.conf", "LC_ALL": "C"}
         run = subprocess.run([binary, "--json", *arguments], capture_output=True, cwd=folder, env=environment,
                              stdin=subprocess.DEVNULL)
-        with open(os.path.join(folder, "zorslapd.conf"), "rb") as now, open(example, "rb") as before:
-            written = now.read() != before.read()
+        after = texts_in(folder)
     if run.returncode != status:
         yield f"exit status {run.returncode} instead of {status}"
     if run.stdout.count(b"\n") != 1 or not run.stdout.isascii():
@@ -143,6 +155,8 @@ def complaints(binary, validator, example, arguments, status, members):
         yield f"{list(error.absolute_path)}: {error.message}"
     if set(document) != {"veltor", "ok", "changed"} | members:
         yield f"members {sorted(document)}"
+    file = document.get("file", "zorslapd.conf")
+    written = before.get(file) != after.get(file)
     if written != (document["changed"] and not document.get("dryRun")):
         yield f"changed is {document['changed']}, and the file was {'' if written else 'not '}changed"
     if document["ok"] != (status == 0):

@@ -1,91 +1,21 @@
 // Commands that ask, on a terminal of their own.
 #include "commands.h"
+#include "conversation.h"
 #include "question.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <poll.h>
-#include <pty.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
 using namespace veltor::tool;
-
-constexpr int patienceMs = 10000;
-
-/// A process with a terminal, whose prompts are answered one after the other.
-class Conversation
-{
-public:
-    explicit Conversation(const std::function<int()>& action)
-    {
-        child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
-        if (child_ == 0) {
-            const int code = action();
-            std::fflush(nullptr);
-            ::_exit(code);
-        }
-    }
-    Conversation(const Conversation&) = delete;
-    Conversation& operator=(const Conversation&) = delete;
-    ~Conversation() { ::close(terminal_); }
-
-    /// Types the answer and Enter once the text has been shown.
-    bool answer(const std::string& prompt, const std::string& keys)
-    {
-        for (;;) {
-            if (const std::size_t at = unread_.find(prompt); at != std::string::npos) {
-                unread_.erase(0, at + prompt.size());
-                break;
-            }
-            if (!readMore()) {
-                return false;
-            }
-        }
-        const std::string line = keys + '\n';
-        return ::write(terminal_, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-    }
-
-    /// The exit status, once the process has ended.
-    int status()
-    {
-        while (readMore()) {
-        }
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    const std::string& shown() const { return shown_; }
-
-private:
-    bool readMore()
-    {
-        pollfd watched{terminal_, POLLIN, 0};
-        char bytes[256];
-        if (::poll(&watched, 1, patienceMs) != 1) {
-            return false;
-        }
-        const ssize_t count = ::read(terminal_, bytes, sizeof bytes);
-        if (count <= 0) {
-            return false;
-        }
-        shown_.append(bytes, static_cast<std::size_t>(count));
-        unread_.append(bytes, static_cast<std::size_t>(count));
-        return true;
-    }
-
-    int terminal_ = -1;
-    pid_t child_ = -1;
-    std::string shown_, unread_;
-};
 
 class TerminalCommands : public testing::Test
 {
@@ -121,17 +51,15 @@ protected:
             addTargetOptions(application, target);
             OutputOptions outputOptions;
             Output output(outputOptions);
-            const Command passwd = passwdCommand(application, target, output);
-            const Command auth = authCommand(application, target, output);
-            const Command restore = restoreCommand(application, target, output);
+            const Command commands[] = {
+                passwdCommand(application, target, output), authCommand(application, target, output),
+                initCommand(application, target, output), restoreCommand(application, target, output)};
             try {
                 application.parse(line + " -F " + file_);
-                for (const Command& command : {passwd, auth, restore}) {
-                    if (command.commandLine->parsed()) {
-                        return static_cast<int>(command.run());
-                    }
-                }
-                return static_cast<int>(ExitCode::internal);
+                return static_cast<int>(
+                    std::find_if(std::begin(commands), std::end(commands), [](const Command& command) {
+                        return command.commandLine->parsed();
+                    })->run());
             } catch (const Failure& failure) {
                 std::fputs(failure.message().c_str(), stderr);
                 return static_cast<int>(failure.exit());
@@ -197,6 +125,36 @@ TEST_F(TerminalCommands, ARestoreShowsTheDifferenceAndAsks)
     ASSERT_TRUE(yes.answer("; go on? [y/N] ", "y")) << yes.shown();
     EXPECT_EQ(yes.status(), 0) << yes.shown();
     EXPECT_NE(content().find("zor-slapdPort: 1389"), std::string::npos);
+}
+
+TEST_F(TerminalCommands, FreshFileHasTheSuffixAndThePasswordThatWereAskedFor)
+{
+    ::unlink(file_.c_str());
+    Conversation init(command("init"));
+    ASSERT_TRUE(init.answer("Suffix of the directory, such as dc=example,dc=com: ", "o=asked")) << init.shown();
+    ASSERT_TRUE(init.answer("New password for zor-slapdAdminPW: ", "first-secret")) << init.shown();
+    ASSERT_TRUE(init.answer("Again: ", "frist-secret")) << init.shown();
+    ASSERT_TRUE(init.answer("New password for zor-slapdAdminPW: ", "first-secret")) << init.shown();
+    ASSERT_TRUE(init.answer("Again: ", "first-secret")) << init.shown();
+    EXPECT_EQ(init.status(), 0) << init.shown();
+    EXPECT_EQ(init.shown().find("secret"), std::string::npos);
+    EXPECT_NE(content().find("\nzor-slapdSuffix: o=asked\n"), std::string::npos);
+    EXPECT_EQ(content().find("secret"), std::string::npos);
+
+    Conversation auth(command("auth -W"));
+    ASSERT_TRUE(auth.answer("Password for cn=root: ", "first-secret")) << auth.shown();
+    EXPECT_EQ(auth.status(), 0) << auth.shown();
+}
+
+TEST_F(TerminalCommands, FreshFileIsNotMadeWithoutAPassword)
+{
+    ::unlink(file_.c_str());
+    Conversation init(command("init --suffix o=a"));
+    for (int tries = 0; tries < 3; ++tries) {
+        ASSERT_TRUE(init.answer("New password for zor-slapdAdminPW: ", "")) << init.shown();
+    }
+    EXPECT_EQ(init.status(), 3) << init.shown();
+    EXPECT_NE(::access(file_.c_str(), F_OK), 0);
 }
 
 TEST(Question, IsNoUnlessTheAnswerIsYes)

@@ -24,6 +24,7 @@ struct Command
 /// Each adds its command to the application's command line.
 /// @param target  the common options, filled when run is called; must outlive the command
 /// @param output  how the run prints; must outlive the command
+Command initCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command searchCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command getCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command explainCommand(CLI::App& application, const TargetOptions& target, Output& output);

@@ -1,13 +1,11 @@
 // veltor fmt: the file in the library's own layout.
 #include "commands.h"
-#include "ldif_output.h"
+#include "memory_file.h"
 #include "results.h"
 #include "whole_text.h"
 
 #include <memory>
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
 
@@ -46,26 +44,6 @@ bool readTheSame(const Session& left, const Session& right)
     }
     return isEqualLevel(leftTree.first(), rightTree.first());
 }
-
-/// A text as a file that is nowhere on a disk.
-class MemoryFile
-{
-public:
-    explicit MemoryFile(std::string_view text) : descriptor_(::memfd_create("veltor", MFD_CLOEXEC))
-    {
-        if (descriptor_ < 0) {
-            throw Failure(ExitCode::internal, "there is no memory to check the text in", {"nothing was written"});
-        }
-        writeOut(descriptor_, text);
-    }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    ~MemoryFile() { ::close(descriptor_); }
-    std::string name() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-
-private:
-    int descriptor_;
-};
 
 // A value or a DN that the own form can't express would come back as another.
 void requireSameConfiguration(const Session& reading, const WipedText& text)

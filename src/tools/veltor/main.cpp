@@ -102,17 +102,17 @@ int run(int argc, char** argv)
     application.set_help_flag("-h,--help", "Print this help");
     application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
     const std::vector<Command> commands{
-        getCommand(application, target, output),        explainCommand(application, target, output),
-        searchCommand(application, target, output),     treeCommand(application, target, output),
-        checkCommand(application, target, output),      statusCommand(application, target, output),
-        setCommand(application, target, output),        unsetCommand(application, target, output),
-        addCommand(application, target, output),        modifyCommand(application, target, output),
-        applyCommand(application, target, output),      deleteCommand(application, target, output),
-        passwdCommand(application, target, output),     authCommand(application, target, output),
-        diffCommand(application, target, output),       fmtCommand(application, target, output),
-        backupCommand(application, target, output),     restoreCommand(application, target, output),
-        completionCommand(application, target, output), helpCommand(application, target, output),
-        versionCommand(application, target, output),
+        initCommand(application, target, output),    getCommand(application, target, output),
+        explainCommand(application, target, output), searchCommand(application, target, output),
+        treeCommand(application, target, output),    checkCommand(application, target, output),
+        statusCommand(application, target, output),  setCommand(application, target, output),
+        unsetCommand(application, target, output),   addCommand(application, target, output),
+        modifyCommand(application, target, output),  applyCommand(application, target, output),
+        deleteCommand(application, target, output),  passwdCommand(application, target, output),
+        authCommand(application, target, output),    diffCommand(application, target, output),
+        fmtCommand(application, target, output),     backupCommand(application, target, output),
+        restoreCommand(application, target, output), completionCommand(application, target, output),
+        helpCommand(application, target, output),    versionCommand(application, target, output),
     };
     // What the completion scripts call. It is no command that anybody types.
     if (argc == 3 && std::string_view(argv[1]) == "__complete") {

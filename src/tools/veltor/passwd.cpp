@@ -2,7 +2,7 @@
 #include "assignments.h"
 #include "commands.h"
 #include "credentials.h"
-#include "names.h"
+#include "new_password.h"
 #include "secrets.h"
 #include "update.h"
 
@@ -22,8 +22,6 @@ bytes, no control characters, and not the form >...<. The backup holds the old p
 
 )";
 
-constexpr int tries = 3;
-
 struct PasswordOptions
 {
     std::string name = "zor-slapdAdminPW";
@@ -31,50 +29,6 @@ struct PasswordOptions
     std::optional<std::string> file;
     UpdateOptions update;
 };
-
-/// Why the attribute can't have this password.
-std::optional<std::string> whyRefused(const std::string& name, const WipedText& password)
-{
-    const std::string_view text(password.data());
-    const std::optional<cfg_attr_type> type = attributeType(name);
-    const auto size = static_cast<long>(text.size());
-    if (type && (size < type->minimum || size > type->maximum)) {
-        return "a text of " + std::to_string(size) + " bytes; " + std::to_string(type->minimum) + " to " +
-               std::to_string(type->maximum) + " are allowed";
-    }
-    if (looksEncoded(password)) {
-        return "a text of the form >...< is an encoded password; give the clear one";
-    }
-    return whyUnstorable(name, text);
-}
-
-WipedText askedTwice(const std::string& name)
-{
-    for (int left = tries; left > 0; --left) {
-        WipedText password = askPassword("New password for " + name + ": ", "-T FILE", true);
-        if (const auto finding = whyRefused(name, password)) {
-            warn(*finding);
-        } else if (askPassword("Again: ", "-T FILE", true) == password) {
-            return password;
-        } else {
-            warn("the two are not the same");
-        }
-    }
-    throw Failure(ExitCode::refused, name + ": there is no new password after " + std::to_string(tries) + " tries",
-                  {"nothing was written"});
-}
-
-WipedText newPassword(const PasswordOptions& options, const std::string& name)
-{
-    if (!options.file) {
-        return askedTwice(name);
-    }
-    WipedText password = readPasswordFile(*options.file, "-T");
-    if (const auto finding = whyRefused(name, password)) {
-        throw Failure(ExitCode::refused, options.dn + ": " + name + ": " + *finding, {"nothing was written"});
-    }
-    return password;
-}
 
 ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target, Output& output)
 {
@@ -94,7 +48,7 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
     ChangeOperation& operation =
         record.operations.emplace_back(ChangeOperation{ChangeOperation::Kind::replace, name, {}, {}});
-    operation.values.push_back({newPassword(options, name), {}});
+    operation.values.push_back({newPassword(options.dn, name, options.file), {}});
     ChangeSet changes;
     changes.records.push_back(std::move(record));
     return carryOut(std::move(changes), target, options.update, output);
