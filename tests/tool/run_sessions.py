@@ -1,0 +1,117 @@
+#!/usr/bin/env python3
+"""Runs the commands that a document shows, and compares what they print with what the document says.
+
+In a Markdown file, a block that is indented by four blanks and begins with "$ " is a session: each line that begins
+with "$ " is a command, what follows is its output, standard error included, and "(exit status N)" where it is not 0.
+What "$ cat FILE" shows is the content of a file for the commands behind it. All sessions of a document run one after
+the other in a folder of their own, on a copy of the example.
+
+  run_sessions.py VELTOR EXAMPLES DOCUMENT            compares
+  run_sessions.py VELTOR EXAMPLES DOCUMENT --show     compares, and prints headings, commands and outputs
+  run_sessions.py VELTOR EXAMPLES DOCUMENT --record   writes the outputs into the document
+"""
+
+import difflib
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+INDENT = "    "
+SECRETS = {"first-password": "first-secret\n", "second-password": "second-secret\n",
+           "password": "secret-of-the-example\n"}
+
+
+def parts_of(text):
+    """The document as (line,) for what is no session, and (command, output lines) for what is."""
+    parts = []
+    session = False
+    lines = text.splitlines()
+    for number, line in enumerate(lines):
+        # An empty line belongs to the output if more of it follows.
+        following = next((later for later in lines[number:] if later.strip()), "")
+        inside = line.startswith(INDENT) or (not line.strip() and following.startswith(INDENT))
+        shown = line[len(INDENT):] if inside else None
+        if shown is not None and shown.startswith("$ "):
+            session = True
+            parts.append((shown[2:], []))
+        elif session and shown is not None:
+            parts[-1][1].append(shown)
+        else:
+            session = False
+            parts.append((line,))
+    return parts
+
+
+def lay_out(folder, examples):
+    path = os.path.join(folder, "zorslapd.conf")
+    shutil.copy(os.path.join(examples, "zorslapd.conf"), path)
+    os.chmod(path, 0o640)
+    for name, content in SECRETS.items():
+        with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+            os.fchmod(file.fileno(), 0o600)
+            file.write(content)
+
+
+def without_empty_end(lines):
+    while lines and not lines[-1].strip():
+        lines = lines[:-1]
+    return lines
+
+
+def output_of(command, folder, environment):
+    done = subprocess.run(["sh", "-c", command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True, check=False)
+    lines = without_empty_end(done.stdout.decode().splitlines())
+    if done.returncode != 0:
+        lines.append(f"(exit status {done.returncode})")
+    return lines
+
+
+def run(command, expected, folder, environment):
+    made = re.fullmatch(r"cat ([\w.-]+)", command)
+    if made and not os.path.exists(os.path.join(folder, made[1])):
+        with open(os.path.join(folder, made[1]), "w", encoding="utf-8") as file:
+            file.write("".join(line + "\n" for line in expected))
+    return output_of(command, folder, environment)
+
+
+def main():
+    binary, examples, document = map(os.path.abspath, sys.argv[1:4])
+    mode = sys.argv[4] if len(sys.argv) > 4 else ""
+    with open(document, encoding="utf-8") as file:
+        parts = parts_of(file.read())
+    failed = commands = 0
+    made = []
+    with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as programs:
+        os.symlink(binary, os.path.join(programs, "veltor"))
+        environment = {"PATH": programs + ":/usr/bin:/bin", "LC_ALL": "C", "HOME": folder,
+                       "VELTOR_FILE": "zorslapd.conf"}
+        lay_out(folder, examples)
+        for part in parts:
+            if len(part) == 1:
+                made.append(part[0])
+                if mode == "--show" and part[0].startswith("#"):
+                    print(f"\n{part[0]}\n", flush=True)
+                continue
+            command, expected = part[0], without_empty_end(part[1])
+            commands += 1
+            actual = run(command, expected, folder, environment)
+            made += [f"{INDENT}$ {command}", *(INDENT + line if line else "" for line in actual)]
+            if mode == "--show":
+                print("\n".join([f"$ {command}", *actual]), flush=True)
+            if mode != "--record" and actual != expected:
+                failed += 1
+                print(f"FAILED: {command}")
+                print("\n".join(difflib.unified_diff(expected, actual, document, "actual", lineterm="")))
+    if mode == "--record":
+        with open(document, "w", encoding="utf-8") as file:
+            file.write("\n".join(made) + "\n")
+    print(f"{commands} commands, {failed} failed")
+    return 1 if failed or commands == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
