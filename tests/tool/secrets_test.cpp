@@ -5,6 +5,7 @@
 
 using veltor::tool::isSecret;
 using veltor::tool::quotedUnlessSecret;
+using veltor::tool::shownName;
 
 namespace {
 
@@ -57,6 +58,14 @@ TEST(Secrets, AreKnownByNameAndByLook)
         SCOPED_TRACE(std::string(row.attribute) + ": " + row.value);
         EXPECT_EQ(isSecret(row.attribute, row.value), row.secret);
     }
+}
+
+TEST(Secrets, StandInNamesWhereAColonWasMistyped)
+{
+    EXPECT_EQ(shownName("zor-slapdAdminPW secret"), "***");
+    EXPECT_EQ(shownName("my password is secret"), "***");
+    EXPECT_EQ(shownName("zor-slapdAdminPW"), "zor-slapdAdminPW");
+    EXPECT_EQ(shownName("some words"), "some words");
 }
 
 TEST(Secrets, AreNotQuotedInErrors)

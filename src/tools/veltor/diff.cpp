@@ -152,7 +152,7 @@ private:
     {
         if (!isAttributeDescription(name)) {
             throw Failure(ExitCode::refused,
-                          std::string(textOf(entry)) + ": \"" + std::string(name) +
+                          std::string(textOf(entry)) + ": \"" + std::string(shownName(name)) +
                               "\" differs, and change records can't name it",
                           {"nothing was printed; without --ldif the difference is printed as text"});
         }
@@ -162,7 +162,7 @@ private:
     {
         if (!showSecrets_ && isSecret(name, value)) {
             throw Failure(ExitCode::usage,
-                          std::string(textOf(entry)) + ": " + std::string(name) + " is a secret and differs",
+                          std::string(textOf(entry)) + ": " + std::string(shownName(name)) + " is a secret and differs",
                           {"nothing was printed; --show-secrets prints it as it is stored"});
         }
         appendLdifLine(out_, name, value);
@@ -175,8 +175,8 @@ private:
         for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
             for (const std::string_view value : valuesOf(attribute)) {
                 const bool hidden = !showSecrets_ && isSecret(textOf(*attribute), value);
-                appendLdifComment(out_,
-                                  std::string(textOf(*attribute)) + ": " + (hidden ? "hidden" : std::string(value)));
+                appendLdifComment(out_, std::string(hidden ? shownName(textOf(*attribute)) : textOf(*attribute)) +
+                                            ": " + (hidden ? "hidden" : std::string(value)));
             }
         }
         appendLdifLine(out_, "dn", textOf(entry));

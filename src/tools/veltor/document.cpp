@@ -181,7 +181,8 @@ void Document::addEntry(const cfg_message& entry, const EntryForm& form)
         }
         append(entries_, std::exchange(separator, ","));
         // A member's name has no other form than a string.
-        appendString(entries_, isUtf8(textOf(*attribute)) ? textOf(*attribute) : escaped(textOf(*attribute)));
+        const std::string_view name = form.showSecrets ? textOf(*attribute) : shownName(textOf(*attribute));
+        appendString(entries_, isUtf8(name) ? name : escaped(name));
         append(entries_, ":[");
         if (!form.namesOnly) {
             appendValues(entries_, *attribute, form);

@@ -61,21 +61,22 @@ void appendNameAndValue(WipedText& out, std::string_view name, std::string_view 
 void appendAttribute(WipedText& out, const cfg_message& attribute, const EntryForm& form)
 {
     const std::string_view name = textOf(attribute);
+    const std::string_view shown = form.showSecrets ? name : shownName(name);
     if (form.namesOnly) {
-        appendNameAndValue(out, name, "");
+        appendNameAndValue(out, shown, "");
         return;
     }
     if (attribute.children == nullptr) {
-        appendLdifComment(out, std::string(name) + ": no value");
+        appendLdifComment(out, std::string(shown) + ": no value");
         return;
     }
     bool hidden = false;
     for (const cfg_message* value = attribute.children; value != nullptr; value = value->next) {
         if (form.showSecrets || !isSecret(name, textOf(*value))) {
-            appendNameAndValue(out, name, textOf(*value));
+            appendNameAndValue(out, shown, textOf(*value));
         } else if (!hidden) {
             // One line for all of them: how many passwords there are is nobody's business either.
-            appendLdifComment(out, std::string(name) + ": hidden");
+            appendLdifComment(out, std::string(shown) + ": hidden");
             hidden = true;
         }
     }

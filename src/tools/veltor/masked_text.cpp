@@ -59,16 +59,6 @@ std::string_view endOf(std::string_view line)
     return line.substr(last == std::string_view::npos ? 0 : last + 1);
 }
 
-/// One word: a mistyped line may have its value in what is taken for its name.
-bool isOneWord(std::string_view name)
-{
-    return !name.empty() && std::all_of(name.begin(), name.end(), [](char character) {
-        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-               (character >= '0' && character <= '9') ||
-               std::string_view("-._;").find(character) != std::string_view::npos;
-    });
-}
-
 /// Where the value of a physical line begins: behind its name, the colons and the blanks. 0 when the name is not
 /// one word, since all of the line may be secret then.
 std::size_t valueBegin(std::string_view line, std::size_t nameBegin)

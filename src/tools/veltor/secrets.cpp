@@ -124,6 +124,20 @@ bool isMask(std::string_view value)
     return true;
 }
 
+bool isOneWord(std::string_view name)
+{
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char character) {
+        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+               (character >= '0' && character <= '9') ||
+               std::string_view("-._;").find(character) != std::string_view::npos;
+    });
+}
+
+std::string_view shownName(std::string_view name)
+{
+    return isOneWord(name) || !looksLikePassword(name) ? name : secretMask;
+}
+
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value)
 {
     return isSecret(attribute, value) ? std::string(secretMask) : '"' + std::string(value) + '"';

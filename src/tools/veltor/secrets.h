@@ -33,6 +33,12 @@ bool isSecretDn(std::string_view dn);
 /// True for the attributes whose values are stored encoded.
 bool isPassword(std::string_view attribute);
 
+/// One word: a mistyped line may have its value in what is taken for its name.
+bool isOneWord(std::string_view name);
+
+/// The name as it may be shown: *** for one that has a secret in it.
+std::string_view shownName(std::string_view name);
+
 /// The value as an error may quote it: in double quotes, or *** for a secret.
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value);
 

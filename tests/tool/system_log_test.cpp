@@ -1,0 +1,140 @@
+// What the tool tells the system's log: who changed what, and no secret. The log itself is taken from it here.
+#include "commands.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// What came since the last look.
+std::vector<std::string> logLines;
+
+void keep(const char* format, std::va_list arguments)
+{
+    char line[4096];
+    std::vsnprintf(line, sizeof line, format, arguments);
+    logLines.emplace_back(line);
+}
+
+} // namespace
+
+// In place of the C library's, under both of the names that a call may be compiled to.
+extern "C" void syslog(int /*priority*/, const char* format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    keep(format, arguments);
+    va_end(arguments);
+}
+
+extern "C" void __syslog_chk(int /*priority*/, int /*flag*/, const char* format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    keep(format, arguments);
+    va_end(arguments);
+}
+
+namespace {
+
+using namespace veltor::tool;
+
+class SystemLogTest : public testing::Test
+{
+protected:
+    SystemLogTest()
+    {
+        std::string pattern = testing::TempDir() + "log.XXXXXX";
+        folder_ = ::mkdtemp(pattern.data());
+        put("in.conf", "dn: cn=Configuration\nobjectclass: top\nzor-slapdAdminDN: cn=root\nzor-slapdPort: 389\n");
+        put("password", "SecretNew");
+        put("other.conf", "dn: cn=Configuration\nobjectclass: top\nzor-slapdSetenv: A=SecretOther\n");
+        put("changes.ldif",
+            "dn: cn=Configuration\nchangetype: modify\nadd: zor-slapdSetenv\n"
+            "zor-slapdSetenv: A=SecretSet\n-\nreplace: zor-slapdPeerPW\nzor-slapdPeerPW: SecretPeer\n-\n"
+            "add: zor-slapdReferral\nzor-slapdReferral: ldap://SecretHost\n-\n");
+        logLines.clear();
+    }
+    ~SystemLogTest() override
+    {
+        for (const char* name :
+             {"/in.conf", "/in.conf.bak", "/in.conf.lock", "/password", "/other.conf", "/changes.ldif"}) {
+            ::unlink((folder_ + name).c_str());
+        }
+        ::rmdir(folder_.c_str());
+    }
+
+    void put(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(folder_ + '/' + name) << text;
+        ::chmod((folder_ + '/' + name).c_str(), 0600);
+    }
+
+    /// Runs a command, F in it standing for the folder; what it told the log.
+    std::vector<std::string> told(std::string line) const
+    {
+        logLines.clear();
+        for (std::size_t at = line.find("F/"); at != std::string::npos; at = line.find("F/", at + folder_.size())) {
+            line.replace(at, 1, folder_);
+        }
+        CLI::App application;
+        application.fallthrough();
+        TargetOptions target;
+        addTargetOptions(application, target);
+        OutputOptions outputOptions;
+        addOutputOptions(application, outputOptions);
+        Output output(outputOptions);
+        std::vector<Command> commands;
+        for (const auto make : {setCommand, passwdCommand, modifyCommand, restoreCommand}) {
+            commands.push_back(make(application, target, output));
+        }
+        try {
+            application.parse(line + " -q -F " + folder_ + "/in.conf");
+            for (const Command& command : commands) {
+                if (command.commandLine->parsed()) {
+                    command.run();
+                }
+            }
+        } catch (const Failure& failure) {
+            ADD_FAILURE() << failure.message();
+        }
+        return logLines;
+    }
+
+    std::string folder_;
+};
+
+TEST_F(SystemLogTest, HasALineForEachChangeWithoutItsSecrets)
+{
+    const std::string head = "uid " + std::to_string(::getuid()) + " changed " + folder_ + "/in.conf: ";
+    const struct
+    {
+        const char *command, *log;
+    } rows[] = {
+        {"set port=1389 security=SSL", "cn=Configuration: zor-slapdPort=1389, zor-slapdSecurity=SSL"},
+        {"passwd -T F/password", "cn=Configuration: zor-slapdAdminPW"},
+        {"modify -f F/changes.ldif", "cn=Configuration: zor-slapdSetenv, zor-slapdPeerPW, zor-slapdReferral"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        EXPECT_EQ(told(row.command), std::vector<std::string>{head + row.log});
+    }
+    EXPECT_EQ(told("restore --yes --allow-lockout F/other.conf"),
+              std::vector<std::string>{head + "restored from " + folder_ + "/other.conf"});
+}
+
+TEST_F(SystemLogTest, HasNoLineForWhatChangesNothing)
+{
+    EXPECT_TRUE(told("set port=389").empty());
+    EXPECT_TRUE(told("set -n port=1389").empty());
+}
+
+} // namespace
