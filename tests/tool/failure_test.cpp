@@ -41,5 +41,5 @@ TEST(Failure, OfWrongCredentialsNamesTheDnAndTheCode)
     EXPECT_EQ(failure.exit(), ExitCode::authentication);
     EXPECT_EQ(failure.message(), "veltor: error: cn=root: wrong DN or password\n"
                                  "  result 49 (Invalid credentials)\n"
-                                 "  reason\n");
+                                 "  nothing was done; reason\n");
 }

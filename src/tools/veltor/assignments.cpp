@@ -12,7 +12,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* nothingWritten = "nothing was written";
+const std::string nothingWritten = "nothing was written";
 
 struct Assignment
 {
@@ -26,7 +26,7 @@ Assignment parsed(const std::string& text)
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
         throw Failure(ExitCode::usage, '"' + text + "\" is not NAME=VALUE, NAME+=VALUE or NAME-=VALUE",
-                      {nothingWritten});
+                      {"nothing was written; see: veltor help set"});
     }
     const char sign = text[equals - 1];
     const bool isSigned = sign == '+' || sign == '-';
@@ -36,7 +36,7 @@ Assignment parsed(const std::string& text)
                           text.substr(0, equals - (isSigned ? 1 : 0)), text.substr(equals + 1)};
     if (assignment.value.empty()) {
         throw Failure(ExitCode::usage, assignment.name + ": there is no value",
-                      {std::string(nothingWritten) + "; to remove the setting use: veltor unset " + assignment.name});
+                      {nothingWritten + "; to remove the setting use: veltor unset " + assignment.name});
     }
     return assignment;
 }
@@ -50,11 +50,13 @@ std::string settingName(const std::string& given, bool allowUnknown)
         return result.name;
     }
     if (!isAttributeDescription(given) || isDnLabel(given)) {
-        throw Failure(ExitCode::refused, '"' + given + "\" is not an attribute name", {nothingWritten});
+        throw Failure(ExitCode::refused, '"' + given + "\" is not an attribute name",
+                      {"nothing was written; see: veltor explain --list"});
     }
     if (result.ambiguous || !allowUnknown) {
         refuseName(given, result,
-                   {result.ambiguous ? nothingWritten : "nothing was written; --allow-unknown stores it as free text"});
+                   {result.ambiguous ? "nothing was written; give the name in full"
+                                     : "nothing was written; --allow-unknown stores it as free text"});
     }
     return given;
 }
@@ -68,14 +70,14 @@ ChangeRecord recordOf(const std::string& dn, const std::vector<std::string>& ass
         const std::string name = settingName(assignment.name, allowUnknown);
         if (isPassword(name)) {
             throw Failure(ExitCode::usage, name + ": a password on the command line shows in the process list",
-                          {std::string(nothingWritten) + "; use: veltor passwd " + name});
+                          {std::string(nothingWritten).append("; use: veltor passwd ").append(name)});
         }
         ChangeValue value;
         append(value.text, assignment.value);
         if (const std::optional<std::string> finding = whyUnstorable(name, view(value.text))) {
             std::string message = dn;
             message.append(": ").append(name).append(": ").append(*finding);
-            throw Failure(ExitCode::refused, message, {nothingWritten});
+            throw Failure(ExitCode::refused, message, {nothingWritten + explainAdvice(name)});
         }
         value.text.push_back('\0');
         auto operation =

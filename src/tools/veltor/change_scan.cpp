@@ -513,7 +513,10 @@ std::string placeName(const std::string& source, Place place)
 
 Failure refusedChange(const std::string& source, Place place, const std::string& finding)
 {
-    return {ExitCode::refused, placeName(source, place) + ": " + finding, {"nothing was written"}};
+    const std::string where = placeName(source, place);
+    return {ExitCode::refused,
+            (where.empty() ? where : where + ": ") + finding,
+            {"nothing was written; see: veltor help modify"}};
 }
 
 std::vector<ScannedRecord> scanChanges(const std::string& source, std::string_view text)

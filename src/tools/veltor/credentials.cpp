@@ -194,7 +194,7 @@ void requireNarrowMode(int descriptor, const std::string& file)
 {
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0) {
-        throw Failure(ExitCode::file, file + ": " + std::strerror(errno));
+        throw Failure(ExitCode::file, file + ": " + std::strerror(errno), {"nothing was read; name another file"});
     }
     if ((status.st_mode & 07777 & ~widestMode) != 0) {
         throw Failure(ExitCode::file, file + ": others may read or change this password file",
@@ -231,7 +231,8 @@ WipedText askPassword(const std::string& question, const std::string& instead, b
             continue;
         }
         if (answer.empty() && !mayBeEmpty) {
-            throw Failure(ExitCode::authentication, "no password was typed", {"nothing was read"});
+            throw Failure(ExitCode::authentication, "no password was typed",
+                          {"nothing was read; run the command again, or give the password with " + instead});
         }
         answer.push_back('\0');
         return answer;
@@ -257,7 +258,8 @@ WipedText readPasswordFile(const std::string& file, const std::string& option)
             continue;
         }
         if (count < 0) {
-            throw Failure(ExitCode::file, nameOf(file) + ": " + std::strerror(errno));
+            throw Failure(ExitCode::file, nameOf(file) + ": " + std::strerror(errno),
+                          {"nothing was read; name another file"});
         }
         if (count == 0) {
             break;
@@ -265,14 +267,16 @@ WipedText readPasswordFile(const std::string& file, const std::string& option)
         append(password, {chunk.bytes.data(), static_cast<std::size_t>(count)});
         if (password.size() > longestPasswordBytes) {
             throw Failure(ExitCode::file, nameOf(file) + ": too long for a password file",
-                          {"at most " + std::to_string(longestPasswordBytes) + " bytes are read; was -F meant?"});
+                          {"nothing was done; at most " + std::to_string(longestPasswordBytes) +
+                           " bytes are read; was -F meant?"});
         }
     }
     if (!password.empty() && password.back() == '\n') {
         password.pop_back();
     }
     if (view(password).find('\0') != std::string_view::npos) {
-        throw Failure(ExitCode::file, nameOf(file) + ": a password can't hold a zero byte");
+        throw Failure(ExitCode::file, nameOf(file) + ": a password can't hold a zero byte",
+                      {"nothing was done; it is text"});
     }
     password.push_back('\0');
     return password;

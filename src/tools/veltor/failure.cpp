@@ -3,6 +3,7 @@
 #include "failure.h"
 
 #include "escape.h"
+#include "names.h"
 #include "secrets.h"
 
 #include <cerrno>
@@ -256,22 +257,44 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
             return "-D: \"" + circumstances.dn + "\" is not a DN";
         }
     }
-    // A change is refused where it stands, unless it is the file that is in the way.
-    const bool fileInTheWay = report.line > 0 || report.ldap == CFG_LDAP_CONNECT_ERROR || circumstances.place.empty();
+    // An entry that is not there is known from the call alone.
+    const bool missing = report.ldap == LDAP_NO_SUCH_OBJECT && report.dn.empty();
+    const std::string& dn = missing ? circumstances.dn : report.dn;
+    // A change is refused where it stands, on the command line if that is nowhere, unless it is the file that is in
+    // the way.
+    const bool fileInTheWay = report.line > 0 || report.ldap == CFG_LDAP_CONNECT_ERROR ||
+                              circumstances.stage != Stage::update || (circumstances.place.empty() && dn.empty());
     std::string headline = fileInTheWay ? report.file : circumstances.place;
     if (report.line > 0) {
         headline += ':' + std::to_string(report.line);
     }
-    // An entry that is not there is known from the call alone.
-    const bool missing = report.ldap == LDAP_NO_SUCH_OBJECT && report.dn.empty();
-    for (const std::string& part : {missing ? circumstances.dn : report.dn, report.attribute}) {
-        headline += part.empty() ? "" : ": " + part;
+    for (const std::string& part : {dn, report.attribute}) {
+        headline += (part.empty() || headline.empty() ? "" : ": ") + part;
     }
     return headline + ": " + findingOf(report, circumstances);
 }
 
 constexpr const char* fileAdvice = "nothing was read; name the file with -F FILE or in VELTOR_FILE";
 constexpr const char* bindAdvice = "nothing was printed; reading needs no password: leave out -D, -W, -y and -w";
+
+// The step that helps with what was refused, behind the state of things.
+std::string nextStep(const Report& report)
+{
+    const bool isSyntax = report.ldap == LDAP_INVALID_SYNTAX || report.ldap == LDAP_INVALID_DN_SYNTAX;
+    if (isSyntax && attributeType(report.attribute)) {
+        return explainAdvice(report.attribute);
+    }
+    switch (report.ldap) {
+    case LDAP_INVALID_DN_SYNTAX:
+        return "; a DN is like: cn=Front End, cn=Configuration";
+    case LDAP_NO_SUCH_OBJECT:
+        return "; list the DNs with: veltor search --format value dn";
+    case LDAP_NO_SUCH_ATTRIBUTE:
+        return "; see what is there with: veltor search -b DN -s base";
+    default:
+        return {};
+    }
+}
 
 // The state of things and one next step.
 std::string adviceFor(const Report& report, const Circumstances& circumstances)
@@ -289,10 +312,7 @@ std::string adviceFor(const Report& report, const Circumstances& circumstances)
         }
         return circumstances.state.empty() ? bindAdvice : circumstances.state;
     }
-    if (report.ldap == LDAP_NO_SUCH_OBJECT) {
-        return "nothing was printed; list the DNs with: veltor search -LLL 1.1";
-    }
-    return "nothing was printed";
+    return "nothing was printed" + nextStep(report);
 }
 
 } // namespace
@@ -342,7 +362,7 @@ Failure libraryFailure(void* handle, int code, const Circumstances& circumstance
         details.push_back(adviceFor(report, circumstances));
     }
     if (circumstances.stage == Stage::update) {
-        details.push_back(circumstances.state);
+        details.push_back(circumstances.state + (report.line > 0 ? "" : nextStep(report)));
     }
     return {exitCodeFor(circumstances.stage, report.ldap, report.line), headlineOf(report, circumstances),
             std::move(details), factsOf(handle, report)};
@@ -366,7 +386,7 @@ Failure wrongCredentials(const std::string& dn, std::string_view reason)
 {
     return {ExitCode::authentication,
             named(dn) + ": wrong DN or password",
-            {codesOf(LDAP_INVALID_CREDENTIALS, 0), std::string(reason)},
+            {codesOf(LDAP_INVALID_CREDENTIALS, 0), "nothing was done; " + std::string(reason)},
             {.ldap = LDAP_INVALID_CREDENTIALS, .code = LDAP_INVALID_CREDENTIALS, .dn = dn}};
 }
 

@@ -45,7 +45,7 @@ std::vector<Finding> findingsOf(const std::string& file)
     leaveTheCLocale();
     const std::unique_ptr<void, Unbind> handle(cfg_init());
     if (!handle) {
-        throw Failure(ExitCode::internal, "out of memory");
+        throw Failure(ExitCode::internal, "out of memory", {"nothing was read"});
     }
     if (const std::optional<Failure> failure = unreadableFile(file)) {
         throw *failure;

@@ -188,7 +188,7 @@ void writeOut(int descriptor, std::string_view text)
         }
         if (written < 0) {
             throw Failure(ExitCode::writeFailed, std::string("the output can't be written: ") + std::strerror(errno),
-                          {"the configuration file is not concerned"});
+                          {"the configuration file is not concerned; look for room, or print somewhere else"});
         }
         text.remove_prefix(static_cast<std::size_t>(written));
     }

@@ -145,6 +145,12 @@ std::string fullName(std::string_view given, const std::vector<std::string>& det
     return std::move(result.name);
 }
 
+std::string explainAdvice(std::string_view name)
+{
+    const std::optional<cfg_attr_type> type = attributeType(name);
+    return type ? std::string("; see: veltor explain ") + type->name : std::string();
+}
+
 std::string shortName(std::string_view full)
 {
     for (const std::string_view prefix : prefixes) {

@@ -38,6 +38,9 @@ std::string shortName(std::string_view full);
 [[noreturn]] void refuseName(std::string_view given, const NameResult& result,
                              const std::vector<std::string>& details = {});
 
+/// "; see: veltor explain NAME" for a name of the catalogue, else "".
+std::string explainAdvice(std::string_view name);
+
 /// The type of a full name in any letter case; nothing for a name that the catalogue does not have.
 std::optional<cfg_attr_type> attributeType(std::string_view name);
 

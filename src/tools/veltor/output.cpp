@@ -28,7 +28,7 @@ const FormName& named(std::string_view name)
         std::find_if(std::begin(formNames), std::end(formNames), [&](const FormName& row) { return name == row.name; });
     if (found == std::end(formNames)) {
         throw Failure(ExitCode::usage, "--format: \"" + std::string(name) + "\" is not one of: text, ldif, json, value",
-                      {"nothing was read"});
+                      {"nothing was read; see: veltor --help"});
     }
     return *found;
 }
@@ -84,11 +84,11 @@ Form Output::formOf(std::initializer_list<Form> forms) const
 {
     if (options_.colour != "auto" && options_.colour != "always" && options_.colour != "never") {
         throw Failure(ExitCode::usage, "--color: \"" + options_.colour + "\" is not one of: auto, always, never",
-                      {"nothing was read"});
+                      {"nothing was read; see: veltor --help"});
     }
     if (options_.json && !options_.format.empty() && options_.format != "json") {
         throw Failure(ExitCode::usage, "--json and --format " + options_.format + " exclude each other",
-                      {"give one of them"});
+                      {"nothing was read; give one of them"});
     }
     Form form = *forms.begin();
     if (options_.json) {
@@ -99,11 +99,13 @@ Form Output::formOf(std::initializer_list<Form> forms) const
         form = Form::value;
     }
     if (options_.endWithNul && form != Form::value) {
-        throw Failure(ExitCode::usage, "-0 ends bare values, and this is not their form", {"use --format value"});
+        throw Failure(ExitCode::usage, "-0 ends bare values, and this is not their form",
+                      {"nothing was read; use --format value"});
     }
     if (form != Form::json && std::find(forms.begin(), forms.end(), form) == forms.end()) {
         const std::string option = options_.format.empty() ? "-0" : "--format " + options_.format;
-        throw Failure(ExitCode::usage, option + ": this command has the forms " + listOf(forms), {"nothing was read"});
+        throw Failure(ExitCode::usage, option + ": this command has the forms " + listOf(forms),
+                      {"nothing was read; choose one of these"});
     }
     return form;
 }

@@ -34,7 +34,8 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
 {
     const std::string name = settingName(options.name, false);
     if (!isPassword(name)) {
-        throw Failure(ExitCode::refused, name + " is not a password", {"nothing was written; use: veltor set"});
+        throw Failure(ExitCode::refused, name + " is not a password",
+                      {"nothing was written; use: veltor set " + name + "=VALUE"});
     }
     if (options.file == "-" && target.passwordFile == "-") {
         throw Failure(ExitCode::usage, "standard input can't give both the new password and the one to bind with",

@@ -31,7 +31,8 @@ struct SetOptions
 ExitCode set(const SetOptions& options, const TargetOptions& target, Output& output)
 {
     if (escaped(options.comment) != options.comment) {
-        throw Failure(ExitCode::usage, "-m: a comment is one line of text", {"nothing was written"});
+        throw Failure(ExitCode::usage, "-m: a comment is one line of text",
+                      {"nothing was written; leave line feeds and control characters out"});
     }
     ChangeSet changes;
     changes.records.push_back(

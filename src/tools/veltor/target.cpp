@@ -48,7 +48,7 @@ int passwordSources(const TargetOptions& options)
 void checkBindOptions(const TargetOptions& options)
 {
     if (passwordSources(options) > 1) {
-        throw Failure(ExitCode::usage, "-W, -y and -w exclude each other", {"give one of them"});
+        throw Failure(ExitCode::usage, "-W, -y and -w exclude each other", {"nothing was read; give one of them"});
     }
     if (options.local && (options.bindDn || passwordSources(options) > 0)) {
         throw Failure(ExitCode::usage, "--local is without a bind: it excludes -D, -W, -y and -w",
@@ -185,13 +185,15 @@ Session::Session(const TargetOptions& options, Purpose purpose, const std::strin
     leaveTheCLocale();
     handle_.reset(cfg_init());
     if (!handle_) {
-        throw Failure(ExitCode::internal, "out of memory");
+        throw Failure(ExitCode::internal, "out of memory", {"nothing was read"});
     }
     if (cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file_.c_str()) != LDAP_SUCCESS) {
-        throw Failure(ExitCode::usage, "-F: a file name has 1 to 4096 bytes", {"nothing was read"});
+        throw Failure(ExitCode::usage, "-F: a file name has 1 to 4096 bytes",
+                      {"nothing was read; name a file that there is"});
     }
     if (!backup.empty() && cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
-        throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes", {"nothing was read"});
+        throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes",
+                      {"nothing was read; --no-backup keeps none"});
     }
     // Ahead of the bind, whose load would write a file with lines that can't be used.
     cfg_set_write_mode(handle_.get(), purpose == Purpose::write ? CFG_WRITE_SAFE : CFG_WRITE_NEVER);

@@ -171,7 +171,7 @@ private:
     void check(const ChangeRecord& record, Place place, int code) const;
     Place placeOfFault(const ChangeRecord& record) const;
     Failure refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding,
-                    std::string codes) const;
+                    std::string codes, const std::string& advice = {}) const;
     std::string nothingWritten() const;
 
     ChangeSet& changes_;
@@ -231,16 +231,16 @@ void Update::check(const ChangeRecord& record, Place place, int code) const
 }
 
 Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding,
-                        std::string codes) const
+                        std::string codes, const std::string& advice) const
 {
     std::vector<std::string> details;
     if (!codes.empty()) {
         details.push_back(std::move(codes));
     }
-    details.push_back(nothingWritten());
-    const std::string where = placeName(changes_.source, place);
-    return {exit, (where.empty() ? engine_.session().file() : where) + ": " + record.dn + ": " + finding,
-            std::move(details)};
+    details.push_back(nothingWritten() + advice);
+    std::string headline = placeName(changes_.source, place);
+    headline.append(headline.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
+    return {exit, headline, std::move(details)};
 }
 
 // ---- Looking ----
@@ -297,9 +297,10 @@ void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredA
         const std::optional<cfg_attr_type> type = attributeType(operation.attribute);
         const std::size_t count = valuesOf(after, operation.attribute).size();
         if (type && type->single_valued != 0 && count > 1 && count > valuesOf(before, operation.attribute).size()) {
-            throw refusal(
-                ExitCode::refused, record, operation.place,
-                operation.attribute + ": only one value is allowed, and there would be " + std::to_string(count), "");
+            throw refusal(ExitCode::refused, record, operation.place,
+                          operation.attribute + ": only one value is allowed, and there would be " +
+                              std::to_string(count),
+                          "", explainAdvice(operation.attribute));
         }
     }
 }
@@ -386,7 +387,8 @@ std::vector<std::string> Update::attributesOf(const ChangeRecord& record) const
 std::string Update::add(ChangeRecord& record)
 {
     if (exists(record, record.dn)) {
-        throw refusal(ExitCode::entry, record, record.place, "this entry exists", codesOf(LDAP_ALREADY_EXISTS, 0));
+        throw refusal(ExitCode::entry, record, record.place, "this entry exists", codesOf(LDAP_ALREADY_EXISTS, 0),
+                      "; veltor apply and veltor set change it");
     }
     const std::string parent(parentOf(record.dn));
     if (!options_.orphan && !parent.empty() && !exists(record, parent)) {
