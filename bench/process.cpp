@@ -100,6 +100,7 @@ Outcome run(const std::vector<std::string>& command, const Limits& limits)
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
     pid_t process = 0;
+    const double started = now(CLOCK_MONOTONIC);
     // Not fork: the copy of our page tables would count as the program's time.
     const int failure = posix_spawnp(&process, arguments.front(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -120,6 +121,7 @@ Outcome run(const std::vector<std::string>& command, const Limits& limits)
     struct rusage usage = {};
     while (wait4(process, &status, 0, &usage) < 0 && errno == EINTR) {
     }
+    outcome.wallSeconds = now(CLOCK_MONOTONIC) - started;
     outcome.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     outcome.cpuSeconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
     outcome.peakBytes = static_cast<double>(usage.ru_maxrss) * 1024;

@@ -21,6 +21,7 @@ struct Outcome
     bool ok = false;        ///< exit status 0
     bool outOfTime = false; ///< ended by the limit of CPU time
     double cpuSeconds = 0;  ///< user and system, the start included
+    double wallSeconds = 0; ///< from the start to the end
     double peakBytes = 0;   ///< most memory resident at one time
     std::string output;     ///< the last 4096 bytes of standard output and standard error
 };

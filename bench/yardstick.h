@@ -61,6 +61,7 @@ Duel duel(const Yardstick& yardstick, const std::vector<std::string>& first, con
 
 // The parts, each with a table of its own on standard output.
 
+void measureTool(Yardstick& yardstick);
 void measureLoad(Yardstick& yardstick);
 void measureJobs(Yardstick& yardstick);
 void measureBigEntries(Yardstick& yardstick);
