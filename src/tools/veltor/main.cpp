@@ -7,7 +7,10 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <iterator>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <vector>
 
@@ -86,50 +89,119 @@ int runAndTell(const Command& command, Output& output)
     }
 }
 
+// ---- The command line ----
+
+struct CommandRow
+{
+    const char* name;
+    Command (*add)(CLI::App& application, const TargetOptions& target, Output& output);
+    bool isAboutAll = false; ///< it speaks of the others
+};
+
+/// In the order of the help.
+constexpr CommandRow allCommands[] = {
+    {"init", initCommand},       {"get", getCommand},
+    {"explain", explainCommand}, {"search", searchCommand},
+    {"tree", treeCommand},       {"check", checkCommand},
+    {"status", statusCommand},   {"set", setCommand},
+    {"unset", unsetCommand},     {"add", addCommand},
+    {"modify", modifyCommand},   {"apply", applyCommand},
+    {"delete", deleteCommand},   {"passwd", passwdCommand},
+    {"auth", authCommand},       {"diff", diffCommand},
+    {"fmt", fmtCommand},         {"backup", backupCommand},
+    {"restore", restoreCommand}, {"completion", completionCommand},
+    {"help", helpCommand, true}, {"version", versionCommand},
+};
+
+using Words = std::vector<std::string>;
+using CommandRows = std::vector<CommandRow>;
+
+/// The commands that a command line can mean: those whose names stand somewhere in it. To describe all of them to the
+/// parser takes longer than most of them run.
+CommandRows commandsIn(const Words& words)
+{
+    CommandRows named;
+    for (const CommandRow& row : allCommands) {
+        if (std::find(words.begin(), words.end(), row.name) == words.end()) {
+            continue;
+        }
+        if (row.isAboutAll) {
+            return {std::begin(allCommands), std::end(allCommands)};
+        }
+        named.push_back(row);
+    }
+    return named;
+}
+
+/// The parser with its commands, for one run.
+class CommandLine
+{
+public:
+    explicit CommandLine(const CommandRows& rows)
+    {
+        application_.get_formatter()->label("SUBCOMMAND", "COMMAND");
+        application_.get_formatter()->column_width(24);
+        application_.footer(footer);
+        application_.fallthrough();
+        application_.require_subcommand(1);
+        addTargetOptions(application_, target_);
+        addOutputOptions(application_, outputOptions_);
+        application_.set_help_flag("-h,--help", "Print this help");
+        application_.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
+        for (const CommandRow& row : rows) {
+            commands_.push_back(row.add(application_, target_, output_));
+        }
+    }
+
+    /// Parses and runs.
+    /// @return  the exit status; nothing if what is to be told is about all commands, and there are only some
+    std::optional<int> run(int argc, char** argv)
+    {
+        try {
+            application_.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            if (application_.get_subcommands().empty() && commands_.size() < std::size(allCommands)) {
+                return std::nullopt;
+            }
+            return end(error, {argv + 1, argv + argc});
+        }
+        const auto given = std::find_if(commands_.begin(), commands_.end(),
+                                        [](const Command& command) { return command.commandLine->parsed(); });
+        return runAndTell(*given, output_);
+    }
+
+    const CLI::App& application() const { return application_; }
+
+private:
+    int end(const CLI::ParseError& error, const Words& words)
+    {
+        // Help and version come as an exception as well.
+        if (dynamic_cast<const CLI::Success*>(&error) != nullptr) {
+            return application_.exit(error);
+        }
+        outputOptions_.json = outputOptions_.json || asksForJson(words);
+        return tell(refusedCommandLine(application_, error), output_);
+    }
+
+    CLI::App application_{"Reads and changes the configuration of the directory server.", "veltor"};
+    TargetOptions target_;
+    OutputOptions outputOptions_;
+    Output output_{outputOptions_};
+    std::vector<Command> commands_;
+};
+
 int run(int argc, char** argv)
 {
-    CLI::App application{"Reads and changes the configuration of the directory server.", "veltor"};
-    application.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    application.get_formatter()->column_width(24);
-    application.footer(footer);
-    application.fallthrough();
-    application.require_subcommand(1);
-    TargetOptions target;
-    addTargetOptions(application, target);
-    OutputOptions outputOptions;
-    addOutputOptions(application, outputOptions);
-    Output output(outputOptions);
-    application.set_help_flag("-h,--help", "Print this help");
-    application.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
-    const std::vector<Command> commands{
-        initCommand(application, target, output),    getCommand(application, target, output),
-        explainCommand(application, target, output), searchCommand(application, target, output),
-        treeCommand(application, target, output),    checkCommand(application, target, output),
-        statusCommand(application, target, output),  setCommand(application, target, output),
-        unsetCommand(application, target, output),   addCommand(application, target, output),
-        modifyCommand(application, target, output),  applyCommand(application, target, output),
-        deleteCommand(application, target, output),  passwdCommand(application, target, output),
-        authCommand(application, target, output),    diffCommand(application, target, output),
-        fmtCommand(application, target, output),     backupCommand(application, target, output),
-        restoreCommand(application, target, output), completionCommand(application, target, output),
-        helpCommand(application, target, output),    versionCommand(application, target, output),
-    };
+    const CommandRows all(std::begin(allCommands), std::end(allCommands));
     // What the completion scripts call. It is no command that anybody types.
     if (argc == 3 && std::string_view(argv[1]) == "__complete") {
-        answerShell(application, argv[2]);
+        answerShell(CommandLine(all).application(), argv[2]);
         return exitStatus(ExitCode::done);
     }
-    try {
-        application.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return application.exit(success);
-    } catch (const CLI::ParseError& error) {
-        outputOptions.json = outputOptions.json || asksForJson({argv + 1, argv + argc});
-        return tell(refusedCommandLine(application, error), output);
+    if (const std::optional<int> status = CommandLine(commandsIn({argv + 1, argv + argc})).run(argc, argv)) {
+        return *status;
     }
-    const auto given = std::find_if(commands.begin(), commands.end(),
-                                    [](const Command& command) { return command.commandLine->parsed(); });
-    return runAndTell(*given, output);
+    return CommandLine(all).run(argc, argv).value();
 }
 
 } // namespace

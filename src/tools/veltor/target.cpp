@@ -74,13 +74,14 @@ WipedText passwordOf(const TargetOptions& options, const std::string& dn)
 /// The character set of the environment's locale, "" for a locale that is not installed.
 std::string environmentCharset()
 {
+    // Stays loaded until the next one is: cfg_init asks for the same one, and would read a dozen files again.
+    static locale_t kept = nullptr;
     const locale_t fromEnvironment = ::newlocale(LC_ALL_MASK, "", nullptr);
-    if (fromEnvironment == nullptr) {
-        return {};
+    if (kept != nullptr) {
+        ::freelocale(kept);
     }
-    std::string charset = ::nl_langinfo_l(CODESET, fromEnvironment);
-    ::freelocale(fromEnvironment);
-    return charset;
+    kept = fromEnvironment;
+    return fromEnvironment == nullptr ? "" : ::nl_langinfo_l(CODESET, fromEnvironment);
 }
 
 void bindAnonymously(void* handle)
