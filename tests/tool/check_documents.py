@@ -76,6 +76,7 @@ RUNS = [
     (["passwd", "-T", "missing"], 4, {"error"}),
     (["auth"], 0, {"file", "boundAs"}),
     (["auth", "-D", "cn=root", "-w", "wrong"], 5, {"file", "error"}),
+    (["edit"], 2, {"error"}),
     (["diff"], 4, {"file", "error"}),
     (["diff", "zorslapd.conf"], 0, {"file", "different", "difference"}),
     (["diff", "other.conf"], 1, {"file", "different", "difference"}),
@@ -139,7 +140,7 @@ def complaints(binary, validator, example, arguments, status, members):
         before = texts_in(folder)
         environment = {"PATH": os.environ["PATH"], "VELTOR_FILE": "zorslapd.conf", "LC_ALL": "C"}
         run = subprocess.run([binary, "--json", *arguments], capture_output=True, cwd=folder, env=environment,
-                             stdin=subprocess.DEVNULL)
+                             stdin=subprocess.DEVNULL, start_new_session=True)
         after = texts_in(folder)
     if run.returncode != status:
         yield f"exit status {run.returncode} instead of {status}"

@@ -31,30 +31,38 @@ public:
     Conversation& operator=(const Conversation&) = delete;
     ~Conversation() { ::close(terminal_); }
 
-    /// Types the answer and Enter once the text has been shown.
-    bool answer(const std::string& prompt, const std::string& keys)
+    /// Reads until the text has been shown.
+    bool shows(const std::string& text)
     {
         for (;;) {
-            if (const std::size_t at = unread_.find(prompt); at != std::string::npos) {
-                unread_.erase(0, at + prompt.size());
-                break;
+            if (const std::size_t at = unread_.find(text); at != std::string::npos) {
+                unread_.erase(0, at + text.size());
+                return true;
             }
             if (!readMore()) {
                 return false;
             }
         }
-        const std::string line = keys + '\n';
-        return ::write(terminal_, line.data(), line.size()) == static_cast<ssize_t>(line.size());
     }
 
-    /// The exit status, once the process has ended.
+    /// Types the answer and Enter once the prompt has been shown.
+    bool answer(const std::string& prompt, const std::string& keys) { return shows(prompt) && type(keys + '\n'); }
+
+    bool type(const std::string& keys) const
+    {
+        return ::write(terminal_, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size());
+    }
+
+    pid_t process() const { return child_; }
+
+    /// The exit status, once the process has ended; 128 and the number of a signal that ended it.
     int status()
     {
         while (readMore()) {
         }
         int status = 0;
         ::waitpid(child_, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
     const std::string& shown() const { return shown_; }

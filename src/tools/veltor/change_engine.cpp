@@ -170,7 +170,8 @@ void ChangeEngine::replaceText(WipedText text, void* readFrom)
 void ChangeEngine::requireWholeLastLine(std::string_view after)
 {
     const std::string_view last = unterminatedLine(view(before_));
-    if (last.empty() || unterminatedLine(after) == last) {
+    // Somebody has seen what a whole text makes of that line.
+    if (replacement_ || last.empty() || unterminatedLine(after) == last) {
         return;
     }
     bool lost = false;

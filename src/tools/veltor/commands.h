@@ -39,6 +39,7 @@ Command unsetCommand(CLI::App& application, const TargetOptions& target, Output&
 Command applyCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command passwdCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command authCommand(CLI::App& application, const TargetOptions& target, Output& output);
+Command editCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command diffCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& output);
 Command backupCommand(CLI::App& application, const TargetOptions& target, Output& output);

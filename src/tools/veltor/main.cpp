@@ -100,16 +100,13 @@ struct CommandRow
 
 /// In the order of the help.
 constexpr CommandRow allCommands[] = {
-    {"init", initCommand},       {"get", getCommand},
-    {"explain", explainCommand}, {"search", searchCommand},
-    {"tree", treeCommand},       {"check", checkCommand},
-    {"status", statusCommand},   {"set", setCommand},
-    {"unset", unsetCommand},     {"add", addCommand},
-    {"modify", modifyCommand},   {"apply", applyCommand},
-    {"delete", deleteCommand},   {"passwd", passwdCommand},
-    {"auth", authCommand},       {"diff", diffCommand},
-    {"fmt", fmtCommand},         {"backup", backupCommand},
-    {"restore", restoreCommand}, {"completion", completionCommand},
+    {"init", initCommand},       {"get", getCommand},         {"explain", explainCommand},
+    {"search", searchCommand},   {"tree", treeCommand},       {"check", checkCommand},
+    {"status", statusCommand},   {"set", setCommand},         {"unset", unsetCommand},
+    {"add", addCommand},         {"modify", modifyCommand},   {"apply", applyCommand},
+    {"delete", deleteCommand},   {"passwd", passwdCommand},   {"auth", authCommand},
+    {"edit", editCommand},       {"diff", diffCommand},       {"fmt", fmtCommand},
+    {"backup", backupCommand},   {"restore", restoreCommand}, {"completion", completionCommand},
     {"help", helpCommand, true}, {"version", versionCommand},
 };
 

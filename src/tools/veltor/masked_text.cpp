@@ -16,8 +16,6 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr std::size_t nothingHidden = std::string_view::npos;
-
 /// What the library's reader takes for white space: that of ASCII, and what Unicode has beyond a blank that joins.
 bool isSpace(const Character& character)
 {
@@ -52,13 +50,6 @@ WipedText readLine(std::string_view line)
     return text;
 }
 
-/// The bytes of a line that end it.
-std::string_view endOf(std::string_view line)
-{
-    const std::size_t last = line.find_last_not_of("\r\n");
-    return line.substr(last == std::string_view::npos ? 0 : last + 1);
-}
-
 /// Where the value of a physical line begins: behind its name, the colons and the blanks. 0 when the name is not
 /// one word, since all of the line may be secret then.
 std::size_t valueBegin(std::string_view line, std::size_t nameBegin)
@@ -68,7 +59,7 @@ std::size_t valueBegin(std::string_view line, std::size_t nameBegin)
         return nameBegin;
     }
     const std::size_t begin = line.find_first_not_of(": \t", colon);
-    return begin == std::string_view::npos ? line.size() - endOf(line).size() : begin;
+    return begin == std::string_view::npos ? line.size() - lineEndOf(line).size() : begin;
 }
 
 /// For each physical line, where what must be hidden begins.
@@ -96,7 +87,7 @@ private:
 void Masking::lookAtComment()
 {
     const std::string_view line = lines_[at_];
-    const std::size_t begin = std::min(line.find_first_not_of("# \t"), line.size() - endOf(line).size());
+    const std::size_t begin = std::min(line.find_first_not_of("# \t"), line.size() - lineEndOf(line).size());
     const WipedText text = readLine(line.substr(begin));
     belowHiddenComment_ = isSecretLine(view(text));
     if (belowHiddenComment_) {
@@ -167,15 +158,26 @@ void appendMasked(std::string& out, std::string_view line, std::size_t hiddenFro
     }
     out += line.substr(0, hiddenFrom);
     out += mask;
-    out += endOf(line);
+    out += lineEndOf(line);
 }
 
 } // namespace
 
+std::string_view lineEndOf(std::string_view line)
+{
+    const std::size_t last = line.find_last_not_of("\r\n");
+    return line.substr(last == std::string_view::npos ? 0 : last + 1);
+}
+
+std::vector<std::size_t> hiddenParts(const std::vector<std::string_view>& lines)
+{
+    return Masking(lines).run();
+}
+
 std::string maskedText(std::string_view text)
 {
     const std::vector<std::string_view> lines = linesOf(text);
-    const std::vector<std::size_t> hiddenFrom = Masking(lines).run();
+    const std::vector<std::size_t> hiddenFrom = hiddenParts(lines);
     std::string out;
     for (std::size_t line = 0; line < lines.size(); ++line) {
         appendMasked(out, lines[line], hiddenFrom[line], secretMask);
@@ -187,8 +189,8 @@ MaskedTexts maskedTexts(std::string_view before, std::string_view after)
 {
     const std::vector<std::string_view> beforeLines = linesOf(before);
     const std::vector<std::string_view> afterLines = linesOf(after);
-    std::vector<std::size_t> beforeHidden = Masking(beforeLines).run();
-    std::vector<std::size_t> afterHidden = Masking(afterLines).run();
+    std::vector<std::size_t> beforeHidden = hiddenParts(beforeLines);
+    std::vector<std::size_t> afterHidden = hiddenParts(afterLines);
     MaskedTexts texts;
     std::size_t x = 0;
     std::size_t y = 0;

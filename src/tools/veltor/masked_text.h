@@ -2,10 +2,21 @@
 #ifndef VELTOR_TOOL_MASKED_TEXT_H
 #define VELTOR_TOOL_MASKED_TEXT_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace veltor::tool {
+
+/// Of a line without a secret.
+inline constexpr std::size_t nothingHidden = std::string_view::npos;
+
+/// For each of the lines of a text where what must be hidden begins. It goes as far as the line's end.
+std::vector<std::size_t> hiddenParts(const std::vector<std::string_view>& lines);
+
+/// The bytes of a line that end it: line feeds and carriage returns.
+std::string_view lineEndOf(std::string_view line);
 
 /// The text with *** for each secret: values of passwords and of the server's environment, and whatever looks like one
 /// in an unknown attribute, a rejected line, a comment, a DN, or a line without a colon. Lines are told apart as the

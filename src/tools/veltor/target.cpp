@@ -56,7 +56,7 @@ void checkBindOptions(const TargetOptions& options)
     }
 }
 
-WipedText passwordOf(const TargetOptions& options, const std::string& dn)
+WipedText givenPassword(const TargetOptions& options, const std::string& dn)
 {
     if (options.passwordFile) {
         return readPasswordFile(*options.passwordFile);
@@ -69,6 +69,17 @@ WipedText passwordOf(const TargetOptions& options, const std::string& dn)
         return password;
     }
     return askPassword("Password for " + dn + ": ");
+}
+
+WipedText passwordOf(const TargetOptions& options, const std::string& dn)
+{
+    if (!options.heldPassword) {
+        return givenPassword(options, dn);
+    }
+    if (options.heldPassword->empty()) {
+        *options.heldPassword = givenPassword(options, dn);
+    }
+    return *options.heldPassword;
 }
 
 /// The character set of the environment's locale, "" for a locale that is not installed.

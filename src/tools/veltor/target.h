@@ -21,6 +21,8 @@ struct TargetOptions
     std::optional<std::string> passwordFile;
     std::optional<std::string> password;
     bool local = false;
+    /// Of a command that binds more than once: holds the password behind the first bind, so that it is asked for once.
+    std::shared_ptr<WipedText> heldPassword = {};
 };
 
 /// Adds the common options to the command line. They are accepted before and after the command.
