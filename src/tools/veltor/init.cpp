@@ -35,8 +35,8 @@ namespace {
 constexpr const char* footer =
     R"(The suffix is the DN at the top of the directory, such as dc=example,dc=com; a server may
 have several. It is asked for if it is not given. -D is the DN of the administrator, cn=root
-without it. The administrator's password is asked for twice on the terminal, or read from
-PASSWORD-FILE: one line feed at its end is not part of it, and a file with more permissions
+without it. The administrator's password is asked for twice on the terminal, or read from the
+file of -T: one line feed at its end is not part of it, and a file with more permissions
 than 0640 is refused. It has 1 to 46 bytes, no control characters, and not the form >...<.
 
 The file has the mode 0640. Root gives it to the account "ldap" if there is one. A name that
@@ -55,9 +55,9 @@ constexpr std::string_view freshText =
 #
 # An empty line ends an entry. A line that begins with "#" is a comment and belongs to what follows
 # it. The server reads this file when it starts. "veltor explain NAME" tells what a setting may
-# hold; "veltor set" and "veltor passwd" change this file and look at every value first; "veltor
-# check" tells what is wrong with it. Keep the mode at 0640, since passwords are encoded here and
-# not encrypted.
+# hold; "veltor set", "veltor passwd" and "veltor edit" change this file and look at every value
+# first; "veltor check" tells what is wrong with it. Keep the mode at 0640, since passwords are
+# encoded here and not encrypted.
 charset: @charset@
 # The version of this file's format, always 1.
 version: 1
@@ -161,7 +161,7 @@ void requireRoomFor(const std::string& file)
                            "remove the link, or name another file");
         }
         throw existing(file, "exists",
-                       S_ISREG(status.st_mode) ? "name another file; veltor set changes this one"
+                       S_ISREG(status.st_mode) ? "name another file; veltor edit changes this one"
                                                : "name another file");
     }
     const std::string folder = folderOf(file);
@@ -406,8 +406,8 @@ Command initCommand(CLI::App& application, const TargetOptions& target, Output& 
     command->add_option("--suffix", options->suffixes, "The DN at the top of the directory; may be repeated")
         ->type_name("DN")
         ->allow_extra_args(false);
-    command->add_option("-T", options->passwordFile, "Read the administrator's password from PASSWORD-FILE, - is stdin")
-        ->type_name("PASSWORD-FILE");
+    command->add_option("-T", options->passwordFile, "Read the administrator's password from FILE, - is stdin")
+        ->type_name("FILE");
     command->add_flag("-n,--dry-run", options->dryRun, "Print the text with its secrets masked, and write nothing");
     command->add_option("FILE", options->file, "The file to make; the same as -F FILE")->type_name("");
     command->footer(footer);
