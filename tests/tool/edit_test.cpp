@@ -104,6 +104,10 @@ protected:
         put(folder_ + "/editor", "D='" + folder_ + "'; F='" + file_ + "'\ncp \"$1\" \"$D/seen\"\n" + script +
                                      "\ncode=$?; : >\"$D/again\"; exit $code\n");
         return [this, options] {
+            // A background job has them ignored.
+            for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+                std::signal(signal, SIG_DFL);
+            }
             ::unsetenv("VISUAL");
             ::setenv("EDITOR", ("sh " + folder_ + "/editor").c_str(), 1);
             return run(options);
@@ -472,6 +476,16 @@ TEST_F(Edit, SignalWhileTheEditorIsOpenKeepsTheText)
     }
 }
 
+TEST_F(Edit, SignalEndsTheEditorToo)
+{
+    Conversation conversation(edit("trap '' HUP; trap 'echo >\"$D/ended\"; exit' TERM; echo opened;"
+                                   " while :; do sleep 0.05; done"));
+    ASSERT_TRUE(conversation.shows("opened")) << conversation.shown();
+    ::kill(conversation.process(), SIGTERM);
+    EXPECT_EQ(conversation.status(), 128 + SIGTERM) << conversation.shown();
+    EXPECT_TRUE(std::filesystem::exists(folder_ + "/ended"));
+}
+
 TEST_F(Edit, InterruptBelongsToTheEditorWhileItIsOpen)
 {
     Conversation conversation(
@@ -525,6 +539,20 @@ TEST_F(Edit, DocumentIsAllOfStandardOutput)
     const std::string document = contentOf(folder_ + "/out");
     EXPECT_TRUE(document.starts_with("{\"veltor\":1,\"ok\":true,\"changed\":true")) << document;
     EXPECT_EQ(content(), replaced(original, "500", "600"));
+}
+
+TEST_F(Edit, DocumentTellsWhereTheTextIsKept)
+{
+    const auto action = edit("sed -i 's/500/600/' \"$1\"", "--json");
+    Conversation conversation([&] {
+        // NOLINTNEXTLINE(cppcoreguidelines-owning-memory)
+        return std::freopen((folder_ + "/out").c_str(), "w", stdout) == nullptr ? 99 : action();
+    });
+    ASSERT_TRUE(conversation.answer(installPrompt, "x")) << conversation.shown();
+    EXPECT_EQ(conversation.status(), 1) << conversation.shown();
+    ASSERT_EQ(drafts().size(), 1U);
+    const std::string document = contentOf(folder_ + "/out");
+    EXPECT_NE(document.find("\"kept\":\"" + drafts().front() + "/in.conf\""), std::string::npos) << document;
 }
 
 TEST_F(Edit, PasswordIsAskedForOnce)

@@ -2,6 +2,7 @@
 #include "masked_copy.h"
 
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,44 @@ TEST(MaskedCopy, AnyTextComesBackByteForByte)
         const Unmasked unmasked = copy.unmasked(copy.text());
         EXPECT_EQ(textOf(unmasked), text);
         EXPECT_TRUE(unmasked.refusals.empty()) << text;
+    }
+}
+
+TEST(MaskedCopy, TextsMadeUpAtRandomComeBackByteForByte)
+{
+    const std::vector<std::string> pieces = {"zor-slapdAdminPW",
+                                             "zor-slapdSetenv",
+                                             "password",
+                                             "dn",
+                                             "cn",
+                                             ":",
+                                             ": ",
+                                             " ",
+                                             "\t",
+                                             "\n",
+                                             "\n",
+                                             "\r",
+                                             "\r\n",
+                                             "# ",
+                                             "x",
+                                             ">1a<",
+                                             "***",
+                                             "*** (",
+                                             "1)",
+                                             "*** (2)",
+                                             "\xC2\xA0",
+                                             "\xFF",
+                                             std::string(1, '\0')};
+    std::mt19937 random(11);
+    for (int round = 0; round < 20000; ++round) {
+        std::string text;
+        for (std::size_t count = random() % 24; count > 0; --count) {
+            text += pieces[random() % pieces.size()];
+        }
+        const MaskedCopy copy(text);
+        const Unmasked unmasked = copy.unmasked(copy.text());
+        ASSERT_EQ(textOf(unmasked), text);
+        ASSERT_TRUE(unmasked.refusals.empty()) << text;
     }
 }
 

@@ -14,6 +14,7 @@
 #include "whole_text.h"
 
 #include <algorithm>
+#include <exception>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -397,6 +398,11 @@ ExitCode Editing::run()
             throw;
         }
         throw withTheDraft(failure);
+    } catch (const std::exception& error) {
+        if (!draft_) {
+            throw;
+        }
+        throw withTheDraft({ExitCode::internal, std::string("internal error: ") + error.what()});
     }
 }
 

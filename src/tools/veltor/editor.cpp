@@ -2,6 +2,7 @@
 // are the editor's business while it runs.
 #include "editor.h"
 
+#include "escape.h"
 #include "failure.h"
 #include "ldif_output.h"
 #include "whole_text.h"
@@ -66,7 +67,7 @@ extern "C" void tellOfDraftAndEnd(int signal)
 
 void watchSignals(const std::string& draft)
 {
-    draftNotice = "\nveltor: your text is kept as " + draft + "\n";
+    draftNotice = "\nveltor: your text is kept as " + escaped(draft) + "\n";
     struct sigaction tell = {};
     tell.sa_handler = tellOfDraftAndEnd;
     ::sigfillset(&tell.sa_mask);
