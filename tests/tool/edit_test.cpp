@@ -331,8 +331,10 @@ TEST_F(Edit, LinesThatBothHaveChangedAreTold)
                                    " sed -i -e 's/500/700/' -e 's/389/1389/' \"$F\"; }"));
     ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
     ASSERT_TRUE(conversation.answer(conflictPrompt, "t")) << conversation.shown();
-    ASSERT_TRUE(conversation.shows(":7: warning: both have changed the lines from here on")) << conversation.shown();
-    ASSERT_TRUE(conversation.shows("+zor-slapdSizeLimit: 600\r\n")) << conversation.shown();
+    ASSERT_TRUE(conversation.shows(":8: warning: both have changed what stands here; your lines are kept"))
+        << conversation.shown();
+    ASSERT_TRUE(conversation.shows(" zor-slapdPort: 1389\r\n-zor-slapdSizeLimit: 700\r\n+zor-slapdSizeLimit: 600\r\n"))
+        << conversation.shown();
     // The editor has the text that was taken in by then.
     ASSERT_TRUE(conversation.answer(installPrompt, "e")) << conversation.shown();
     ASSERT_TRUE(conversation.answer(installPrompt, "x")) << conversation.shown();

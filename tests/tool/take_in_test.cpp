@@ -81,6 +81,9 @@ TEST(TakeIn, BringsBothChangesTogether)
         {"abcde", "aXe", "abYde", "aXe", {2}},
         {"abcde", "abXde", "aYe", "abXde", {2}},
         {"abcdefgh", "aXXdefgZ", "aYcdefgY", "aXXdefgZ", {2, 8}},
+        // What stands beside them is theirs.
+        {"abcd", "aXcd", "aYYd", "aXYd", {2}},
+        {"abcd", "abXd", "aYYd", "aYXd", {3}},
         // Both have put lines into one place.
         {"abc", "abXc", "abYc", "abYXc", {3}},
         {"abc", "abcX", "abcY", "abcYX", {4}},

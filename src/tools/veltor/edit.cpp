@@ -346,7 +346,7 @@ Editing::Next Editing::takeInOrEdit(const WipedText& text, const Failure& failur
         const TakenIn taken = takeIn(view(base_), view(text), view(*now));
         std::vector<Problem> overlaps;
         for (const std::size_t line : taken.overlaps) {
-            overlaps.push_back({line, "warning", "both have changed the lines from here on; yours are there"});
+            overlaps.push_back({line, "warning", "both have changed what stands here; your lines are kept"});
         }
         show(overlaps);
         base_ = std::move(*now);

@@ -12,11 +12,28 @@ namespace {
 
 using Lines = std::vector<std::string_view>;
 
+/// The changes, with lines that came one for one on their own, so that neighbours of a line that the other side has
+/// changed too do not go with it.
+std::vector<LineChange> lineByLine(const std::vector<LineChange>& changes)
+{
+    std::vector<LineChange> out;
+    for (const LineChange& change : changes) {
+        if (change.beforeCount != change.afterCount) {
+            out.push_back(change);
+            continue;
+        }
+        for (std::size_t line = 0; line < change.beforeCount; ++line) {
+            out.push_back({change.before + line, 1, change.after + line, 1});
+        }
+    }
+    return out;
+}
+
 /// One side: its lines, and what it has changed.
 class Side
 {
 public:
-    Side(const Lines& base, const Lines& lines) : lines_(lines), changes_(lineChanges(base, lines)) {}
+    Side(const Lines& base, const Lines& lines) : lines_(lines), changes_(lineByLine(lineChanges(base, lines))) {}
 
     bool isDone() const { return next_ == changes_.size(); }
     const LineChange& next() const { return changes_[next_]; }
