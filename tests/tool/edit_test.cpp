@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -24,6 +25,7 @@ using namespace veltor::tool;
 constexpr const char* installPrompt = "Install this? (y)es, (e)dit again, e(x)it [x]: ";
 constexpr const char* problemPrompt = "What now? (e)dit again, (d)iff, e(x)it: ";
 constexpr const char* conflictPrompt = "What now? (t)ake it in, (e)dit again, e(x)it: ";
+constexpr const char* busyPrompt = "What now? (t)ry again, (e)dit again, e(x)it: ";
 constexpr const char* failurePrompt = "What now? (e)dit again, e(x)it: ";
 
 const char* const original = "# The server.\n"
@@ -369,9 +371,31 @@ TEST_F(Edit, TextIsKeptWhenTheFileIsGone)
 {
     Conversation conversation(edit("sed -i 's/500/600/' \"$1\"; rm \"$F\""));
     ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
-    ASSERT_TRUE(conversation.answer(failurePrompt, "x")) << conversation.shown();
-    EXPECT_NE(conversation.status(), 0) << conversation.shown();
+    ASSERT_TRUE(conversation.answer(busyPrompt, "x")) << conversation.shown();
+    EXPECT_EQ(conversation.status(), 6) << conversation.shown();
     EXPECT_NE(keptDraft(conversation).find("SizeLimit: 600"), std::string::npos);
+}
+
+TEST_F(Edit, LockOfAnotherWriterIsTriedAgain)
+{
+    const int lock = ::open((file_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    ASSERT_EQ(::fcntl(lock, F_OFD_SETLK, &whole), 0);
+    // The process to come must not have the lock, too.
+    const auto action = edit("sed -i 's/500/600/' \"$1\"", "--lock-timeout 0");
+    Conversation conversation([&] {
+        ::close(lock);
+        return action();
+    });
+    ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
+    ASSERT_TRUE(conversation.shows("is being changed by")) << conversation.shown();
+    EXPECT_EQ(content(), original);
+    ::close(lock);
+    ASSERT_TRUE(conversation.answer(busyPrompt, "t")) << conversation.shown();
+    ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
+    EXPECT_EQ(conversation.status(), 0) << conversation.shown();
+    EXPECT_EQ(content(), replaced(original, "500", "600"));
 }
 
 TEST_F(Edit, ChangeThatLocksTheAdministratorOutIsRefusedAndMayBeCorrected)

@@ -326,10 +326,16 @@ Editing::Next Editing::install(const WipedText& text)
 Editing::Next Editing::afterFailure(const Failure& failure)
 {
     terminal_.show(failure.message());
-    if (choice("What now? (e)dit again, e(x)it: ", "ex") == 'e') {
+    const bool mayPass = failure.exit() == ExitCode::busy;
+    switch (mayPass ? choice("What now? (t)ry again, (e)dit again, e(x)it: ", "tex")
+                    : choice("What now? (e)dit again, e(x)it: ", "ex")) {
+    case 't':
+        return Next::judge;
+    case 'e':
         return Next::edit;
+    default:
+        throw failure;
     }
-    throw failure;
 }
 
 /// Somebody else has changed the file.
