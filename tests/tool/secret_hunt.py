@@ -86,7 +86,7 @@ COMMANDS = [
     ["restore", "other.conf"], ["restore", "-F", "broken.conf", "--yes", "other.conf"],
     ["init", "fresh.conf", "--suffix", "o=x", "-T", "new"], ["init", "-n", "fresh.conf", "--suffix", "o=x", "-T", "new"],
     ["init", "fresh.conf", "--suffix", "o=x", "-T", "long"],
-    ["completion", "bash"], ["help", "passwd"], ["version"],
+    ["edit"], ["edit", "--yes"], ["completion", "bash"], ["help", "passwd"], ["version"],
 ]
 FORMS = [[], ["--json"], ["--format", "ldif"], ["--format", "value"], ["-v"], ["--format", "text", "-v", "--color", "always"]]
 # What these files hold is theirs.
