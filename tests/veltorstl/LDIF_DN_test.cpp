@@ -1548,7 +1548,7 @@ RC_GTEST_PROP(LdifDn, WideRoadAgreesWithTheAsciiRoad, ())
     const std::string text = *nearlyDn();
     const auto start = text.find_first_not_of(" \t()");
     // A separator at the start is a bad type in the one and nothing between two separators in the other.
-    RC_PRE(start != std::string::npos && text[start] != ',' && text[start] != ';');
+    RC_PRE((start != std::string::npos && text[start] != ',' && text[start] != ';'));
     LDIF_DN ascii;
     LDIF_DN wide;
     const std::string asciiOutcome = describe(failureOf([&] { ascii = cisString(text); }));
