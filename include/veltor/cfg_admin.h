@@ -150,7 +150,8 @@ int cfg_render_s(void *handle, char **text, size_t *size);
    Codes: 32 no such entry; 16 no such attribute; 34 the DN can't be parsed; what a re-read raises. */
 int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char **text);
 
-/* Replaces just that block; a null or empty text removes it. Lines get their "# ". An update of safe mode.
+/* Replaces just that block; a null or empty text removes it. Lines get their "# "; a line feed at the end has an empty
+   line behind it. An update of safe mode.
    Codes: 53 outside safe mode, and for the root, which has no DN line; 32, 16; 21 a line that would not come back; as
    the other updates. */
 int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const char *text);

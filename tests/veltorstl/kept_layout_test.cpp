@@ -441,6 +441,18 @@ TEST_P(KeptLayout, ChangesTouchTheirOwnLinesAlone)
     });
 }
 
+// A block that ends with a bare "#" lost it when its own text was set again.
+TEST_F(KeptLayoutOf, ACommentsOwnTextKeepsItsEmptyLastLine)
+{
+    constexpr std::string_view text = "dn: o=x\n# why\n#\ncn: x\n";
+    const Handle handle = safe(text);
+    begin(handle);
+    setComment(handle, "o=x", "cn", "other");
+    setComment(handle, "o=x", "cn", "why\n");
+    commit(handle);
+    EXPECT_EQ(read(), text);
+}
+
 // A line of white space behind the new entry was taken for the blank line that parts it from the rest, and continued
 // its last line.
 TEST_F(KeptLayoutOf, ALineOfWhiteSpaceDoesNotPartANewEntry)

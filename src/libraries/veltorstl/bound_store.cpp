@@ -431,8 +431,10 @@ void BoundStore::setComment(const LDIF_DN& dn, const char* attribute, std::strin
             refuse(__LINE__, result::unwillingToPerform, "The root has no DN line to stand above");
         }
         LDIF_Comment block;
-        while (!text.empty()) {
+        // A line feed at the end has an empty line behind it, as in the text that a block gives.
+        for (bool isMore = !text.empty(); isMore;) {
             const std::size_t end = std::min(text.find('\n'), text.size());
+            isMore = end != text.size();
             LDIF_Line line;
             line.type = LDIF_Line::comment;
             line.value = end == 0 ? "#" : "# ";
