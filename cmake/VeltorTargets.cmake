@@ -41,6 +41,10 @@ function(veltor_own_target target)
                    POSITION_INDEPENDENT_CODE ON
                    # An installed tree works wherever it was put.
                    INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    if(VELTOR_SANITIZE)
+        # A program in C needs the C++ part of the sanitizers' runtime, too, for the libraries that it links.
+        set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+    endif()
 endfunction()
 
 # Limits what a shared library exports to its version script, and refuses undefined symbols.
@@ -51,4 +55,21 @@ function(veltor_export_list target mapFile)
     endif()
     set_target_properties(
         ${target} PROPERTIES LINK_DEPENDS "${mapFile}" VERSION ${PROJECT_VERSION} SOVERSION 1)
+endfunction()
+
+# Headers that many sources read, read once: veltor_precompiled_headers(name header...) makes them, and a target takes
+# them with veltor_precompile(target name). A source includes what it uses all the same: most builds go without.
+function(veltor_precompiled_headers name)
+    if(VELTOR_PRECOMPILE)
+        file(CONFIGURE OUTPUT ${name}.cpp CONTENT "// Nothing but the precompiled headers.\n")
+        add_library(${name} OBJECT "${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp")
+        veltor_own_target(${name})
+        target_precompile_headers(${name} PRIVATE ${ARGN})
+    endif()
+endfunction()
+
+function(veltor_precompile target name)
+    if(VELTOR_PRECOMPILE)
+        target_precompile_headers(${target} REUSE_FROM ${name})
+    endif()
 endfunction()

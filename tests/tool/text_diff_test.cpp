@@ -194,8 +194,9 @@ TEST(TextDiff, ChangesMakeTheOtherTextAndAreTheFewest)
 {
     std::mt19937 random(20);
     for (int round = 0; round < 20000; ++round) {
-        const std::string before = randomText(random, 24, 2 + round % 7);
-        const std::string after = round % 2 == 0 ? randomText(random, 24, 2 + round % 7) : edited(random, before, 3);
+        const std::string before = randomText(random, 24, 2 + static_cast<unsigned>(round) % 7);
+        const std::string after =
+            round % 2 == 0 ? randomText(random, 24, 2 + static_cast<unsigned>(round) % 7) : edited(random, before, 3);
         SCOPED_TRACE("before:\n" + before + "after:\n" + after);
         const std::vector<LineChange> changes = lineChanges(linesOf(before), linesOf(after));
         ASSERT_EQ(carriedOut(before, after, changes), after);
