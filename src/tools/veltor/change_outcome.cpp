@@ -5,7 +5,6 @@
 #include "escape.h"
 #include "ldif_output.h"
 #include "masked_text.h"
-#include "text_diff.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -122,9 +121,8 @@ void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& o
 std::string differenceFor(const ChangeReport& report, std::string_view before, std::string_view after,
                           const std::string& file)
 {
-    const MaskedTexts texts = maskedTexts(before, after);
-    const std::string label = report.source.empty() ? "(after the change)" : "(after " + report.source + ")";
-    return unifiedDiff(texts.before, texts.after, file, label);
+    return maskedDifference(before, after, file,
+                            report.source.empty() ? "(after the change)" : "(after " + report.source + ')');
 }
 
 Failure lockFailure(void* handle, const std::string& file, int code, int timeoutSeconds)
@@ -175,21 +173,6 @@ void tellLog(const std::string& file, const ChangeReport& report)
     ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
     ::syslog(LOG_NOTICE, "%s", line.c_str());
     ::closelog();
-}
-
-SignalsHeldBack::SignalsHeldBack()
-{
-    sigset_t held;
-    ::sigemptyset(&held);
-    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGPIPE, SIGTSTP}) {
-        ::sigaddset(&held, signal);
-    }
-    ::sigprocmask(SIG_BLOCK, &held, &old_);
-}
-
-SignalsHeldBack::~SignalsHeldBack()
-{
-    ::sigprocmask(SIG_SETMASK, &old_, nullptr);
 }
 
 int waitForLock(void* handle, int timeoutMs, const std::function<int(int)>& call)

@@ -4,8 +4,8 @@
 
 #include "failure.h"
 #include "output.h"
+#include "signals_held_back.h"
 
-#include <csignal>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -53,19 +53,6 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
 
 /// Tells the system's log who changed what, and no secret.
 void tellLog(const std::string& file, const ChangeReport& report);
-
-/// Holds the signals that end a process back for its scope. They take effect behind it.
-class SignalsHeldBack
-{
-public:
-    SignalsHeldBack();
-    SignalsHeldBack(const SignalsHeldBack&) = delete;
-    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
-    ~SignalsHeldBack();
-
-private:
-    sigset_t old_{};
-};
 
 /// Makes a call that waits for the writer lock, again and again until the time is over. Signals are held back while a
 /// call makes and removes files, and take effect between two of them.

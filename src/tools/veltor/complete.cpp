@@ -256,20 +256,10 @@ void offerOptions(const CommandLine& line, Offer& offer)
     }
 }
 
-/// The types in the order of their names.
-std::vector<cfg_attr_type> settings()
-{
-    std::vector<cfg_attr_type> types(static_cast<std::size_t>(cfg_attr_type_count()));
-    for (std::size_t index = 0; index < types.size(); ++index) {
-        cfg_attr_type_at(static_cast<int>(index), &types[index]);
-    }
-    return types;
-}
-
 // Short names, as people type them. Full ones come up where their prefix is typed.
 void offerNames(Offer& offer, const std::function<bool(const cfg_attr_type&)>& isMeant, const char* behind = "")
 {
-    for (const cfg_attr_type& type : settings()) {
+    for (const cfg_attr_type& type : catalogue()) {
         if (!isMeant(type)) {
             continue;
         }

@@ -4,6 +4,7 @@
 
 #include "escape.h"
 #include "failure.h"
+#include "signals_held_back.h"
 
 #include <array>
 #include <cerrno>
@@ -54,10 +55,6 @@ struct Chunk
     ~Chunk() { ::explicit_bzero(bytes.data(), bytes.size()); }
 };
 
-// A job in the background that reads or sets the terminal is stopped by SIGTTIN and SIGTTOU before the echo is
-// touched, which is right as it is; so these two are not among them.
-constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGPIPE, SIGTSTP};
-
 volatile std::sig_atomic_t caughtSignal = 0;
 
 extern "C" void rememberSignal(int signal)
@@ -65,7 +62,9 @@ extern "C" void rememberSignal(int signal)
     caughtSignal = signal;
 }
 
-/// Takes over the ending signals for its scope. They stay blocked, and one that arrives is delivered in the
+/// Takes over the ending signals for its scope. A job in the background that reads or sets the terminal is stopped by
+/// SIGTTIN and SIGTTOU before the echo is touched, which is right as it is; so these two are not among them.
+/// The others stay blocked, and one that arrives is delivered in the
 /// old way when the scope ends, unless waitForInput has met it before.
 class SignalsHeld
 {
@@ -73,12 +72,6 @@ public:
     SignalsHeld()
     {
         caughtSignal = 0;
-        sigset_t held;
-        ::sigemptyset(&held);
-        for (const int signal : endingSignals) {
-            ::sigaddset(&held, signal);
-        }
-        ::sigprocmask(SIG_BLOCK, &held, &oldMask_);
         struct sigaction remember = {};
         remember.sa_handler = rememberSignal;
         ::sigemptyset(&remember.sa_mask);
@@ -97,14 +90,13 @@ public:
         for (std::size_t index = 0; index < std::size(endingSignals); ++index) {
             ::sigaction(endingSignals[index], &oldActions_[index], nullptr);
         }
-        ::sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
     }
 
     /// Waits for input with the signals let in, and says whether there is some.
     bool waitForInput(int terminal) const
     {
         pollfd watched{terminal, POLLIN, 0};
-        while (::ppoll(&watched, 1, nullptr, &oldMask_) < 0) {
+        while (::ppoll(&watched, 1, nullptr, &heldBack_.before()) < 0) {
             if (caughtSignal != 0 || errno != EINTR) {
                 return false;
             }
@@ -113,7 +105,7 @@ public:
     }
 
 private:
-    sigset_t oldMask_{};
+    SignalsHeldBack heldBack_;
     std::array<struct sigaction, std::size(endingSignals)> oldActions_{};
 };
 

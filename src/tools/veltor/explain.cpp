@@ -5,6 +5,7 @@
 #include "names.h"
 #include "results.h"
 #include "secrets.h"
+#include "word_list.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -64,15 +65,6 @@ std::vector<std::string> listOf(const cfg_attr_type& type)
         list.emplace_back(*word);
     }
     return list;
-}
-
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string out;
-    for (const std::string& word : words) {
-        out += (out.empty() ? "" : ", ") + word;
-    }
-    return out;
 }
 
 struct SyntaxText
@@ -240,9 +232,8 @@ ExitCode list(const std::string& pattern, Output& output)
 {
     std::string out;
     Json settings = Json::array();
-    for (int index = 0; index < cfg_attr_type_count(); ++index) {
-        cfg_attr_type type = {};
-        if (cfg_attr_type_at(index, &type) == LDAP_SUCCESS && matches(pattern, type.name)) {
+    for (const cfg_attr_type& type : catalogue()) {
+        if (matches(pattern, type.name)) {
             out += std::string(type.name) + "   " + valuesOf(type) + "   " + remarksOf(type) + '\n';
             settings.push_back(jsonFor(type));
         }

@@ -5,6 +5,7 @@
 #include "escape.h"
 #include "names.h"
 #include "secrets.h"
+#include "word_list.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -85,15 +86,6 @@ Report readReport(void* handle, int ldap)
         report.allowed.emplace_back(*allowed);
     }
     return report;
-}
-
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string out;
-    for (const std::string& word : words) {
-        out += (out.empty() ? "" : ", ") + word;
-    }
-    return out;
 }
 
 // The value as a program may be told it.

@@ -2,20 +2,15 @@
 #include "findings.h"
 
 #include "failure.h"
+#include "handle.h"
 
 #include <algorithm>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
 namespace {
-
-struct Unbind
-{
-    void operator()(void* handle) const { cfg_unbind(handle); }
-};
 
 int keep(void* context, const cfg_finding* finding)
 {
@@ -43,10 +38,7 @@ std::string counted(std::size_t count, const char* word)
 std::vector<Finding> findingsOf(const std::string& file)
 {
     leaveTheCLocale();
-    const std::unique_ptr<void, Unbind> handle(cfg_init());
-    if (!handle) {
-        throw Failure(ExitCode::internal, "out of memory", {"nothing was read"});
-    }
+    const Handle handle = newHandle();
     if (const std::optional<Failure> failure = unreadableFile(file)) {
         throw *failure;
     }

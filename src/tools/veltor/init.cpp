@@ -4,14 +4,16 @@
 #include "commands.h"
 #include "credentials.h"
 #include "escape.h"
+#include "handle.h"
 #include "ldif_output.h"
 #include "masked_text.h"
 #include "memory_file.h"
 #include "names.h"
 #include "new_password.h"
 #include "question.h"
+#include "replacement.h"
 #include "results.h"
-#include "whole_text.h"
+#include "word_list.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -183,11 +185,8 @@ void requireRoomFor(const std::string& file)
 class StoredForm
 {
 public:
-    StoredForm() : file_("dn: cn=Configuration\ncn: Configuration\nobjectclass: top\n"), handle_(cfg_init())
+    StoredForm() : file_("dn: cn=Configuration\ncn: Configuration\nobjectclass: top\n"), handle_(newHandle())
     {
-        if (!handle_) {
-            throw Failure(ExitCode::internal, "out of memory");
-        }
         require(cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file_.name().c_str()));
         require(cfg_bind_s(handle_.get(), nullptr, nullptr, LDAP_AUTH_SIMPLE));
     }
@@ -218,11 +217,6 @@ public:
     }
 
 private:
-    struct Unbind
-    {
-        void operator()(void* handle) const { cfg_unbind(handle); }
-    };
-
     void require(int code) const
     {
         if (code != LDAP_SUCCESS) {
@@ -231,7 +225,7 @@ private:
     }
 
     MemoryFile file_;
-    std::unique_ptr<void, Unbind> handle_;
+    Handle handle_;
 };
 
 /// The DN as the file holds it.
@@ -320,27 +314,6 @@ Fresh freshConfiguration(const InitOptions& options, const TargetOptions& target
     return fresh;
 }
 
-void create(const std::string& file, const WipedText& text)
-{
-    const std::unique_ptr<void, int (*)(void*)> handle(cfg_init(), cfg_unbind);
-    if (!handle) {
-        throw Failure(ExitCode::internal, "out of memory", {"nothing was written"});
-    }
-    const int code = cfg_create_s(handle.get(), file.c_str(), text.data(), text.size());
-    if (code == LDAP_ALREADY_EXISTS) {
-        throw existing(file, "exists", "somebody else has just made it");
-    }
-    if (code == LDAP_INSUFFICIENT_ACCESS || code == LDAP_OTHER) {
-        cfg_failure failure = {};
-        cfg_failure_at(handle.get(), 0, &failure);
-        throw Failure(ExitCode::writeFailed, file + ": " + (failure.message == nullptr ? "" : failure.message),
-                      {codesOf(code, cfg_get_exterror(handle.get())), "nothing was written"});
-    }
-    if (code != LDAP_SUCCESS) {
-        throw libraryFailure(handle.get(), code, {Stage::update, "", "", "nothing was written"});
-    }
-}
-
 // The server could not read a file of root's that only its owner and group read.
 void giveToServer(const std::string& file)
 {
@@ -348,15 +321,6 @@ void giveToServer(const std::string& file)
     if (account != nullptr && ::lchown(file.c_str(), account->pw_uid, account->pw_gid) != 0) {
         warn(file + ": the account \"" + serverAccount + "\" can't have it: " + std::strerror(errno));
     }
-}
-
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string out;
-    for (const std::string& word : words) {
-        out += (out.empty() ? "" : "; ") + word;
-    }
-    return out;
 }
 
 ExitCode init(const InitOptions& options, const TargetOptions& given, Output& output)
@@ -387,13 +351,14 @@ ExitCode init(const InitOptions& options, const TargetOptions& given, Output& ou
         }
         return ExitCode::done;
     }
-    create(file, fresh.text);
-    giveToServer(file);
     ChangeReport report;
     report.log = "made, administrator " + fresh.administrator;
-    tellLog(file, report);
+    if (!madeFile(file, view(fresh.text), report)) {
+        throw existing(file, "exists", "somebody else has just made it");
+    }
+    giveToServer(file);
     output.print(file + ": written, with the administrator " + fresh.administrator + " and the suffix " +
-                 joined(fresh.suffixes));
+                 joined(fresh.suffixes, "; "));
     return ExitCode::done;
 }
 

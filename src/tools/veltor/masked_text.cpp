@@ -215,4 +215,11 @@ MaskedTexts maskedTexts(std::string_view before, std::string_view after)
     return texts;
 }
 
+std::string maskedDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
+                             const std::string& afterLabel)
+{
+    const MaskedTexts texts = maskedTexts(before, after);
+    return unifiedDiff(texts.before, texts.after, beforeLabel, afterLabel);
+}
+
 } // namespace veltor::tool

@@ -34,6 +34,10 @@ struct MaskedTexts
 /// "*** (after)". They are equal exactly when the texts are.
 MaskedTexts maskedTexts(std::string_view before, std::string_view after);
 
+/// The unified difference of two texts, masked, not escaped; "" for none.
+std::string maskedDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
+                             const std::string& afterLabel);
+
 } // namespace veltor::tool
 
 #endif

@@ -45,18 +45,6 @@ std::string_view withoutPrefix(std::string_view name)
     return name;
 }
 
-const std::vector<cfg_attr_type>& catalogue()
-{
-    static const std::vector<cfg_attr_type> types = [] {
-        std::vector<cfg_attr_type> all(static_cast<std::size_t>(cfg_attr_type_count()));
-        for (std::size_t index = 0; index < all.size(); ++index) {
-            cfg_attr_type_at(static_cast<int>(index), &all[index]);
-        }
-        return all;
-    }();
-    return types;
-}
-
 std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg_attr_type>& types)
 {
     const std::string whole = lowered(given);
@@ -86,6 +74,18 @@ std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg
 }
 
 } // namespace
+
+const std::vector<cfg_attr_type>& catalogue()
+{
+    static const std::vector<cfg_attr_type> types = [] {
+        std::vector<cfg_attr_type> all(static_cast<std::size_t>(cfg_attr_type_count()));
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            cfg_attr_type_at(static_cast<int>(index), &all[index]);
+        }
+        return all;
+    }();
+    return types;
+}
 
 bool sameName(std::string_view left, std::string_view right)
 {

@@ -41,6 +41,9 @@ std::string shortName(std::string_view full);
 /// "; see: veltor explain NAME" for a name of the catalogue, else "".
 std::string explainAdvice(std::string_view name);
 
+/// All types, in the order of their names.
+const std::vector<cfg_attr_type>& catalogue();
+
 /// The type of a full name in any letter case; nothing for a name that the catalogue does not have.
 std::optional<cfg_attr_type> attributeType(std::string_view name);
 

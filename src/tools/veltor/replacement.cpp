@@ -1,11 +1,12 @@
 // A file that loads goes through the change engine. For the others there is no set to begin.
 #include "replacement.h"
 
+#include "handle.h"
 #include "whole_text.h"
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -15,25 +16,6 @@
 namespace veltor::tool {
 
 namespace {
-
-struct Unbind
-{
-    void operator()(void* handle) const { cfg_unbind(handle); }
-};
-
-using Handle = std::unique_ptr<void, Unbind>;
-
-Handle newHandle(const std::string& backup)
-{
-    Handle handle(cfg_init());
-    if (!handle) {
-        throw Failure(ExitCode::internal, "out of memory");
-    }
-    if (!backup.empty() && cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
-        throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes", {"nothing was written"});
-    }
-    return handle;
-}
 
 bool isThere(const std::string& file)
 {
@@ -72,36 +54,51 @@ void giveTheOwnerOf(const std::string& like, const std::string& file)
 
 void makeFile(const Replacement& replacement, const std::string& file, const ChangeReport& report)
 {
-    const Handle handle = newHandle("");
-    const int code = cfg_create_s(handle.get(), file.c_str(), replacement.after.data(), replacement.after.size());
-    if (code == LDAP_ALREADY_EXISTS) {
+    if (!madeFile(file, view(replacement.after), report)) {
         throw changedMeanwhile(file);
     }
-    if (code != LDAP_SUCCESS) {
-        throw installFailure(handle.get(), file, code, report);
-    }
     giveTheOwnerOf(replacement.like, file);
-    tellLog(file, report);
 }
 
+// Signals are held back by each try, so that none hides what became of the file.
 void replaceUnloadable(const Replacement& replacement, const std::string& file, const std::string& backup,
-                       const WriteOptions& options, const ChangeReport& report)
+                       const WriteOptions& options, const std::function<void()>& tell, const ChangeReport& report)
 {
     const Handle handle = newHandle(backup);
-    const int code = cfg_replace_s(handle.get(), file.c_str(), replacement.before->data(), replacement.before->size(),
-                                   replacement.after.data(), replacement.after.size(), lockTimeoutMs(options));
+    const WipedText& before = *replacement.before;
+    const int code = waitForLock(handle.get(), lockTimeoutMs(options), [&](int timeoutMs) {
+        const int tried = cfg_replace_s(handle.get(), file.c_str(), before.data(), before.size(),
+                                        replacement.after.data(), replacement.after.size(), timeoutMs);
+        if (tried == LDAP_SUCCESS) {
+            tellLog(file, report);
+            tell();
+        }
+        return tried;
+    });
     if (code == LDAP_SUCCESS) {
-        tellLog(file, report);
         return;
     }
-    if (textInPlace(file) != replacement.before) {
-        throw code == LDAP_BUSY ? changedMeanwhile(file) : installFailure(handle.get(), file, code, report);
+    if (code != LDAP_BUSY) {
+        throw installFailure(handle.get(), file, code, report);
     }
-    throw code == LDAP_BUSY ? lockFailure(handle.get(), file, code, options.lockTimeoutSeconds)
-                            : installFailure(handle.get(), file, code, report);
+    throw textInPlace(file) == before ? lockFailure(handle.get(), file, code, options.lockTimeoutSeconds)
+                                      : changedMeanwhile(file);
 }
 
 } // namespace
+
+bool madeFile(const std::string& file, std::string_view text, const ChangeReport& report)
+{
+    const Handle handle = newHandle();
+    const int code = cfg_create_s(handle.get(), file.c_str(), text.data(), text.size());
+    if (code != LDAP_SUCCESS && code != LDAP_ALREADY_EXISTS) {
+        throw installFailure(handle.get(), file, code, report);
+    }
+    if (code == LDAP_SUCCESS) {
+        tellLog(file, report);
+    }
+    return code == LDAP_SUCCESS;
+}
 
 std::optional<WipedText> textInPlace(const std::string& file)
 {
@@ -133,19 +130,20 @@ ExitCode replaceWholeText(Replacement replacement, const TargetOptions& target, 
     }
     const std::string backup = backupFor(target, options);
     if (options.dryRun) {
-        const WipedText nothing;
-        const WipedText& before = replacement.before ? *replacement.before : nothing;
+        const WipedText before = replacement.before.value_or(WipedText());
         tellEnding(Ending::dryRun, report, options, "",
                    differenceFor(report, view(before), view(replacement.after), file), output);
         return options.exitCode ? ExitCode::no : ExitCode::done;
     }
-    const SignalsHeldBack untilTold;
+    const auto tell = [&](const std::string& kept) { tellEnding(Ending::written, report, options, kept, "", output); };
     if (replacement.before) {
-        replaceUnloadable(replacement, file, backup, options, report);
+        replaceUnloadable(
+            replacement, file, backup, options, [&] { tell(backup); }, report);
     } else {
+        const SignalsHeldBack untilTold;
         makeFile(replacement, file, report);
+        tell("");
     }
-    tellEnding(Ending::written, report, options, replacement.before ? backup : "", "", output);
     return ExitCode::done;
 }
 

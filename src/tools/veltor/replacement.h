@@ -20,6 +20,11 @@ struct Replacement
     std::string log;    ///< what was done, for the system's log
 };
 
+/// Makes a new file of this text, and tells the log.
+/// @return  false when there is one of that name
+/// @throws Failure  for a text that does not load and for steps that fail: nothing is left behind
+bool madeFile(const std::string& file, std::string_view text, const ChangeReport& report);
+
 /// What the file holds now, nothing where there is none.
 /// @throws Failure (file) for one that can't be read
 std::optional<WipedText> textInPlace(const std::string& file);

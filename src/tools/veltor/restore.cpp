@@ -52,8 +52,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     replacement.source = from;
     replacement.like = from;
     replacement.log = "restored from " + from;
-    const WipedText nothing;
-    const WipedText& before = replacement.before ? *replacement.before : nothing;
+    const WipedText before = replacement.before.value_or(WipedText());
     const std::string difference = shownDifference(view(before), view(replacement.after), file, from);
     if (!difference.empty() && !options.write.yes && !options.write.dryRun) {
         ask(difference, file, from, output);

@@ -58,14 +58,8 @@ bool namesSecret(std::string_view text)
     if (!looksLikePassword(text)) {
         return false;
     }
-    for (int index = 0; index < cfg_attr_type_count(); ++index) {
-        cfg_attr_type type = {};
-        cfg_attr_type_at(index, &type);
-        if (isSecretType(type) && contains(text, type.name)) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(catalogue().begin(), catalogue().end(),
+                       [&](const cfg_attr_type& type) { return isSecretType(type) && contains(text, type.name); });
 }
 
 std::string_view beforeLastColon(std::string_view text)

@@ -185,27 +185,15 @@ std::string fileOf(const TargetOptions& options)
     return getDefaultConfigFilename();
 }
 
-void Session::Unbind::operator()(void* handle) const
-{
-    cfg_unbind(handle);
-}
-
 Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup) : file_(fileOf(options))
 {
     checkBindOptions(options);
     disableCoreDumps();
     leaveTheCLocale();
-    handle_.reset(cfg_init());
-    if (!handle_) {
-        throw Failure(ExitCode::internal, "out of memory", {"nothing was read"});
-    }
+    handle_ = newHandle(backup);
     if (cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file_.c_str()) != LDAP_SUCCESS) {
         throw Failure(ExitCode::usage, "-F: a file name has 1 to 4096 bytes",
                       {"nothing was read; name a file that there is"});
-    }
-    if (!backup.empty() && cfg_set_option(handle_.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
-        throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes",
-                      {"nothing was read; --no-backup keeps none"});
     }
     // Ahead of the bind, whose load would write a file with lines that can't be used.
     cfg_set_write_mode(handle_.get(), purpose == Purpose::write ? CFG_WRITE_SAFE : CFG_WRITE_NEVER);

@@ -3,6 +3,7 @@
 #define VELTOR_TOOL_TARGET_H
 
 #include "failure.h"
+#include "handle.h"
 #include "wiped_text.h"
 
 #include <CLI/CLI.hpp>
@@ -71,15 +72,10 @@ public:
     const std::string& boundAs() const { return boundAs_; }
 
 private:
-    struct Unbind
-    {
-        void operator()(void* handle) const;
-    };
-
     void bind(const TargetOptions& options, Purpose purpose);
 
     std::string file_;
-    std::unique_ptr<void, Unbind> handle_;
+    Handle handle_;
     std::string boundAs_;
     bool mayAdminister_ = false;
 };

@@ -5,7 +5,6 @@
 #include "escape.h"
 #include "ldif_output.h"
 #include "masked_text.h"
-#include "text_diff.h"
 
 #include <unistd.h>
 
@@ -30,8 +29,7 @@ TargetOptions readingOf(const std::string& file)
 std::string shownDifference(std::string_view before, std::string_view after, const std::string& beforeLabel,
                             const std::string& afterLabel)
 {
-    const MaskedTexts texts = maskedTexts(before, after);
-    return escapedLines(unifiedDiff(texts.before, texts.after, beforeLabel, afterLabel));
+    return escapedLines(maskedDifference(before, after, beforeLabel, afterLabel));
 }
 
 } // namespace veltor::tool
