@@ -1,14 +1,11 @@
 // The set around a change: who waits for whom, what a failure leaves behind.
 #include "change_engine.h"
+#include "support/temporary_folder.h"
 
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <veltor/cfg.h>
@@ -25,28 +22,13 @@ class ChangeEngineTest : public testing::Test
 protected:
     ChangeEngineTest()
     {
-        std::string pattern = testing::TempDir() + "engine.XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ + "/in.conf";
         put(text);
         target_.file = file_;
         options_.lockTimeoutSeconds = 0;
         outputOptions_.quiet = true;
     }
-    ~ChangeEngineTest() override
-    {
-        for (const char* name : {"/in.conf", "/in.conf.bak", "/in.conf.lock"}) {
-            ::unlink((folder_ + name).c_str());
-        }
-        ::rmdir(folder_.c_str());
-    }
-
-    void put(const std::string& content) const { std::ofstream(file_, std::ios::trunc) << content; }
-    std::string content(const std::string& ending = "") const
-    {
-        std::ifstream stream(file_ + ending);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
+    void put(const std::string& content) const { temporary_.write("in.conf", content); }
+    std::string content(const std::string& ending = "") const { return temporary_.read("in.conf" + ending); }
 
     static void setPort(void* handle, std::string value)
     {
@@ -73,7 +55,10 @@ protected:
         return ExitCode::done;
     }
 
-    std::string folder_, file_, message_;
+    const veltor::test::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = temporary_.path("in.conf");
+    std::string message_;
     TargetOptions target_;
     WriteOptions options_;
     OutputOptions outputOptions_;

@@ -1,17 +1,15 @@
 // The editor is a script, the person somebody at a terminal who answers.
-#include "commands.h"
+#include "command_run.h"
 #include "conversation.h"
-#include "ldif_output.h"
+#include "support/temporary_folder.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +19,7 @@
 namespace {
 
 using namespace veltor::tool;
+using veltor::test::contentOf;
 
 constexpr const char* installPrompt = "Install this? (y)es, (e)dit again, e(x)it [x]: ";
 constexpr const char* problemPrompt = "What now? (e)dit again, (d)iff, e(x)it: ";
@@ -58,20 +57,11 @@ class Edit : public testing::Test
 protected:
     Edit()
     {
-        std::string pattern = testing::TempDir() + "edit.XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ + "/in.conf";
         put(file_, original);
         ::chmod(file_.c_str(), 0640);
     }
-    ~Edit() override { std::filesystem::remove_all(folder_); }
 
     static void put(const std::string& name, const std::string& text) { std::ofstream(name) << text; }
-    static std::string contentOf(const std::string& name)
-    {
-        std::ifstream stream(name);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
     std::string content() const { return contentOf(file_); }
 
     /// The folders of drafts that are there.
@@ -116,32 +106,7 @@ protected:
         };
     }
 
-    int run(const std::string& options) const
-    {
-        CLI::App application;
-        application.fallthrough();
-        TargetOptions target;
-        addTargetOptions(application, target);
-        OutputOptions outputOptions;
-        addOutputOptions(application, outputOptions);
-        Output output(outputOptions);
-        const Command command = editCommand(application, target, output);
-        ExitCode exit = ExitCode::done;
-        try {
-            application.parse("edit " + options + " -F " + file_);
-            exit = command.run();
-        } catch (const Failure& failure) {
-            output.document().setFailure(failure);
-            if (!output.json()) {
-                std::fputs(failure.message().c_str(), stderr);
-            }
-            exit = failure.exit();
-        }
-        if (output.json()) {
-            writeOut(STDOUT_FILENO, view(output.document().text(exit)));
-        }
-        return static_cast<int>(exit);
-    }
+    int run(const std::string& options) const { return runLine({editCommand}, "edit " + options + " -F " + file_); }
 
     void expectNoSecret(const std::string& text) const
     {
@@ -150,7 +115,9 @@ protected:
         }
     }
 
-    std::string folder_, file_;
+    const veltor::test::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    std::string file_ = temporary_.path("in.conf");
 };
 
 TEST_F(Edit, InstallsTheTextAndTouchesNoOtherByte)

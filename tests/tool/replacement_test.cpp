@@ -1,8 +1,8 @@
 // Texts in the place of files that do not load, that are gone, or that somebody else changes meanwhile.
 #include "replacement.h"
+#include "support/temporary_folder.h"
 #include "whole_text.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -30,36 +30,20 @@ class ReplacementTest : public testing::Test
 protected:
     ReplacementTest()
     {
-        std::string pattern = testing::TempDir() + "replacement.XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ + "/in.conf";
-        put("/new.conf", good);
+        temporary_.write("new.conf", good);
         target_.file = file_;
         options_.lockTimeoutSeconds = 0;
         outputOptions_.quiet = true;
     }
-    ~ReplacementTest() override
+    std::string content(const std::string& name = "in.conf") const
     {
-        for (const char* name : {"/in.conf", "/in.conf.bak", "/in.conf.lock", "/new.conf"}) {
-            ::unlink((folder_ + name).c_str());
-        }
-        ::rmdir(folder_.c_str());
-    }
-
-    void put(const std::string& name, const std::string& content) const
-    {
-        std::ofstream(folder_ + name, std::ios::trunc) << content;
-    }
-    std::string content(const std::string& name = "/in.conf") const
-    {
-        std::ifstream stream(folder_ + name);
-        return {std::istreambuf_iterator<char>(stream), {}};
+        return temporary_.exists(name) ? temporary_.read(name) : "";
     }
 
     /// Replaces the text that was shown by the good one.
     ExitCode replace(const std::optional<std::string>& shown)
     {
-        const Session reading(readingOf(folder_ + "/new.conf"));
+        const Session reading(readingOf(temporary_.path("new.conf")));
         Replacement replacement;
         if (shown) {
             replacement.before = textOf(*shown);
@@ -75,7 +59,10 @@ protected:
         }
     }
 
-    std::string folder_, file_, message_;
+    const veltor::test::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = temporary_.path("in.conf");
+    std::string message_;
     TargetOptions target_;
     WriteOptions options_;
     OutputOptions outputOptions_;
@@ -94,18 +81,18 @@ TEST_F(ReplacementTest, ReplacesAFileThatLoadsOneThatDoesNotAndOneThatIsGone)
         ::unlink(file_.c_str());
         ::unlink((file_ + ".bak").c_str());
         if (row.old) {
-            put("/in.conf", *row.old);
+            temporary_.write("in.conf", *row.old);
         }
         EXPECT_EQ(replace(row.old), ExitCode::done) << message_;
         EXPECT_EQ(content(), good);
-        EXPECT_EQ(content("/in.conf.bak"), row.old.value_or(""));
+        EXPECT_EQ(content("in.conf.bak"), row.old.value_or(""));
     }
 }
 
 TEST_F(ReplacementTest, LeavesATextAloneThatWasNotShown)
 {
     for (const char* text : {"version: 1\n", broken}) {
-        put("/in.conf", text);
+        temporary_.write("in.conf", text);
         for (const std::optional<std::string>& shown :
              {std::optional<std::string>("dn: o=other\n"), std::optional<std::string>()}) {
             EXPECT_EQ(replace(shown), ExitCode::busy);
@@ -120,10 +107,10 @@ TEST_F(ReplacementTest, LeavesATextAloneThatWasNotShown)
 
 TEST_F(ReplacementTest, WaitsForNoWriterLongerThanItMay)
 {
-    put("/in.conf", good);
+    temporary_.write("in.conf", good);
     const ChangeEngine holder(target_, options_, output_);
     // It can't be read any more, and its lock is held all the same.
-    put("/in.conf", broken);
+    temporary_.write("in.conf", broken);
     EXPECT_EQ(replace(broken), ExitCode::busy);
     EXPECT_NE(message_.find("is being changed by process"), std::string::npos) << message_;
     EXPECT_EQ(content(), broken);
@@ -155,7 +142,7 @@ TEST_F(ReplacementTest, ThatIsDryWritesNothing)
 {
     options_.dryRun = true;
     options_.exitCode = true;
-    put("/in.conf", broken);
+    temporary_.write("in.conf", broken);
     EXPECT_EQ(replace(broken), ExitCode::no);
     EXPECT_EQ(content(), broken);
     ::unlink(file_.c_str());

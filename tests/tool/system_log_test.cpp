@@ -1,10 +1,9 @@
 // What the tool tells the system's log: who changed what, and no secret. The log itself is taken from it here.
-#include "commands.h"
+#include "command_run.h"
+#include "support/temporary_folder.h"
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
@@ -52,8 +51,6 @@ class SystemLogTest : public testing::Test
 protected:
     SystemLogTest()
     {
-        std::string pattern = testing::TempDir() + "log.XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
         put("in.conf", "dn: cn=Configuration\nobjectclass: top\nzor-slapdAdminDN: cn=root\nzor-slapdPort: 389\n");
         put("password", "SecretNew");
         put("other.conf", "dn: cn=Configuration\nobjectclass: top\nzor-slapdSetenv: A=SecretOther\n");
@@ -63,19 +60,9 @@ protected:
             "add: zor-slapdReferral\nzor-slapdReferral: ldap://SecretHost\n-\n");
         logLines.clear();
     }
-    ~SystemLogTest() override
-    {
-        for (const char* name :
-             {"/in.conf", "/in.conf.bak", "/in.conf.lock", "/password", "/other.conf", "/changes.ldif"}) {
-            ::unlink((folder_ + name).c_str());
-        }
-        ::rmdir(folder_.c_str());
-    }
-
     void put(const std::string& name, const std::string& text) const
     {
-        std::ofstream(folder_ + '/' + name) << text;
-        ::chmod((folder_ + '/' + name).c_str(), 0600);
+        ::chmod(temporary_.write(name, text).c_str(), 0600);
     }
 
     /// Runs a command, F in it standing for the folder; what it told the log.
@@ -85,31 +72,13 @@ protected:
         for (std::size_t at = line.find("F/"); at != std::string::npos; at = line.find("F/", at + folder_.size())) {
             line.replace(at, 1, folder_);
         }
-        CLI::App application;
-        application.fallthrough();
-        TargetOptions target;
-        addTargetOptions(application, target);
-        OutputOptions outputOptions;
-        addOutputOptions(application, outputOptions);
-        Output output(outputOptions);
-        std::vector<Command> commands;
-        for (const auto make : {setCommand, passwdCommand, modifyCommand, restoreCommand}) {
-            commands.push_back(make(application, target, output));
-        }
-        try {
-            application.parse(line + " -q -F " + folder_ + "/in.conf");
-            for (const Command& command : commands) {
-                if (command.commandLine->parsed()) {
-                    command.run();
-                }
-            }
-        } catch (const Failure& failure) {
-            ADD_FAILURE() << failure.message();
-        }
+        EXPECT_EQ(runLine({setCommand, passwdCommand, modifyCommand, restoreCommand}, line + " -q -F " + file_), 0);
         return logLines;
     }
 
-    std::string folder_;
+    const veltor::test::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = temporary_.path("in.conf");
 };
 
 TEST_F(SystemLogTest, HasALineForEachChangeWithoutItsSecrets)

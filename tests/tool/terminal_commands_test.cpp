@@ -1,15 +1,11 @@
 // Commands that ask, on a terminal of their own.
-#include "commands.h"
+#include "command_run.h"
 #include "conversation.h"
 #include "question.h"
+#include "support/temporary_folder.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <unistd.h>
 
@@ -22,52 +18,22 @@ class TerminalCommands : public testing::Test
 protected:
     TerminalCommands()
     {
-        std::string pattern = testing::TempDir() + "terminal.XXXXXX";
-        folder_ = ::mkdtemp(pattern.data());
-        file_ = folder_ + "/in.conf";
-        std::ofstream(file_)
-            << "dn: cn=Configuration\ncn: Configuration\nobjectclass: top\nzor-slapdAdminDN: cn=root\n";
-    }
-    ~TerminalCommands() override
-    {
-        for (const char* name : {"/in.conf", "/in.conf.bak", "/in.conf.lock", "/password"}) {
-            ::unlink((folder_ + name).c_str());
-        }
-        ::rmdir(folder_.c_str());
+        temporary_.write("in.conf",
+                         "dn: cn=Configuration\ncn: Configuration\nobjectclass: top\nzor-slapdAdminDN: cn=root\n");
     }
 
-    std::string content() const
-    {
-        std::ifstream stream(file_);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
+    std::string content() const { return temporary_.read("in.conf"); }
 
     std::function<int()> command(const std::string& line) const
     {
         return [this, line] {
-            CLI::App application;
-            application.fallthrough();
-            TargetOptions target;
-            addTargetOptions(application, target);
-            OutputOptions outputOptions;
-            Output output(outputOptions);
-            const Command commands[] = {
-                passwdCommand(application, target, output), authCommand(application, target, output),
-                initCommand(application, target, output), restoreCommand(application, target, output)};
-            try {
-                application.parse(line + " -F " + file_);
-                return static_cast<int>(
-                    std::find_if(std::begin(commands), std::end(commands), [](const Command& command) {
-                        return command.commandLine->parsed();
-                    })->run());
-            } catch (const Failure& failure) {
-                std::fputs(failure.message().c_str(), stderr);
-                return static_cast<int>(failure.exit());
-            }
+            return runLine({passwdCommand, authCommand, initCommand, restoreCommand}, line + " -F " + file_);
         };
     }
 
-    std::string folder_, file_;
+    const veltor::test::TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = temporary_.path("in.conf");
 };
 
 TEST_F(TerminalCommands, NewPasswordIsAskedForTwiceAndOpensTheFile)
@@ -114,7 +80,7 @@ TEST_F(TerminalCommands, AnEmptyPasswordIsAskedForAgain)
 TEST_F(TerminalCommands, ARestoreShowsTheDifferenceAndAsks)
 {
     const std::string before = content();
-    std::ofstream(file_ + ".bak") << "dn: cn=Configuration\nobjectclass: top\nzor-slapdPort: 1389\n";
+    temporary_.write("in.conf.bak", "dn: cn=Configuration\nobjectclass: top\nzor-slapdPort: 1389\n");
     // Nobody could bind as the administrator afterwards.
     Conversation no(command("restore --allow-lockout"));
     ASSERT_TRUE(no.answer("; go on? [y/N] ", "")) << no.shown();
