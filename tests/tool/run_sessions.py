@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Runs the commands that a document shows, and compares what they print with what the document says.
 
-In a Markdown file, a block that is indented by four blanks and begins with "$ " is a session: each line that begins
-with "$ " is a command, what follows is its output, standard error included, and "(exit status N)" where it is not 0.
-What "$ cat FILE" shows is the content of a file for the commands behind it. All sessions of a document run one after
-the other in a folder of their own, on a copy of the example.
+In a Markdown file, a block that is indented by four blanks and begins with "$ " is a session, in a manual page a literal
+block: each line that begins with "$ " is a command, and what follows is its output, standard error included, in
+Markdown with "(exit status N)" behind it where that is not 0. What "$ cat FILE" shows is the content of a file for the
+commands behind it. All sessions of a document run one after the other in a folder of their own, on a copy of the
+example, which VELTOR_FILE names for those of Markdown.
 
   run_sessions.py VELTOR EXAMPLES DOCUMENT            compares
   run_sessions.py VELTOR EXAMPLES DOCUMENT --show     compares, and prints headings, commands and outputs
-  run_sessions.py VELTOR EXAMPLES DOCUMENT --record   writes the outputs into the document
+  run_sessions.py VELTOR EXAMPLES DOCUMENT --record   writes the outputs into a Markdown file
 """
 
 import difflib
@@ -24,7 +25,25 @@ SECRETS = {"first-password": "first-secret\n", "second-password": "second-secret
            "password": "secret-of-the-example\n"}
 
 
-def parts_of(text):
+def parts_of_page(text):
+    """As parts_of_markdown, of a manual page."""
+    parts = []
+    literal = False
+    for line in text.splitlines():
+        if line.startswith(".Bd -literal") or line == ".Ed":
+            literal = line != ".Ed"
+            parts.append((line,))
+        elif literal and line.startswith("$ "):
+            parts.append((line[2:].replace("\\e", "\\"), []))
+        elif literal and len(parts[-1]) == 2:
+            # A line of output that begins with a dot has "\&" before it.
+            parts[-1][1].append(line.removeprefix("\\&").replace("\\e", "\\"))
+        else:
+            parts.append((line,))
+    return parts
+
+
+def parts_of_markdown(text):
     """The document as (line,) for what is no session, and (command, output lines) for what is."""
     parts = []
     session = False
@@ -61,34 +80,36 @@ def without_empty_end(lines):
     return lines
 
 
-def output_of(command, folder, environment):
+def output_of(command, folder, environment, tells_status):
     done = subprocess.run(["sh", "-c", command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True, check=False)
     lines = without_empty_end(done.stdout.decode().splitlines())
-    if done.returncode != 0:
+    if done.returncode != 0 and tells_status:
         lines.append(f"(exit status {done.returncode})")
     return lines
 
 
-def run(command, expected, folder, environment):
+def run(command, expected, folder, environment, tells_status):
     made = re.fullmatch(r"cat ([\w.-]+)", command)
     if made and not os.path.exists(os.path.join(folder, made[1])):
         with open(os.path.join(folder, made[1]), "w", encoding="utf-8") as file:
             file.write("".join(line + "\n" for line in expected))
-    return output_of(command, folder, environment)
+    return output_of(command, folder, environment, tells_status)
 
 
 def main():
     binary, examples, document = map(os.path.abspath, sys.argv[1:4])
     mode = sys.argv[4] if len(sys.argv) > 4 else ""
+    is_markdown = document.endswith(".md")
     with open(document, encoding="utf-8") as file:
-        parts = parts_of(file.read())
+        parts = (parts_of_markdown if is_markdown else parts_of_page)(file.read())
     failed = commands = 0
     made = []
     with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as programs:
         os.symlink(binary, os.path.join(programs, "veltor"))
-        environment = {"PATH": programs + ":/usr/bin:/bin", "LC_ALL": "C", "HOME": folder,
-                       "VELTOR_FILE": "zorslapd.conf"}
+        environment = {"PATH": programs + ":/usr/bin:/bin", "LC_ALL": "C", "HOME": folder}
+        if is_markdown:
+            environment["VELTOR_FILE"] = "zorslapd.conf"
         lay_out(folder, examples)
         for part in parts:
             if len(part) == 1:
@@ -98,7 +119,7 @@ def main():
                 continue
             command, expected = part[0], without_empty_end(part[1])
             commands += 1
-            actual = run(command, expected, folder, environment)
+            actual = run(command, expected, folder, environment, is_markdown)
             made += [f"{INDENT}$ {command}", *(INDENT + line if line else "" for line in actual)]
             if mode == "--show":
                 print("\n".join([f"$ {command}", *actual]), flush=True)
