@@ -97,7 +97,10 @@ TEST_F(SystemLogTest, HasALineForEachChangeWithoutItsSecrets)
         EXPECT_EQ(told(row.command), std::vector<std::string>{head + row.log});
     }
     EXPECT_EQ(told("restore --yes --allow-lockout F/other.conf"),
-              std::vector<std::string>{head + "restored from " + folder_ + "/other.conf"});
+              std::vector<std::string>{head + "restored from " + folder_ +
+                                       "/other.conf: cn=Configuration: zor-slapdSetenv, zor-slapdAdminDN, "
+                                       "zor-slapdAdminPW, zor-slapdPeerPW, zor-slapdPort, zor-slapdReferral, "
+                                       "zor-slapdSecurity"});
 }
 
 TEST_F(SystemLogTest, HasNoLineForWhatChangesNothing)

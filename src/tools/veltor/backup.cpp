@@ -84,7 +84,7 @@ private:
     {
         if (!holds) {
             throw Failure(ExitCode::writeFailed, name_ + ": " + finding + ": " + std::strerror(errno),
-                          {"no copy was made; what was there before is unchanged"});
+                          {"no copy was made, and what was there before is unchanged; name a copy elsewhere"});
         }
     }
 
@@ -106,14 +106,16 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
     struct stat original = {};
     struct stat status = {};
     if (::stat(session.file().c_str(), &original) != 0) {
-        throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno), {"no copy was made"});
+        throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno),
+                      {"no copy was made; see: veltor status"});
     }
     if (::stat(copy.c_str(), &status) == 0) {
         if (status.st_dev == original.st_dev && status.st_ino == original.st_ino) {
-            throw Failure(ExitCode::usage, copy + " is the configuration file itself", {"no copy was made"});
+            throw Failure(ExitCode::usage, copy + " is the configuration file itself",
+                          {"no copy was made; name another file"});
         }
         if (!S_ISREG(status.st_mode)) {
-            throw Failure(ExitCode::usage, copy + " is no plain file", {"no copy was made"});
+            throw Failure(ExitCode::usage, copy + " is no plain file", {"no copy was made; name another file"});
         }
     }
     // A signal would leave half a copy under another name.

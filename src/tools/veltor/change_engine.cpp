@@ -87,7 +87,8 @@ extern "C" int noteLostValue(void* context, const cfg_finding* finding)
 std::string backupFor(const TargetOptions& target, const WriteOptions& options)
 {
     if (options.noBackup && options.backup) {
-        throw Failure(ExitCode::usage, "--backup and --no-backup exclude each other", {"nothing was written"});
+        throw Failure(ExitCode::usage, "--backup and --no-backup exclude each other",
+                      {"nothing was written; give one of them"});
     }
     if (options.noBackup) {
         return {};
@@ -97,7 +98,7 @@ std::string backupFor(const TargetOptions& target, const WriteOptions& options)
         return file.empty() ? file : file + ".bak";
     }
     const auto refuse = [](const std::string& finding) {
-        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written"});
+        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written; name another file"});
     };
     if (options.backup->empty()) {
         refuse("a file name has 1 to 4096 bytes");
@@ -245,7 +246,7 @@ WipedText rendered(void* handle)
     return copy;
 }
 
-std::string logged(const std::string& attribute, const std::vector<WipedText>& values)
+std::string logged(const std::string& attribute, const StoredValues& values)
 {
     const std::optional<cfg_attr_type> type = attributeType(attribute);
     const std::string_view syntax = type ? type->syntax : "";
@@ -253,8 +254,8 @@ std::string logged(const std::string& attribute, const std::vector<WipedText>& v
         return attribute;
     }
     std::string text = attribute + '=';
-    for (const WipedText& value : values) {
-        text += (&value == &values.front() ? "" : "|") + std::string(view(value));
+    for (const std::string_view& value : values) {
+        text += (&value == &values.front() ? "" : "|") + std::string(value);
     }
     return text;
 }

@@ -5,6 +5,7 @@
 
 #include "change_outcome.h"
 #include "output.h"
+#include "stored_tree.h"
 #include "target.h"
 #include "wiped_text.h"
 
@@ -12,7 +13,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace veltor::tool {
 
@@ -48,7 +48,7 @@ WipedText rendered(void* handle);
 
 /// What the log may tell of an attribute: its name, and its values if they are numbers, words of a list or bits.
 /// @param values  as they are stored
-std::string logged(const std::string& attribute, const std::vector<WipedText>& values);
+std::string logged(const std::string& attribute, const StoredValues& values);
 
 /// A change set on the configuration file. Its scope holds the writer lock; without a commit nothing is written.
 class ChangeEngine

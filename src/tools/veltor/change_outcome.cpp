@@ -20,6 +20,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* nothingWritten = "nothing was written";
+/// What helps where the disk or the rights stood in the way.
+constexpr const char* triedAgain = "; run the command again when the cause is mended";
 /// What the library says of a lock that stays busy.
 constexpr const char* heldByAnother = " is being changed by ";
 
@@ -114,7 +116,8 @@ void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& o
         writeOut(STDOUT_FILENO, lines);
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.what(),
-                      {ending == Ending::written ? "all changes are in the file" : nothingWritten});
+                      {ending == Ending::written ? "all changes are in the file; see them with: veltor diff"
+                                                 : "nothing was written; run the command again"});
     }
 }
 
@@ -138,7 +141,7 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
                             " s; nothing was written; --lock-timeout SECONDS waits longer"}};
     }
     if (isStepOfTheDisk(code) && cfg_get_file_line(handle) == 0) {
-        return {ExitCode::writeFailed, file + ": " + message, {codes, nothingWritten}};
+        return {ExitCode::writeFailed, file + ": " + message, {codes, std::string(nothingWritten) + triedAgain}};
     }
     return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
 }
@@ -160,8 +163,9 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
         }
         return {ExitCode::writeFailed,
                 file + ": " + message,
-                {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known"
-                                : nothingWritten}};
+                {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known: "
+                                  "look at it again after one"
+                                : std::string(nothingWritten) + triedAgain}};
     }
     return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
 }

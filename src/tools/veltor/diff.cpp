@@ -2,21 +2,19 @@
 #include "change_scan.h"
 #include "commands.h"
 #include "ldif_output.h"
-#include "names.h"
 #include "output.h"
-#include "results.h"
 #include "secrets.h"
+#include "stored_tree.h"
 #include "whole_text.h"
 
 #include <algorithm>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 #include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
@@ -44,93 +42,24 @@ struct DiffOptions
     bool ldif = false;
 };
 
-using Values = std::vector<std::string_view>;
-
-Values valuesOf(const cfg_message* attribute)
-{
-    Values values;
-    for (const cfg_message* value = attribute == nullptr ? nullptr : attribute->children; value != nullptr;
-         value = value->next) {
-        values.push_back(textOf(*value));
-    }
-    return values;
-}
-
-const cfg_message* attributeOf(const cfg_message& entry, std::string_view name)
-{
-    const cfg_message* attribute = entry.children;
-    while (attribute != nullptr && !sameName(textOf(*attribute), name)) {
-        attribute = attribute->next;
-    }
-    return attribute;
-}
-
-/// A configuration that was read without a bind, as it is stored.
-class Tree
-{
-public:
-    explicit Tree(const std::string& file) : session_(readingOf(file))
-    {
-        const int code = cfg_read_s(session_.handle(), "", LDAP_SCOPE_SUBTREE, results_.receiver());
-        if (code != LDAP_SUCCESS) {
-            throw libraryFailure(session_.handle(), code, {Stage::search, ""});
-        }
-        for (const cfg_message* entry = results_.first(); entry != nullptr; entry = entry->next) {
-            entries_.push_back(entry);
-            byDn_.emplace(folded(textOf(*entry)), entry);
-        }
-    }
-
-    const std::vector<const cfg_message*>& entries() const { return entries_; }
-
-    /// The entry of this DN, null for none. DNs are printed in their normal form, but in any letter case.
-    const cfg_message* find(const cfg_message& other) const
-    {
-        const auto found = byDn_.find(folded(textOf(other)));
-        return found == byDn_.end() ? nullptr : found->second;
-    }
-
-private:
-    static std::string folded(std::string_view dn)
-    {
-        std::string result(dn);
-        std::transform(result.begin(), result.end(), result.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-        return result;
-    }
-
-    Session session_;
-    Results results_;
-    std::vector<const cfg_message*> entries_;
-    std::map<std::string, const cfg_message*> byDn_;
-};
-
 /// The change records that make one tree of another.
 class Records
 {
 public:
-    Records(const Tree& before, const Tree& after, bool showSecrets)
-        : before_(before), after_(after), showSecrets_(showSecrets)
-    {
-    }
+    explicit Records(bool showSecrets) : showSecrets_(showSecrets) {}
 
     /// @return  the records, empty for equal trees
-    WipedText make()
+    WipedText make(const StoredTree& before, const StoredTree& after)
     {
         append(out_, "version: 1\n");
         const std::size_t head = out_.size();
-        // Children go before their parents, and come behind them.
-        for (auto entry = before_.entries().rbegin(); entry != before_.entries().rend(); ++entry) {
-            if (after_.find(**entry) == nullptr) {
-                appendRemoval(**entry);
-            }
-        }
-        for (const cfg_message* entry : after_.entries()) {
-            const cfg_message* const old = before_.find(*entry);
-            if (old == nullptr) {
-                appendNew(*entry);
+        for (const EntryDifference& difference : differencesOf(before, after)) {
+            if (difference.after == nullptr) {
+                appendRemoval(*difference.before);
+            } else if (difference.before == nullptr) {
+                appendNew(*difference.after);
             } else {
-                appendChange(*old, *entry);
+                appendChange(difference);
             }
         }
         if (out_.size() == head) {
@@ -196,7 +125,7 @@ private:
     }
 
     void appendOperation(const cfg_message& entry, std::string_view operation, std::string_view name,
-                         const Values& values)
+                         const StoredValues& values)
     {
         if (values.empty()) {
             return;
@@ -208,45 +137,29 @@ private:
         append(out_, "-\n");
     }
 
-    void appendChange(const cfg_message& old, const cfg_message& entry)
+    void appendChange(const EntryDifference& difference)
     {
-        std::vector<std::string_view> names;
-        for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
-            names.push_back(textOf(*attribute));
-        }
-        for (const cfg_message* attribute = old.children; attribute != nullptr; attribute = attribute->next) {
-            if (attributeOf(entry, textOf(*attribute)) == nullptr) {
-                names.push_back(textOf(*attribute));
-            }
-        }
-        bool begun = false;
-        for (const std::string_view name : names) {
-            const Values oldValues = valuesOf(attributeOf(old, name));
-            const Values newValues = valuesOf(attributeOf(entry, name));
-            if (oldValues == newValues) {
-                continue;
-            }
-            if (!std::exchange(begun, true)) {
-                begin(entry, "modify");
-            }
-            requireName(entry, name);
-            appendDifference(entry, name, oldValues, newValues);
+        begin(*difference.after, "modify");
+        for (const std::string_view name : difference.attributes) {
+            requireName(*difference.after, name);
+            appendDifference(*difference.after, name, valuesOf(attributeOf(*difference.before, name)),
+                             valuesOf(attributeOf(*difference.after, name)));
         }
     }
 
-    void appendDifference(const cfg_message& entry, std::string_view name, const Values& oldValues,
-                          const Values& newValues)
+    void appendDifference(const cfg_message& entry, std::string_view name, const StoredValues& oldValues,
+                          const StoredValues& newValues)
     {
-        const auto without = [](const Values& values, const Values& others) {
-            Values rest;
-            std::copy_if(values.begin(), values.end(), std::back_inserter(rest), [&](std::string_view value) {
-                return std::find(others.begin(), others.end(), value) == others.end();
-            });
+        const auto without = [](const StoredValues& values, const StoredValues& others) {
+            const std::set<std::string_view> known(others.begin(), others.end());
+            StoredValues rest;
+            std::copy_if(values.begin(), values.end(), std::back_inserter(rest),
+                         [&](std::string_view value) { return known.count(value) == 0; });
             return rest;
         };
-        const Values gone = without(oldValues, newValues);
-        const Values come = without(newValues, oldValues);
-        Values made = without(oldValues, gone);
+        const StoredValues gone = without(oldValues, newValues);
+        const StoredValues come = without(newValues, oldValues);
+        StoredValues made = without(oldValues, gone);
         made.insert(made.end(), come.begin(), come.end());
         // New values come behind those that stay; for another order all of them go first.
         const bool inOrder = made == newValues;
@@ -254,8 +167,6 @@ private:
         appendOperation(entry, "add", name, inOrder ? come : newValues);
     }
 
-    const Tree& before_;
-    const Tree& after_;
     bool showSecrets_;
     WipedText out_;
 };
@@ -265,9 +176,9 @@ WipedText ldifOf(const std::string& before, const std::string& after, const Targ
     if (output.showSecrets()) {
         checkShowSecrets(output, Session(target));
     }
-    const Tree beforeTree(before);
-    const Tree afterTree(after);
-    return Records(beforeTree, afterTree, output.showSecrets()).make();
+    const Session beforeSession(readingOf(before));
+    const Session afterSession(readingOf(after));
+    return Records(output.showSecrets()).make(StoredTree(beforeSession.handle()), StoredTree(afterSession.handle()));
 }
 
 WipedText textDiffOf(const std::string& before, const std::string& after)

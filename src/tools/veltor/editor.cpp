@@ -36,7 +36,9 @@ constexpr const char* plainCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklm
 
 Failure draftFailure(const std::string& name, const char* finding, int error)
 {
-    return {ExitCode::writeFailed, name + ": " + finding + ": " + std::strerror(error), {"nothing was written"}};
+    return {ExitCode::writeFailed,
+            name + ": " + finding + ": " + std::strerror(error),
+            {"nothing was written; the draft needs room and the right to write beside the file"}};
 }
 
 /// A name behind all symbolic links; the name itself where it leads nowhere.
@@ -199,7 +201,7 @@ pid_t startShell(const std::string& editor, const std::string& file, const std::
     ::posix_spawn_file_actions_destroy(&files);
     if (error != 0) {
         throw Failure(ExitCode::usage, "the editor can't be run: /bin/sh: " + std::string(std::strerror(error)),
-                      {"nothing was written"});
+                      {"nothing was written; run the command again"});
     }
     return process;
 }
@@ -266,12 +268,13 @@ WipedText Draft::read() const
 {
     struct stat status = {};
     if (::lstat(name_.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        throw Failure(ExitCode::file, name_ + " is no plain file any more", {"nothing was written"});
+        throw Failure(ExitCode::file, name_ + " is no plain file any more",
+                      {"nothing was written; have the editor write under the name that it got"});
     }
     try {
         return readConfiguration(name_);
     } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(), {"nothing was written"});
+        throw Failure(failure.exit(), failure.what(), {"nothing was written; run the command again"});
     }
 }
 
@@ -292,7 +295,7 @@ void Draft::edit(const std::vector<std::string>& environment) const
         terminal.restore();
         throw Failure(ExitCode::no,
                       "the editor \"" + editor + "\" was ended by signal " + std::to_string(code - endedBySignal),
-                      {"nothing was written"});
+                      {"nothing was written; run the command again, or name another in EDITOR"});
     }
     if (code == commandNotFound || code == commandNotExecutable) {
         throw Failure(ExitCode::usage, "the editor \"" + editor + "\" can't be run",
@@ -300,7 +303,7 @@ void Draft::edit(const std::vector<std::string>& environment) const
     }
     if (code != 0) {
         throw Failure(ExitCode::no, "the editor \"" + editor + "\" ended with exit status " + std::to_string(code),
-                      {"nothing was written"});
+                      {"nothing was written; run the command again, or name another in EDITOR"});
     }
 }
 

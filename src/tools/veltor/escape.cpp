@@ -18,12 +18,30 @@ bool isHarmless(std::uint32_t codePoint)
     return !isControl(codePoint) && !lineBreak && !direction;
 }
 
-void appendHex(std::string& out, unsigned char byte)
+template <typename Text>
+void appendHex(Text& out, unsigned char byte)
 {
     static constexpr char digits[] = "0123456789abcdef";
-    out += "\\x";
-    out += digits[byte >> 4U];
-    out += digits[byte & 0x0FU];
+    for (const char character : {'\\', 'x', digits[byte >> 4U], digits[byte & 0x0FU]}) {
+        out.push_back(character);
+    }
+}
+
+template <typename Text>
+void appendEscapedTo(Text& out, std::string_view text)
+{
+    while (!text.empty()) {
+        const Character character = firstCharacter(text);
+        const std::string_view taken = text.substr(0, character.length == 0 ? 1 : character.length);
+        if (character.length != 0 && isHarmless(character.codePoint)) {
+            out.insert(out.end(), taken.begin(), taken.end());
+        } else {
+            for (const char byte : taken) {
+                appendHex(out, static_cast<unsigned char>(byte));
+            }
+        }
+        text.remove_prefix(taken.size());
+    }
 }
 
 } // namespace
@@ -70,19 +88,13 @@ std::string escaped(std::string_view text)
 {
     std::string out;
     out.reserve(text.size());
-    while (!text.empty()) {
-        const Character character = firstCharacter(text);
-        const std::size_t taken = character.length == 0 ? 1 : character.length;
-        if (character.length != 0 && isHarmless(character.codePoint)) {
-            out += text.substr(0, taken);
-        } else {
-            for (const char byte : text.substr(0, taken)) {
-                appendHex(out, static_cast<unsigned char>(byte));
-            }
-        }
-        text.remove_prefix(taken);
-    }
+    appendEscapedTo(out, text);
     return out;
+}
+
+void appendEscaped(WipedText& out, std::string_view text)
+{
+    appendEscapedTo(out, text);
 }
 
 std::string escapedLines(std::string_view text)

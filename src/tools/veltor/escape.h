@@ -3,6 +3,8 @@
 #ifndef VELTOR_TOOL_ESCAPE_H
 #define VELTOR_TOOL_ESCAPE_H
 
+#include "wiped_text.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -26,6 +28,9 @@ bool isControl(std::uint32_t codePoint);
 /// the line, and of anything that is not UTF-8 shown as \xHH (two lower-case digits). A backslash stays as it
 /// is: DNs are full of them.
 std::string escaped(std::string_view text);
+
+/// Adds the escaped text, of which no copy stays behind.
+void appendEscaped(WipedText& out, std::string_view text);
 
 /// The text with each of its lines escaped; the line feeds between them stay.
 std::string escapedLines(std::string_view text);

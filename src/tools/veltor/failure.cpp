@@ -283,8 +283,10 @@ std::string nextStep(const Report& report)
         return "; list the DNs with: veltor search --format value dn";
     case LDAP_NO_SUCH_ATTRIBUTE:
         return "; see what is there with: veltor search -b DN -s base";
+    case LDAP_NOT_ALLOWED_ON_NONLEAF:
+        return {}; // The message names the option that helps.
     default:
-        return {};
+        return "; see: veltor check";
     }
 }
 

@@ -3,8 +3,8 @@
 #include "escape.h"
 #include "ldif_output.h"
 #include "names.h"
-#include "results.h"
 #include "secrets.h"
+#include "stored_tree.h"
 
 #include <algorithm>
 #include <memory>
@@ -37,23 +37,13 @@ struct Found
     cfg_message node;
 };
 
-const cfg_message* attributeNamed(const cfg_message& entry, std::string_view name)
-{
-    for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
-        if (sameName(textOf(*attribute), name)) {
-            return attribute;
-        }
-    }
-    return nullptr;
-}
-
 // A name that the catalogue does not have may be in the file all the same.
 std::vector<std::string> namesIn(const cfg_message& entry, const std::vector<std::string>& given)
 {
     std::vector<std::string> names;
     for (const std::string& name : given) {
         NameResult result = lookUpName(name);
-        const cfg_message* attribute = result.name.empty() ? attributeNamed(entry, name) : nullptr;
+        const cfg_message* attribute = result.name.empty() ? attributeOf(entry, name) : nullptr;
         if (attribute != nullptr) {
             result.name = textOf(*attribute);
         }
@@ -74,7 +64,7 @@ void readShown(const Session& session, const std::string& base, const std::vecto
 {
     std::vector<std::string> present;
     for (const std::string& name : names) {
-        if (attributeNamed(stored, name) != nullptr) {
+        if (attributeOf(stored, name) != nullptr) {
             present.push_back(name);
         }
     }
@@ -105,7 +95,7 @@ void appendText(WipedText& out, const Found& found, bool withName, const EntryFo
         }
         hidden = hidden || hides;
         append(out, withName ? escaped(found.name) + ": " : "");
-        append(out, hides ? "***" : escaped(textOf(*value)));
+        appendEscaped(out, hides ? "***" : textOf(*value));
         out.push_back('\n');
     }
 }
@@ -146,7 +136,7 @@ ExitCode get(const GetOptions& options, const TargetOptions& target, Output& out
     nlohmann::ordered_json missing = nlohmann::ordered_json::array();
     std::vector<std::string> notes;
     for (const std::string& name : names) {
-        const cfg_message* attribute = attributeNamed(source, name);
+        const cfg_message* attribute = attributeOf(source, name);
         if (attribute == nullptr || attribute->children == nullptr) {
             missing.push_back(jsonText(name));
             notes.push_back(name + " has no value");

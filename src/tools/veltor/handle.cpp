@@ -9,7 +9,7 @@ Handle newHandle(const std::string& backup)
 {
     Handle handle(cfg_init());
     if (!handle) {
-        throw Failure(ExitCode::internal, "out of memory", {"nothing was written"});
+        throw Failure(ExitCode::internal, "out of memory", {"nothing was written; run the command again"});
     }
     if (!backup.empty() && cfg_set_option(handle.get(), CFG_OPT_BACKUP_FILE, backup.c_str()) != LDAP_SUCCESS) {
         throw Failure(ExitCode::usage, "--backup: a file name has 1 to 4096 bytes",

@@ -154,7 +154,8 @@ std::string folderOf(const std::string& file)
 void requireRoomFor(const std::string& file)
 {
     if (file.empty() || file.back() == '/') {
-        throw Failure(ExitCode::usage, '"' + file + "\" is not the name of a file", {"nothing was written"});
+        throw Failure(ExitCode::usage, '"' + file + "\" is not the name of a file",
+                      {"nothing was written; name the file to make"});
     }
     struct stat status = {};
     if (::lstat(file.c_str(), &status) == 0) {
@@ -234,7 +235,8 @@ std::string storedDn(StoredForm& stored, const char* name, const std::string& dn
 {
     const std::optional<std::string> finding = dn.empty() ? "an empty DN" : whyUnstorable(name, dn);
     if (finding) {
-        throw Failure(ExitCode::refused, option + ": " + *finding, {"nothing was written"});
+        throw Failure(ExitCode::refused, option + ": " + *finding,
+                      {"nothing was written; a DN looks like dc=example,dc=com"});
     }
     try {
         WipedText value;
@@ -353,6 +355,8 @@ ExitCode init(const InitOptions& options, const TargetOptions& given, Output& ou
     }
     ChangeReport report;
     report.log = "made, administrator " + fresh.administrator;
+    // A signal would leave a file that is root's, or one that nobody was told of.
+    const SignalsHeldBack untilTold;
     if (!madeFile(file, view(fresh.text), report)) {
         throw existing(file, "exists", "somebody else has just made it");
     }

@@ -52,9 +52,9 @@ void appendNameAndValue(WipedText& out, std::string_view name, std::string_view 
         return;
     }
     append(out, "# not an attribute name: ");
-    append(out, escaped(name));
+    appendEscaped(out, name);
     append(out, value.empty() ? "" : ": ");
-    append(out, escaped(value));
+    appendEscaped(out, value);
     out.push_back('\n');
 }
 
@@ -149,7 +149,7 @@ void appendLdifLine(WipedText& out, std::string_view name, std::string_view text
 void appendLdifComment(WipedText& out, std::string_view text)
 {
     append(out, text.empty() ? "#" : "# ");
-    append(out, escaped(text));
+    appendEscaped(out, text);
     out.push_back('\n');
 }
 

@@ -128,7 +128,7 @@ std::string Output::coloured(int descriptor, std::string_view word, const char* 
 void Output::appendBareValue(WipedText& out, std::string_view value) const
 {
     if (::isatty(STDOUT_FILENO) == 1) {
-        append(out, escaped(value));
+        appendEscaped(out, value);
     } else {
         append(out, value);
     }

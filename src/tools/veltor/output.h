@@ -75,7 +75,6 @@ private:
 
 inline constexpr const char* red = "\x1B[31m";
 inline constexpr const char* yellow = "\x1B[33m";
-inline constexpr const char* bold = "\x1B[1m";
 
 /// Refuses --show-secrets to those who may not administer the file.
 /// @throws Failure  (usage)

@@ -2,6 +2,8 @@
 #include "replacement.h"
 
 #include "handle.h"
+#include "secrets.h"
+#include "stored_tree.h"
 #include "whole_text.h"
 
 #include <cerrno>
@@ -41,6 +43,25 @@ Failure changedMeanwhile(const std::string& file)
     return {ExitCode::busy,
             file + " was changed by somebody else meanwhile",
             {"nothing was written; run the command again: it begins from what is there now"}};
+}
+
+/// Puts into the report which entries differ, and which of their attributes.
+void noteDifferences(const StoredTree& before, const StoredTree& after, ChangeReport& report)
+{
+    const char* separator = ": ";
+    for (const EntryDifference& difference : differencesOf(before, after)) {
+        const cfg_message& entry = difference.after == nullptr ? *difference.before : *difference.after;
+        std::string what = difference.after == nullptr ? "deleted" : difference.before == nullptr ? "added" : "";
+        for (const std::string_view name : difference.attributes) {
+            const StoredValues old = valuesOf(attributeOf(*difference.before, name));
+            what +=
+                (what.empty() ? "" : ", ") + logged(std::string(name), valuesOf(attributeOf(*difference.after, name)));
+            report.oldPassword = report.oldPassword || (!old.empty() && isPassword(name));
+        }
+        report.changes += difference.attributes.empty() ? 1 : difference.attributes.size();
+        report.dns.emplace_back(textOf(entry));
+        report.log += std::exchange(separator, "; ") + report.dns.back() + ": " + what;
+    }
 }
 
 void giveTheOwnerOf(const std::string& like, const std::string& file)
@@ -121,6 +142,7 @@ ExitCode replaceWholeText(Replacement replacement, const TargetOptions& target, 
         if (engine.before() != *replacement.before) {
             throw changedMeanwhile(file);
         }
+        noteDifferences(StoredTree(engine.handle()), StoredTree(replacement.readFrom), report);
         engine.replaceText(std::move(replacement.after), replacement.readFrom);
         return engine.finish(report);
     }

@@ -35,7 +35,7 @@ void ask(const std::string& difference, const std::string& file, const std::stri
     // Standard output belongs to the document, if there is one.
     writeOut(output.json() ? STDERR_FILENO : STDOUT_FILENO, difference);
     if (!confirmed(file + " becomes what " + from + " holds")) {
-        throw Failure(ExitCode::no, "not restored", {"nothing was written"});
+        throw Failure(ExitCode::no, "not restored", {"nothing was written; veltor restore asks again, --yes does not"});
     }
 }
 
@@ -47,6 +47,10 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     Replacement replacement;
     replacement.after = readConfiguration(from);
     const Session backup(readingOf(from));
+    // What is put back must be what was found good.
+    if (readConfiguration(from) != replacement.after) {
+        throw Failure(ExitCode::busy, from + " is being changed", {"nothing was written; run the command again"});
+    }
     replacement.readFrom = backup.handle();
     replacement.before = textInPlace(file);
     replacement.source = from;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -123,6 +124,14 @@ std::string differenceOf(const std::string& name, const Values& before, const Va
         appendMissing(text, before, after, " - ");
     }
     return name + ':' + (text.empty() ? " other order" : text);
+}
+
+StoredValues viewsOf(const Values& values)
+{
+    StoredValues views;
+    std::transform(values.begin(), values.end(), std::back_inserter(views),
+                   [](const WipedText& value) { return view(value); });
+    return views;
 }
 
 /// The lines of a comment block, masked.
@@ -516,7 +525,7 @@ std::string Update::modify(ChangeRecord& record)
         const std::string difference = differenceOf(name, valuesOf(before, name), valuesOf(after, name));
         if (!difference.empty()) {
             text += (text.empty() ? "" : "; ") + difference;
-            log += (log.empty() ? "" : ", ") + logged(name, valuesOf(after, name));
+            log += (log.empty() ? "" : ", ") + logged(name, viewsOf(valuesOf(after, name)));
             ++changes;
             report_.oldPassword = report_.oldPassword || (isPassword(name) && !valuesOf(before, name).empty());
         }
