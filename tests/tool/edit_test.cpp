@@ -259,13 +259,54 @@ TEST_F(Edit, TextThatTheServerCannotStartFromIsNotInstalled)
     EXPECT_EQ(content(), original);
 }
 
-TEST_F(Edit, WarningIsShownAndMayBeConfirmed)
+TEST_F(Edit, WhatNoCommandWritesIsAnError)
 {
-    Conversation conversation(edit("sed -i 's/^zor-slapdPort/zor-slapdPrt/' \"$1\""));
+    const struct
+    {
+        const char *script, *place, *finding;
+    } rows[] = {
+        {"sed -i 's/Port: 389/Port: 70000/' \"$1\"", ":7", "70000"},
+        {"sed -i 's/^zor-slapdPort/zor-slapdPrt/' \"$1\"", ":7", "--allow-unknown stores it as free text"},
+        {"sed -i 's/^zor-slapdPort.*/&\\nzor-slapdPort: 1389/' \"$1\"", ":8", "takes one value"},
+        {"sed -i 's/^dn: cn=Front End, /dn: /' \"$1\"", ":10", "stands in line 2 already"},
+        {"sed -i 's/^dn: cn=Front End, cn=Configuration/dn:/' \"$1\"", ":10", "empty"},
+        {"sed -i 's/^cn: Front End/cn:: RnJvbnQ=/' \"$1\"", ":11", "base 64"},
+        {"sed -i 's/^cn: Front End/cn: (Front End)/' \"$1\"", ":11", "parentheses"},
+        {"printf 'zor-slapdTimeLimit: 3' >>\"$1\"", ":16", "line feed"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script);
+        Conversation conversation(edit(row.script));
+        ASSERT_TRUE(conversation.shows(file_ + row.place + ": error: ")) << conversation.shown();
+        ASSERT_TRUE(conversation.answer(problemPrompt, "x")) << conversation.shown();
+        EXPECT_EQ(conversation.status(), 3) << conversation.shown();
+        EXPECT_NE(conversation.shown().find(row.finding), std::string::npos) << conversation.shown();
+        EXPECT_EQ(content(), original);
+        std::filesystem::remove_all(drafts().front());
+    }
+}
+
+TEST_F(Edit, UnknownNamesAreStoredOnRequest)
+{
+    Conversation conversation(edit("sed -i 's/^zor-slapdPort/zor-slapdPrt/' \"$1\"", "--allow-unknown"));
     ASSERT_TRUE(conversation.shows(file_ + ":7: warning: ")) << conversation.shown();
     ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
     EXPECT_EQ(conversation.status(), 0) << conversation.shown();
     EXPECT_EQ(content(), replaced(original, "slapdPort", "slapdPrt"));
+
+    // Once it is there it keeps nobody from editing.
+    Conversation again(edit("sed -i 's/500/600/' \"$1\""));
+    ASSERT_TRUE(again.answer(installPrompt, "y")) << again.shown();
+    EXPECT_EQ(again.status(), 0) << again.shown();
+}
+
+TEST_F(Edit, WarningIsShownAndMayBeConfirmed)
+{
+    Conversation conversation(edit("sed -i '12d' \"$1\""));
+    ASSERT_TRUE(conversation.shows(file_ + ":10: warning: ")) << conversation.shown();
+    ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
+    EXPECT_EQ(conversation.status(), 0) << conversation.shown();
+    EXPECT_EQ(content(), replaced(original, "cn: Front End\nobjectclass: top\n", "cn: Front End\n"));
 
     // What was there before is not told again.
     Conversation again(edit("sed -i 's/500/600/' \"$1\""));
@@ -506,7 +547,8 @@ TEST_F(Edit, DryRunShowsTheDifferenceAndKeepsTheText)
     Conversation conversation(edit("sed -i 's/500/600/' \"$1\"", "-n --exit-code"));
     EXPECT_EQ(conversation.status(), 1) << conversation.shown();
     EXPECT_NE(conversation.shown().find("+zor-slapdSizeLimit: 600\r\n"), std::string::npos) << conversation.shown();
-    EXPECT_NE(conversation.shown().find("dry run: nothing written\r\n"), std::string::npos) << conversation.shown();
+    EXPECT_NE(conversation.shown().find("dry run: 1 change in 1 entry, nothing written\r\n"), std::string::npos)
+        << conversation.shown();
     EXPECT_NE(keptDraft(conversation).find("SizeLimit: 600"), std::string::npos);
     EXPECT_EQ(content(), original);
 }

@@ -15,11 +15,13 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -55,6 +57,12 @@ std::vector<Finding> findingsIn(const WipedText& text)
     findings.erase(std::remove_if(findings.begin(), findings.end(), isAboutThePlace), findings.end());
     return findings;
 }
+
+/// The kinds of findings that are refused in a text that is new, since the server reads something else there.
+constexpr std::string_view refusedKinds[] = {
+    "rejected-line", "dn-line-without-colon", "lost-last-value", "duplicate-entry",
+    "empty-dn",      "second-value",          "double-colon",    "stripped-parentheses",
+};
 
 /// Those that the text had not before, as far as that can be told: lines may have moved.
 std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before)
@@ -111,6 +119,7 @@ private:
     Next afterProblems(const std::vector<Problem>& problems, const WipedText& edited);
     Next afterFailure(const Failure& failure);
     std::vector<Problem> problemsIn(const std::vector<Finding>& findings, const Unmasked& unmasked) const;
+    std::string refusalOf(const Finding& finding) const;
     void take(const WipedText& text);
     void show(const std::vector<Problem>& problems) const;
     char choice(const std::string& question, std::string_view letters, char onEnter = ' ') const;
@@ -207,7 +216,8 @@ Editing::Next Editing::judge()
     if (isBlank(edited)) {
         draft_->discard();
         draft_.reset();
-        throw Failure(ExitCode::no, "cancelled: the text is empty", {"nothing was written"});
+        throw Failure(ExitCode::no, "cancelled: the text is empty",
+                      {"nothing was written; veltor edit begins from the file again"});
     }
     const Unmasked unmasked = copy_->unmasked(view(edited));
     std::vector<Problem> problems;
@@ -229,10 +239,26 @@ Editing::Next Editing::judge()
     return problems.empty() ? judgeText(unmasked.text) : afterProblems(problems, edited);
 }
 
+/// What no writing command lets into the file, though the server would start from it; "" for anything else.
+std::string Editing::refusalOf(const Finding& finding) const
+{
+    if (finding.kind == "unknown-attribute") {
+        return options_.allowUnknown ? "" : finding.message + "; --allow-unknown stores it as free text";
+    }
+    const auto* const kind = std::find(std::begin(refusedKinds), std::end(refusedKinds), finding.kind);
+    return kind == std::end(refusedKinds) ? "" : finding.message;
+}
+
 /// What keeps the text from being installed.
 std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, const Unmasked& unmasked) const
 {
     std::vector<Problem> problems;
+    for (const Finding& finding : newFindings(findings, baseFindings_)) {
+        const std::string refusal = finding.severity == Severity::error ? "" : refusalOf(finding);
+        if (!refusal.empty()) {
+            problems.push_back({static_cast<std::size_t>(finding.line), "error", refusal});
+        }
+    }
     for (const Finding& finding : findings) {
         const auto line = static_cast<std::size_t>(finding.line);
         const bool typed = !std::binary_search(unmasked.lines.begin(), unmasked.lines.end(), line);
@@ -252,7 +278,7 @@ Editing::Next Editing::afterProblems(const std::vector<Problem>& problems, const
 {
     const Problem& first = problems.front();
     const Failure refusal(ExitCode::refused, (first.line == 0 ? file_ : place(first.line)) + ": " + first.finding,
-                          {"nothing was written"});
+                          {"nothing was written; correct this line"});
     if (options_.yes) {
         throw refusal;
     }
@@ -290,7 +316,7 @@ Editing::Next Editing::judgeText(const WipedText& text)
     case 'e':
         return Next::edit;
     default:
-        throw Failure(ExitCode::no, "not installed", {"nothing was written"});
+        throw Failure(ExitCode::no, "not installed", {"nothing was written; veltor edit begins from the file again"});
     }
 }
 
@@ -343,7 +369,8 @@ Editing::Next Editing::takeInOrEdit(const WipedText& text, const Failure& failur
 {
     std::optional<WipedText> now = textInPlace(file_);
     if (!now) {
-        return afterFailure({ExitCode::busy, file_ + " is gone", {"nothing was written"}});
+        return afterFailure(
+            {ExitCode::busy, file_ + " is gone", {"nothing was written; veltor restore puts a backup back"}});
     }
     terminal_.show(escaped(file_ + " was changed by somebody else meanwhile:") + '\n' +
                    shownDifference(view(base_), view(*now), "(when you began)", "(now)"));
