@@ -9,7 +9,7 @@ example, which VELTOR_FILE names for those of Markdown.
 
   run_sessions.py VELTOR EXAMPLES DOCUMENT            compares
   run_sessions.py VELTOR EXAMPLES DOCUMENT --show     compares, and prints headings, commands and outputs
-  run_sessions.py VELTOR EXAMPLES DOCUMENT --record   writes the outputs into a Markdown file
+  run_sessions.py VELTOR EXAMPLES DOCUMENT --record   writes the outputs into the document
 """
 
 import difflib
@@ -62,6 +62,16 @@ def parts_of_markdown(text):
             session = False
             parts.append((line,))
     return parts
+
+
+def lines_for_markdown(command, output):
+    return [f"{INDENT}$ {command}", *(INDENT + line if line else "" for line in output)]
+
+
+def lines_for_page(command, output):
+    """As roff takes them: a backslash by its name, and no line that begins like a request."""
+    lines = [line.replace("\\", "\\e") for line in [f"$ {command}", *output]]
+    return ["\\&" + line if line.startswith((".", "'")) else line for line in lines]
 
 
 def lay_out(folder, examples):
@@ -120,7 +130,7 @@ def main():
             command, expected = part[0], without_empty_end(part[1])
             commands += 1
             actual = run(command, expected, folder, environment, is_markdown)
-            made += [f"{INDENT}$ {command}", *(INDENT + line if line else "" for line in actual)]
+            made += (lines_for_markdown if is_markdown else lines_for_page)(command, actual)
             if mode == "--show":
                 print("\n".join([f"$ {command}", *actual]), flush=True)
             if mode != "--record" and actual != expected:
