@@ -217,9 +217,9 @@ TEST_F(Edit, EmptyTextIsACancel)
 
 TEST_F(Edit, NoIsTheDefaultAndKeepsTheText)
 {
-    for (const char* answer : {"", "x", "X"}) {
+    for (const char* answer : {"", "n", "x", "X"}) {
         Conversation conversation(edit("sed -i 's/500/600/' \"$1\""));
-        ASSERT_TRUE(conversation.answer(installPrompt, "n")) << conversation.shown();
+        ASSERT_TRUE(conversation.answer(installPrompt, "later")) << conversation.shown();
         ASSERT_TRUE(conversation.answer(installPrompt, answer)) << conversation.shown();
         EXPECT_EQ(conversation.status(), 1) << conversation.shown();
         EXPECT_NE(keptDraft(conversation).find("SizeLimit: 600"), std::string::npos);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -27,7 +28,8 @@ protected:
     std::function<int()> command(const std::string& line) const
     {
         return [this, line] {
-            return runLine({passwdCommand, authCommand, initCommand, restoreCommand}, line + " -F " + file_);
+            return runLine({passwdCommand, authCommand, initCommand, restoreCommand, setCommand},
+                           line + " -F " + file_);
         };
     }
 
@@ -91,6 +93,39 @@ TEST_F(TerminalCommands, ARestoreShowsTheDifferenceAndAsks)
     ASSERT_TRUE(yes.answer("; go on? [y/N] ", "y")) << yes.shown();
     EXPECT_EQ(yes.status(), 0) << yes.shown();
     EXPECT_NE(content().find("zor-slapdPort: 1389"), std::string::npos);
+}
+
+TEST_F(TerminalCommands, AChangeThatIsDeclinedIsNotMade)
+{
+    temporary_.write("in.conf", content() + "zor-slapdSizeLimit: 5");
+    const std::string before = content();
+    for (const auto& [answer, status] : {std::pair("n", 1), std::pair("y", 0)}) {
+        Conversation set(command("set port=1389"));
+        ASSERT_TRUE(set.answer("would drop it from the file; go on? [y/N] ", answer)) << set.shown();
+        EXPECT_EQ(set.status(), status) << set.shown();
+        EXPECT_EQ(content() == before, status == 1);
+    }
+}
+
+TEST_F(TerminalCommands, APasswordOfNoEntryIsNotAskedFor)
+{
+    Conversation passwd(command("passwd -b cn=missing"));
+    EXPECT_EQ(passwd.status(), 8) << passwd.shown();
+    EXPECT_EQ(passwd.shown().find("New password"), std::string::npos) << passwd.shown();
+}
+
+TEST_F(TerminalCommands, ThePasswordToBindWithIsAskedForOnceAndFirst)
+{
+    Conversation first(command("passwd"));
+    ASSERT_TRUE(first.answer("New password for zor-slapdAdminPW: ", "old-secret")) << first.shown();
+    ASSERT_TRUE(first.answer("Again: ", "old-secret")) << first.shown();
+    EXPECT_EQ(first.status(), 0) << first.shown();
+
+    Conversation passwd(command("passwd -W"));
+    ASSERT_TRUE(passwd.answer("Password for cn=root: ", "old-secret")) << passwd.shown();
+    ASSERT_TRUE(passwd.answer("New password for zor-slapdAdminPW: ", "new-secret")) << passwd.shown();
+    ASSERT_TRUE(passwd.answer("Again: ", "new-secret")) << passwd.shown();
+    EXPECT_EQ(passwd.status(), 0) << passwd.shown();
 }
 
 TEST_F(TerminalCommands, FreshFileHasTheSuffixAndThePasswordThatWereAskedFor)

@@ -96,6 +96,12 @@ private:
 ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target, Output& output)
 {
     output.document().setFile(fileOf(target));
+    // A pipe would be waited for, and read only once.
+    struct stat original = {};
+    if (::stat(fileOf(target).c_str(), &original) == 0 && !S_ISREG(original.st_mode)) {
+        throw Failure(ExitCode::file, fileOf(target) + " is no plain file",
+                      {"no copy was made; name the configuration file with -F FILE"});
+    }
     const WipedText text = readConfiguration(fileOf(target));
     const Session session(target);
     const std::string copy = name.value_or(session.file() + ".bak");
@@ -103,7 +109,6 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
     if (readConfiguration(session.file()) != text) {
         throw Failure(ExitCode::busy, session.file() + " is being changed", {"no copy was made; try again"});
     }
-    struct stat original = {};
     struct stat status = {};
     if (::stat(session.file().c_str(), &original) != 0) {
         throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno),

@@ -187,7 +187,7 @@ void ChangeEngine::requireWholeLastLine(std::string_view after)
         return;
     }
     if (!confirmed(finding)) {
-        throw Failure(ExitCode::refused, finding, {"nothing was written; end the file with a line feed"});
+        throw Failure(ExitCode::no, finding, {"nothing was written; end the file with a line feed"});
     }
 }
 

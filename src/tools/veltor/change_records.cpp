@@ -12,6 +12,7 @@
 #include <ldap.h>
 #include <ldif.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -289,6 +290,19 @@ private:
     int number_;
 };
 
+// Only a device gives without an end. A terminal has one, and so has the empty device.
+void requireAnEnd(int descriptor, const std::string& file)
+{
+    struct stat status = {};
+    struct stat empty = {};
+    const bool device =
+        descriptor >= 0 && ::fstat(descriptor, &status) == 0 && (S_ISBLK(status.st_mode) || S_ISCHR(status.st_mode));
+    if (device && ::isatty(descriptor) != 1 && (::stat("/dev/null", &empty) != 0 || status.st_rdev != empty.st_rdev)) {
+        throw Failure(ExitCode::file, nameOf(file) + ": a device, which may have no end",
+                      {"nothing was written; name another file"});
+    }
+}
+
 } // namespace
 
 std::vector<ChangeRecord> readChanges(const std::string& source, const WipedText& text, RecordForm form)
@@ -303,6 +317,7 @@ std::vector<ChangeRecord> readChanges(const std::string& source, const WipedText
 WipedText readChangeFile(const std::string& file)
 {
     const Input input(file);
+    requireAnEnd(input.number(), file);
     constexpr std::size_t chunkBytes = 65536;
     WipedText text;
     for (;;) {

@@ -188,6 +188,11 @@ void requireNarrowMode(int descriptor, const std::string& file)
     if (::fstat(descriptor, &status) != 0) {
         throw Failure(ExitCode::file, file + ": " + std::strerror(errno), {"nothing was read; name another file"});
     }
+    if (S_ISDIR(status.st_mode) || S_ISBLK(status.st_mode) || S_ISCHR(status.st_mode)) {
+        throw Failure(ExitCode::file,
+                      file + ": " + (S_ISDIR(status.st_mode) ? "a folder" : "a device") + " is no password file",
+                      {"nothing was read; name another file"});
+    }
     if ((status.st_mode & 07777 & ~widestMode) != 0) {
         throw Failure(ExitCode::file, file + ": others may read or change this password file",
                       {"nothing was read; narrow it with: chmod 600 " + file});

@@ -23,6 +23,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -310,7 +311,7 @@ Editing::Next Editing::judgeText(const WipedText& text)
         return install(text);
     }
     terminal_.show(shownDifference(view(base_), view(text), file_, "(edited)"));
-    switch (choice("Install this? (y)es, (e)dit again, e(x)it [x]: ", "yex", 'x')) {
+    switch (choice("Install this? (y)es, (e)dit again, e(x)it [x]: ", "yenx", 'x')) {
     case 'y':
         return install(text);
     case 'e':
@@ -405,7 +406,7 @@ Failure Editing::withTheDraft(const Failure& failure)
     } catch (const Failure&) {
         // What can't be read may be somebody's work all the same.
     }
-    if (typed) {
+    if (typed && ::access(draft_->name().c_str(), F_OK) == 0) {
         details.push_back("your text is kept as " + draft_->name());
         output_.document().set("kept", jsonText(draft_->name()));
     } else {

@@ -182,7 +182,10 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
     case CFG_ERR_INT_RANGE:
         return value + " is not within " + (hasRange(report) ? rangeOf(report) : "the range of 32-bit integers");
     case CFG_ERR_INT_INVALID:
-        return value + " is not an integer" + (hasRange(report) ? " (" + rangeOf(report) + ")" : "");
+        return value + " is not an integer" +
+               (hasRange(report)   ? " (" + rangeOf(report) + ")"
+                : report.bits != 0 ? " (a decimal number with bits of " + hex(report.bits) + ")"
+                                   : "");
     case CFG_ERR_ENUM_INVALID:
         return value + " is not one of: " + joined(report.allowed);
     case CFG_ERR_LENGTH_RANGE:

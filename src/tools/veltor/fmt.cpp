@@ -1,11 +1,14 @@
 // veltor fmt: the file in the library's own layout.
 #include "commands.h"
 #include "memory_file.h"
-#include "results.h"
+#include "secrets.h"
+#include "stored_tree.h"
 #include "whole_text.h"
 
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 #include <veltor/cfg.h>
 #include <veltor/cfg_admin.h>
 
@@ -31,33 +34,39 @@ bool isEqualLevel(const cfg_message* left, const cfg_message* right)
     return left == nullptr && right == nullptr;
 }
 
-/// True when both have read the same entries with the same values.
-bool readTheSame(const Session& left, const Session& right)
+/// What both have not read alike, "" for nothing.
+std::string whatDiffers(const Session& left, const Session& right)
 {
-    Results leftTree;
-    Results rightTree;
-    for (const auto& [session, results] : {std::pair(&left, &leftTree), std::pair(&right, &rightTree)}) {
-        const int code = cfg_read_s(session->handle(), "", LDAP_SCOPE_SUBTREE, results->receiver());
-        if (code != LDAP_SUCCESS) {
-            throw libraryFailure(session->handle(), code, {Stage::update, "", "", "nothing was written"});
-        }
+    const StoredTree before(left.handle());
+    const StoredTree after(right.handle());
+    const std::vector<EntryDifference> differences = differencesOf(before, after);
+    if (differences.empty()) {
+        return isEqualLevel(before.first(), after.first())
+                   ? ""
+                   : "the order of entries or attributes, or how a name is written";
     }
-    return isEqualLevel(leftTree.first(), rightTree.first());
+    const EntryDifference& first = differences.front();
+    const std::string dn(textOf(first.before == nullptr ? *first.after : *first.before));
+    return first.attributes.empty() ? dn : dn + ": " + std::string(shownName(first.attributes.front()));
 }
 
 // A value or a DN that the own form can't express would come back as another.
 void requireSameConfiguration(const Session& reading, const WipedText& text)
 {
-    bool same = false;
+    std::string finding;
     try {
         const MemoryFile copy(view(text));
         const Session again(readingOf(copy.name()));
-        same = readTheSame(reading, again) && rendered(again.handle()) == text;
+        finding = whatDiffers(reading, again);
+        if (finding.empty() && rendered(again.handle()) != text) {
+            finding = "it would be written in another way the next time";
+        }
     } catch (const Failure&) {
-        same = false;
+        finding = "a load would fail";
     }
-    if (!same) {
-        throw Failure(ExitCode::refused, reading.file() + ": the library's own form can't express all of it",
+    if (!finding.empty()) {
+        throw Failure(ExitCode::refused,
+                      reading.file() + ": the library's own form can't express all of it: " + finding,
                       {"nothing was written; what would not come back is told by: veltor check"});
     }
 }

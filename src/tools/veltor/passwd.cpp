@@ -2,7 +2,9 @@
 #include "assignments.h"
 #include "commands.h"
 #include "credentials.h"
+#include "names.h"
 #include "new_password.h"
+#include "results.h"
 #include "secrets.h"
 #include "update.h"
 
@@ -10,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
@@ -30,9 +34,18 @@ struct PasswordOptions
     UpdateOptions update;
 };
 
+void requireEntry(const Session& session, const std::string& dn)
+{
+    Results entry;
+    const int code = cfg_read_s(session.handle(), dn.c_str(), LDAP_SCOPE_BASE, entry.receiver());
+    if (code != LDAP_SUCCESS) {
+        throw libraryFailure(session.handle(), code, {Stage::update, dn, "", "nothing was written"});
+    }
+}
+
 ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target, Output& output)
 {
-    const std::string name = settingName(options.name, false);
+    const std::string name = fullName(options.name, {"nothing was written; see: veltor explain --list '*PW'"});
     if (!isPassword(name)) {
         throw Failure(ExitCode::refused, name + " is not a password",
                       {"nothing was written; use: veltor set " + name + "=VALUE"});
@@ -41,18 +54,18 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
         throw Failure(ExitCode::usage, "standard input can't give both the new password and the one to bind with",
                       {"nothing was read; name a file with -T or with -y"});
     }
-    // Before anybody types a password for a file that can't be read.
-    if (const std::optional<Failure> failure = unreadableFile(fileOf(target))) {
-        throw *failure;
-    }
     disableCoreDumps();
+    // Before anybody types a new one that nothing could come of. What is typed to bind with serves twice.
+    TargetOptions once = target;
+    once.heldPassword = std::make_shared<WipedText>();
+    requireEntry(Session(once, Purpose::authenticate), options.dn);
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
     ChangeOperation& operation =
         record.operations.emplace_back(ChangeOperation{ChangeOperation::Kind::replace, name, {}, {}});
     operation.values.push_back({newPassword(options.dn, name, options.file), {}});
     ChangeSet changes;
     changes.records.push_back(std::move(record));
-    return carryOut(std::move(changes), target, options.update, output);
+    return carryOut(std::move(changes), once, options.update, output);
 }
 
 } // namespace

@@ -28,6 +28,9 @@ public:
 
     const std::vector<const cfg_message*>& entries() const { return entries_; }
 
+    /// The list of entries, as cfg_read_s gives it.
+    const cfg_message* first() const { return results_.first(); }
+
     /// The entry of the DN of another tree's entry, null for none.
     const cfg_message* find(const cfg_message& other) const;
 

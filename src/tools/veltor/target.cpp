@@ -21,6 +21,8 @@ constexpr const char* fileVariable = "VELTOR_FILE";
 
 constexpr const char* writeAdvice = "nothing was written; root and the owner of the file need no password";
 
+constexpr const char* administratorAdvice = "nothing was read; whose password it takes is told by: veltor get adminDN";
+
 constexpr const char* configuration = "cn=Configuration";
 constexpr const char* administrator = "zor-slapdAdminDN";
 
@@ -110,7 +112,9 @@ void bindAs(void* handle, const std::string& dn, const WipedText& password, Purp
     }
     const int code = cfg_bind_s(handle, dn.c_str(), password.data(), LDAP_AUTH_SIMPLE);
     if (code != LDAP_SUCCESS) {
-        const char* advice = purpose == Purpose::write ? writeAdvice : "";
+        const char* advice = purpose == Purpose::write          ? writeAdvice
+                             : purpose == Purpose::authenticate ? administratorAdvice
+                                                                : "";
         throw libraryFailure(handle, code, {Stage::bind, dn, "", advice});
     }
 }
