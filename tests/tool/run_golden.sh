@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs a program end to end on golden cases and compares byte by byte.
 #
-#     run_golden.sh BINARY CASES_DIR [CASE...]
+#     run_golden.sh BINARY CASES_DIR [CASE...]            compares
+#     run_golden.sh --record BINARY CASES_DIR CASE...     writes what comes out into the cases, to be looked at
 #
 # A case is a folder named after the behaviour:
 #     in.conf     the configuration; the command finds a copy of it under this name where it runs
@@ -13,8 +14,14 @@
 #     after.conf  what in.conf must hold afterwards; without it, in.conf must not even have been touched
 set -euo pipefail
 
-if [ $# -lt 2 ]; then
-    echo "usage: $0 BINARY CASES_DIR [CASE...]" >&2
+record=
+if [ "${1-}" = --record ]; then
+    record=1
+    shift
+fi
+# No case is recorded that was not named.
+if [ $# -lt $((record + 2)) ]; then
+    echo "usage: $0 [--record] BINARY CASES_DIR [CASE...]" >&2
     exit 2
 fi
 program=$(realpath "$1")
@@ -52,6 +59,13 @@ run_case() {
             setsid --wait sh "$folder/cmd" </dev/null >"$work/out.txt" 2>"$work/err.txt"
     ) || code=$?
     echo "$code" >"$work/exit"
+    if [ -n "$record" ]; then
+        cp "$work/out.txt" "$work/err.txt" "$work/exit" "$folder/"
+        rm -f "$folder/after.conf"
+        if [ "$before" != "$(fingerprint "$place/in.conf")" ]; then
+            cp "$place/in.conf" "$folder/after.conf"
+        fi
+    fi
     for result in out.txt err.txt exit; do
         diff -u --label "expected $result" --label "actual $result" "$folder/$result" "$work/$result" 2>&1 || true
     done
