@@ -1,6 +1,5 @@
 // veltor edit: the file in somebody's editor. Nobody is locked out meanwhile, and nothing that was typed is lost.
 #include "commands.h"
-#include "credentials.h"
 #include "editor.h"
 #include "escape.h"
 #include "findings.h"
@@ -146,7 +145,6 @@ private:
 void Editing::begin()
 {
     output_.document().setFile(file_);
-    disableCoreDumps();
     leaveTheCLocale();
     backupFor(target_, options_);
     if (const std::optional<Failure> failure = unreadableFile(file_)) {

@@ -2,7 +2,6 @@
 #include "assignments.h"
 #include "change_scan.h"
 #include "commands.h"
-#include "credentials.h"
 #include "escape.h"
 #include "handle.h"
 #include "ldif_output.h"
@@ -340,7 +339,6 @@ ExitCode init(const InitOptions& options, const TargetOptions& given, Output& ou
     const std::string file = fileOf(target);
     output.document().setFile(file);
     requireRoomFor(file);
-    disableCoreDumps();
     leaveTheCLocale();
     const Fresh fresh = freshConfiguration(options, target);
     output.document().set("dryRun", options.dryRun);

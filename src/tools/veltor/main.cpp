@@ -1,6 +1,7 @@
 // veltor, the administration tool: takes the command line apart, runs the command, turns failures into messages
 // and exit codes.
 #include "commands.h"
+#include "credentials.h"
 #include "escape.h"
 
 #include <algorithm>
@@ -207,6 +208,8 @@ int main(int argc, char** argv)
 {
     // A write beyond the limit of the file size is then an error like any other, and the file is looked at afterwards.
     std::signal(SIGXFSZ, SIG_IGN);
+    // Hardly a command does without the file and the passwords in it.
+    disableCoreDumps();
     try {
         return run(argc, argv);
     } catch (const Failure& failure) {

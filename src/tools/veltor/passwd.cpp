@@ -1,7 +1,6 @@
 // veltor passwd: a password, typed twice or from a file, never on the command line.
 #include "assignments.h"
 #include "commands.h"
-#include "credentials.h"
 #include "names.h"
 #include "new_password.h"
 #include "results.h"
@@ -54,7 +53,6 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
         throw Failure(ExitCode::usage, "standard input can't give both the new password and the one to bind with",
                       {"nothing was read; name a file with -T or with -y"});
     }
-    disableCoreDumps();
     // Before anybody types a new one that nothing could come of. What is typed to bind with serves twice.
     TargetOptions once = target;
     once.heldPassword = std::make_shared<WipedText>();

@@ -192,7 +192,6 @@ std::string fileOf(const TargetOptions& options)
 Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup) : file_(fileOf(options))
 {
     checkBindOptions(options);
-    disableCoreDumps();
     leaveTheCLocale();
     handle_ = newHandle(backup);
     if (cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file_.c_str()) != LDAP_SUCCESS) {
