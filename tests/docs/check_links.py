@@ -15,6 +15,7 @@ import sys
 import tempfile
 
 LINK = re.compile(r"\[[^]]*\]\(([^)\s]+)\)")
+CODE = re.compile(r"`[^`]*`|^    .*")
 CODE_FILE = re.compile(r"`([\w.*/-]+\.(?:cpp|h|c|in|py|sh|cmake|map|md|txt|json|dict|[1-8]))`")
 HEADING = re.compile(r"^#+ +(.*?) *#*$", re.MULTILINE)
 PLACE = re.compile(r"\bNAME\b|(?<=_)NAME|NAME(?=_)")
@@ -50,7 +51,7 @@ def faults_of(tree, document, paths):
     tops = "|".join(re.escape(path) for path in paths if "/" not in path and os.path.isdir(os.path.join(tree, path)))
     own_path = re.compile(rf"(?<![\w/.$\"-])(?:{tops})/[\w.*/-]*[\w*]") if tops else None
     for number, line in enumerate(lines, 1):
-        for link in LINK.findall(line):
+        for link in LINK.findall(CODE.sub("", line)):
             target, _, anchor = link.partition("#")
             if re.match(r"[a-z]+:", target):
                 continue
@@ -89,7 +90,7 @@ def finds_what_is_wrong():
 
         sound = ["[a](LICENSE) [b](tests/deep) [c](#the-code-first) [d](A.md#the-code-first) [e](https://nowhere)",
                  "`one_test.cpp` tests/deep/NAME_test.cpp `tests/*/one_test.cpp`, `deep/one_test.cpp`",
-                 "    $ run tests/deep/one_test.cpp"]
+                 "    $ run tests/deep/one_test.cpp", "    test[.](one|two)", "`test[.](one|two)`"]
         wrong = ["[a](LICENCE)", "[a](#second)", "[a](LICENSE#x)", "tests/deep/two_test.cpp", "`two_test.cpp`",
                  "`tests/NAME.cpp`", "    $ run tests/two"]
         missed = [text for text in wrong if len(faults(text)) != 1] + [text for text in sound if faults(text)]
