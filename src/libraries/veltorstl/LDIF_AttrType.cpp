@@ -186,7 +186,8 @@ constexpr Definition definitions[] = {
     enumType("zor-auditModifyDN", enumBoolean, 0, 0, 0, single),
     enumType("zor-auditSearch", enumBoolean, 0, 0, 0, single),
     enumType("zor-auditUnBind", enumBoolean, 0, 0, 0, single),
-    intType("zor-auditVersion", nullptr, 0, 1, 65535, single),};
+    intType("zor-auditVersion", nullptr, 0, 1, 65535, single),
+};
 // clang-format on
 
 constexpr std::size_t definitionCount = std::size(definitions);
