@@ -50,16 +50,19 @@ def faults_of(tree, document, paths):
         lines = file.read().splitlines()
     tops = "|".join(re.escape(path) for path in paths if "/" not in path and os.path.isdir(os.path.join(tree, path)))
     own_path = re.compile(rf"(?<![\w/.$\"-])(?:{tops})/[\w.*/-]*[\w*]") if tops else None
+    # A link may be broken in two lines.
+    prose = "\n".join(CODE.sub("", line) for line in lines)
+    for link in LINK.finditer(prose):
+        number = prose.count("\n", 0, link.start(1)) + 1
+        target, _, anchor = link[1].partition("#")
+        if re.match(r"[a-z]+:", target):
+            continue
+        path = os.path.normpath(os.path.join(os.path.dirname(document), target)) if target else document
+        if path not in paths:
+            yield f"{document}:{number}: there is no {path}"
+        elif anchor and anchor not in anchors_of(os.path.join(tree, path)):
+            yield f"{document}:{number}: {path} has no heading #{anchor}"
     for number, line in enumerate(lines, 1):
-        for link in LINK.findall(CODE.sub("", line)):
-            target, _, anchor = link.partition("#")
-            if re.match(r"[a-z]+:", target):
-                continue
-            path = os.path.normpath(os.path.join(os.path.dirname(document), target)) if target else document
-            if path not in paths:
-                yield f"{document}:{number}: there is no {path}"
-            elif anchor and anchor not in anchors_of(os.path.join(tree, path)):
-                yield f"{document}:{number}: {path} has no heading #{anchor}"
         named = {path for path in own_path.findall(LINK.sub("", line))} if own_path else set()
         for path in named:
             if not is_there(path, paths):
@@ -91,7 +94,7 @@ def finds_what_is_wrong():
         sound = ["[a](LICENSE) [b](tests/deep) [c](#the-code-first) [d](A.md#the-code-first) [e](https://nowhere)",
                  "`one_test.cpp` tests/deep/NAME_test.cpp `tests/*/one_test.cpp`, `deep/one_test.cpp`",
                  "    $ run tests/deep/one_test.cpp", "    test[.](one|two)", "`test[.](one|two)`"]
-        wrong = ["[a](LICENCE)", "[a](#second)", "[a](LICENSE#x)", "tests/deep/two_test.cpp", "`two_test.cpp`",
+        wrong = ["[a](LICENCE)", "[a\nb](LICENCE)", "[a](#second)", "[a](LICENSE#x)", "tests/deep/two_test.cpp", "`two_test.cpp`",
                  "`tests/NAME.cpp`", "    $ run tests/two"]
         missed = [text for text in wrong if len(faults(text)) != 1] + [text for text in sound if faults(text)]
         for text in missed:
