@@ -25,6 +25,7 @@ foreach(module veltorstl veltorplatform ldtr)
     install(FILES "${PROJECT_BINARY_DIR}/${module}.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
 
+veltor_install_manual()
 if(VELTOR_BUILD_TOOL)
     install(TARGETS veltor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/output.schema.json" DESTINATION ${CMAKE_INSTALL_DATADIR}/veltor)
