@@ -14,7 +14,8 @@
  * - Safe: every change is a change set: made under the writer lock, on what the file holds by then; read back before
  *   it is installed; installed in one step, so that the file's name holds the old or the new text at any moment,
  *   whatever fails; durable when the call returns. No load writes. An update outside cfg_begin_s and cfg_commit_s is a
- *   change set of its own.
+ *   change set of its own. cfg_add_s refuses an entry that exists with 68, the length of a berval counts and data with
+ *   a NUL is refused with 21, and cfg_flush_s has nothing to write: inside a set it is refused with 53.
  * - Never: no load writes. Updates and cfg_flush_s are refused with 53.
  *
  * The writer lock: an open-file-description write lock (F_OFD_SETLK, start 0, length 0) on the file NAME.lock beside
