@@ -13,9 +13,12 @@ target_compile_options(
 
 add_library(veltor_options INTERFACE)
 target_compile_features(veltor_options INTERFACE cxx_std_20 c_std_99)
-# No build path reaches a binary: two builds in different folders give the same bytes.
+# No build path reaches a binary or its debug information: two builds in different folders give the same bytes. The
+# compiler runs in the top folder of the build, which need not be ours, and debug information names that folder itself.
 target_compile_options(
-    veltor_options INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=")
+    veltor_options
+    INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/="
+              "-ffile-prefix-map=${CMAKE_BINARY_DIR}=.")
 if(VELTOR_SANITIZE)
     # Without the vptr check: it opens a pipe to look at memory, and some tests leave a process no file to open.
     target_compile_options(
