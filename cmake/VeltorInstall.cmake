@@ -1,4 +1,5 @@
-# What `cmake --install` puts in place: libraries, headers, the CMake package and the pkg-config files.
+# What `cmake --install` puts in place: libraries, headers, the CMake package and the pkg-config files, the manual; and the
+# tool with its completions and its schema, where it is built. tests/install has the list of all files.
 include(CMakePackageConfigHelpers)
 
 install(
@@ -7,8 +8,10 @@ install(
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/veltor" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING
-        PATTERN "*.h")
+foreach(header cfg.h cfg_admin.h ldtr.h platform.h)
+    install(FILES "${PROJECT_SOURCE_DIR}/include/veltor/${header}" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltor)
+endforeach()
+install(FILES "${PROJECT_SOURCE_DIR}/man/veltor-file.5" DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(
     EXPORT veltorTargets
     NAMESPACE veltor::
@@ -20,6 +23,21 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/veltorConfigVersion.cmak
 install(FILES "${PROJECT_BINARY_DIR}/veltorConfig.cmake" "${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake"
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
 
+# In a tree that can be moved the files say where it is relative to themselves.
+if(VELTOR_RELOCATABLE)
+    file(RELATIVE_PATH up "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+    set(VELTOR_PC_PREFIX "\${pcfiledir}/${up}")
+    string(REGEX REPLACE "/$" "" VELTOR_PC_PREFIX "${VELTOR_PC_PREFIX}")
+else()
+    set(VELTOR_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+endif()
+foreach(folder LIBDIR INCLUDEDIR)
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_${folder}}")
+        set(VELTOR_PC_${folder} "${CMAKE_INSTALL_${folder}}")
+    else()
+        set(VELTOR_PC_${folder} "\${prefix}/${CMAKE_INSTALL_${folder}}")
+    endif()
+endforeach()
 foreach(module veltorstl veltorplatform ldtr)
     configure_file("${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in" "${PROJECT_BINARY_DIR}/${module}.pc" @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${module}.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
@@ -34,5 +52,4 @@ if(VELTOR_BUILD_TOOL)
     install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/completion/_veltor"
             DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
     install(FILES "${PROJECT_SOURCE_DIR}/man/veltor.1" DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    install(FILES "${PROJECT_SOURCE_DIR}/man/veltor-file.5" DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 endif()

@@ -31,6 +31,34 @@ if(VELTOR_BUILD_FUZZ)
     target_compile_options(veltor_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Where the installed libraries find each other, and where programs find them. In the folders of the system the loader
+# looks by itself, and distributions want nothing to be said. Anywhere else it is said relative to the file that says it,
+# so that the installed tree can be moved, unless the libraries were given a place of their own. CMAKE_SKIP_INSTALL_RPATH
+# leaves all of it out.
+if(CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+    set(VELTOR_RELOCATABLE OFF)
+    set(VELTOR_LIBRARY_RPATH "")
+    set(VELTOR_PROGRAM_RPATH "")
+elseif(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
+    set(VELTOR_RELOCATABLE OFF)
+    set(VELTOR_LIBRARY_RPATH "$ORIGIN")
+    set(VELTOR_PROGRAM_RPATH "${CMAKE_INSTALL_FULL_LIBDIR}")
+else()
+    set(VELTOR_RELOCATABLE ON)
+    set(VELTOR_LIBRARY_RPATH "$ORIGIN")
+    file(RELATIVE_PATH VELTOR_PROGRAM_RPATH "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+    string(PREPEND VELTOR_PROGRAM_RPATH "$ORIGIN/")
+endif()
+
+# Gives what is installed its RPATH. In the build tree it has the same where the folders lie alike: each place costs the
+# loader two dozen system calls, and an RPATH that is changed at the installation has an empty place at its end.
+function(veltor_installed_rpath target rpath)
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "${rpath}")
+    if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_SKIP_INSTALL_RPATH AND rpath MATCHES [[^\$ORIGIN(/\.\./lib)?$]])
+        set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+    endif()
+endfunction()
+
 # Gives a target of ours the warnings, the options and hidden visibility.
 function(veltor_own_target target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:veltor_warnings> $<BUILD_INTERFACE:veltor_options>)
@@ -43,13 +71,16 @@ function(veltor_own_target target)
                    C_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON
                    POSITION_INDEPENDENT_CODE ON
-                   # An installed tree works wherever it was put.
-                   INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+                   # The place of the build tree reaches no binary of it.
+                   BUILD_RPATH_USE_ORIGIN ON)
     if(VELTOR_SANITIZE)
         # A program in C needs the C++ part of the sanitizers' runtime, too, for the libraries that it links.
         set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
     endif()
 endfunction()
+
+# Of all three libraries. It changes when a program that was linked with an older library could fail with this one.
+set(VELTOR_SOVERSION 1)
 
 # Limits what a shared library exports to its version script, and refuses undefined symbols.
 function(veltor_export_list target mapFile)
@@ -58,7 +89,10 @@ function(veltor_export_list target mapFile)
         target_link_options(${target} PRIVATE "LINKER:-z,defs")
     endif()
     set_target_properties(
-        ${target} PROPERTIES LINK_DEPENDS "${mapFile}" VERSION ${PROJECT_VERSION} SOVERSION 1)
+        ${target}
+        PROPERTIES LINK_DEPENDS "${mapFile}"
+                   VERSION ${VELTOR_SOVERSION}.${PROJECT_VERSION}
+                   SOVERSION ${VELTOR_SOVERSION})
 endfunction()
 
 # Headers that many sources read, read once: veltor_precompiled_headers(name header...) makes them, and a target takes
