@@ -44,6 +44,10 @@ foreach(module veltorstl veltorplatform ldtr)
 endforeach()
 
 veltor_install_manual()
+if(TARGET veltor_settings_manual)
+    install(FILES "${PROJECT_BINARY_DIR}/man/veltor-settings.5" DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+endif()
+
 if(VELTOR_BUILD_TOOL)
     install(TARGETS veltor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES "${PROJECT_SOURCE_DIR}/share/veltor/output.schema.json" DESTINATION ${CMAKE_INSTALL_DATADIR}/veltor)
