@@ -111,6 +111,8 @@ def main():
     binary, examples, document = map(os.path.abspath, sys.argv[1:4])
     mode = sys.argv[4] if len(sys.argv) > 4 else ""
     is_markdown = document.endswith(".md")
+    # What a document makes is safe from others, whatever the user who runs it has set.
+    os.umask(0o027)
     with open(document, encoding="utf-8") as file:
         parts = (parts_of_markdown if is_markdown else parts_of_page)(file.read())
     failed = commands = 0

@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 #include <veltor/cfg_admin.h>
 
@@ -73,7 +74,7 @@ private:
         const std::vector<std::string> syntaxes{std::istream_iterator<std::string>(words), {}};
         for (const std::string& syntax : syntaxes) {
             if (std::none_of(types_.begin(), types_.end(), [&](const auto& type) { return type.syntax == syntax; })) {
-                throw std::runtime_error(line + ": no setting has the syntax " + syntax);
+                throw std::runtime_error(std::string(line).append(": no setting has the syntax ").append(syntax));
             }
         }
         if (what == "@syntax" && !syntaxes.empty()) {
