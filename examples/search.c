@@ -1,7 +1,8 @@
 /*
  * Prints the entries of a configuration file: a small program that uses nothing but <veltor/cfg.h>.
  *
- *     search FILE [FILTER [BIND-DN]]
+ *     cc -std=c99 -o search search.c $(pkg-config --cflags --libs veltorstl)
+ *     ./search FILE [FILTER [BIND-DN]]
  *
  * With a bind DN the password is taken from the environment variable PASSWORD. That will do for an example
  * and is unsafe in a program that others use: the environment of a process is readable by its owner's other
