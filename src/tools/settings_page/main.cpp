@@ -3,7 +3,8 @@
 // A place is a line of its own that begins with "@":
 //   @syntax SYNTAX...    the item of a list for one syntax, or for several that have the same words
 //   @settings            an item for each setting, in the order of their names
-//   @settings SYNTAX...  the names of the settings that have one of these syntaxes, one behind the other
+//   @settings SYNTAX...  the names of the settings that have one of these syntaxes, one behind the other; a "." or ","
+//                        as the last word follows the last name
 // The page describes every syntax that a setting has, and no other; else it is not written.
 #include "setting_words.h"
 
@@ -71,7 +72,12 @@ private:
         std::istringstream words(line);
         std::string what;
         words >> what;
-        const std::vector<std::string> syntaxes{std::istream_iterator<std::string>(words), {}};
+        std::vector<std::string> syntaxes{std::istream_iterator<std::string>(words), {}};
+        std::string end;
+        if (syntaxes.size() > 1 && (syntaxes.back() == "." || syntaxes.back() == ",")) {
+            end = ' ' + syntaxes.back();
+            syntaxes.pop_back();
+        }
         for (const std::string& syntax : syntaxes) {
             if (std::none_of(types_.begin(), types_.end(), [&](const auto& type) { return type.syntax == syntax; })) {
                 throw std::runtime_error(std::string(line).append(": no setting has the syntax ").append(syntax));
@@ -81,7 +87,7 @@ private:
             return syntaxItem(line, syntaxes);
         }
         if (what == "@settings") {
-            return syntaxes.empty() ? settingItems() : settingNames(syntaxes);
+            return syntaxes.empty() ? settingItems() : settingNames(syntaxes) + end + '\n';
         }
         throw std::runtime_error(line + ": no such place");
     }
@@ -121,8 +127,10 @@ private:
         std::string out;
         for (const std::string& name : names) {
             const bool isLast = &name == &names.back();
-            out += (isLast && names.size() > 1 ? "and\n.Li " : ".Li ") + name;
-            out += isLast || &name == &names[names.size() - 2] ? "\n" : " ,\n";
+            if (!out.empty()) {
+                out += isLast ? "\nand\n" : " ,\n";
+            }
+            out += ".Li " + name;
         }
         return out;
     }
