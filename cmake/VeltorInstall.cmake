@@ -22,7 +22,8 @@ configure_package_config_file(
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/veltorConfig.cmake" "${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake"
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# Not what a run of the tool has left beside the example.
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN "zorslapd.conf?*" EXCLUDE)
 
 # In a tree that can be moved the files say where it is relative to themselves.
 if(VELTOR_RELOCATABLE)

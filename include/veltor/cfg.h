@@ -153,7 +153,7 @@ int cfg_get_option(void *handle, int option, void *out);
  *         (34, 65, 162; the codec's code where two passwords of one entry can't be compared). When the credentials
  *         are compared: 32 without an entry "cn=Configuration", 34 for a DN and 21 for a password that can't be one,
  *         the codec's code for a stored password that can't be decoded. When lines were kept: 50 or 91 for a file
- *         that can't be written back. 53 inside a change set (cfg_admin.h); 90 when memory is short
+ *         that can't be written back. 53 inside a change set (cfg_admin.h); 90 when memory is short.
  */
 int cfg_bind_s(void *handle, const char *who, const char *credentials, int method);
 
@@ -205,9 +205,9 @@ const char *getDefaultConfigFilename(void);
  * @param base       DN text; null or "" is the root above all entries
  * @param scope      1 the entries directly below the base, 2 the base and everything below it, any other number the
  *                   base alone
- * @param filter     "name", "name=" or "name=*": the entry has the attribute, whatever follows the "*";
+ * @param filter     "name", "name=" or "name=*": the entry has the attribute, whatever follows the "*".
  *                   "name=value": it has that value, compared as the attribute's type compares, with a backslash and
- *                   two hexadecimal digits for a byte; a backslash without them ends the value. One pair of
+ *                   two hexadecimal digits for a byte; a backslash without these ends the value. One pair of
  *                   parentheses around the whole is taken off. Null, "" and "()" mean "objectclass=*".
  * @param attrs      null-terminated list of the attribute names to return, letter case ignored; null: all
  * @param attrsonly  has no effect on what is returned

@@ -1,19 +1,19 @@
 /**
  * @file
- * The platform services that the libraries call. libveltorplatform.so has a default for each; a program or
- * the directory product puts its own definition in place of any one of them by defining the same name.
+ * The platform services that the libraries call. libveltorplatform.so has a default for each; a program or the
+ * directory product puts its own definition in place of any one of them by defining the same name:
  *
- * - Program: the program defines the name. The dynamic linker takes the program's definition.
- * - Library: a shared library of the product defines the name, and the program links it before ours. A
- *   linker that drops libraries which the program does not call itself needs -Wl,--no-as-needed.
- * - Platform: a shared library with the SONAME libveltorplatform.so.1 defines every name of this header. It
- *   is installed in place of the default one, or the program links it before ours.
+ * - Program: the program defines the name, and the dynamic linker takes the program's definition.
+ * - Library: a shared library of the product defines the name, and the program links it before ours. A linker that
+ *   drops libraries which the program does not call itself needs -Wl,--no-as-needed.
+ * - Platform: a shared library with the SONAME libveltorplatform.so.1 defines every name of this header. It is
+ *   installed in place of the default one, or the program links it before ours.
  *
- * The libraries ask for these names in the version VELTOR_PLATFORM_1. A shared library whose names have
- * versions must give them this one (VELTOR_PLATFORM_1 { global: *; }; in its version script): what it defines
- * under another version is passed over without a word, and a libveltorplatform.so.1 without this one can't be
- * loaded. Names without any version will do, with a warning of the loader for libveltorplatform.so.1.
- * Nothing else of the libraries is meant to be replaced.
+ * The libraries ask for these names in the version VELTOR_PLATFORM_1. A shared library whose names have versions must
+ * give them this one (VELTOR_PLATFORM_1 { global: *; }; in its version script): what it defines under another version
+ * is passed over without a word, and a libveltorplatform.so.1 without this one can't be loaded. Names without any
+ * version will do, with a warning of the loader for libveltorplatform.so.1. Nothing else of the libraries is meant to
+ * be replaced.
  */
 #ifndef VELTOR_PLATFORM_H
 #define VELTOR_PLATFORM_H
