@@ -21,12 +21,13 @@ mkdir -p "$scratch"
 
 case $way in
 find_package)
-    "$CMAKE" -G "$GENERATOR" -S "$project" -B "$scratch" "-DCMAKE_PREFIX_PATH=$installed" "-DCMAKE_C_COMPILER=$CC" \
-        "-DCMAKE_CXX_COMPILER=$CXX" "-DCMAKE_C_FLAGS=-std=c99 $warnings" "-DCMAKE_CXX_FLAGS=-std=c++11 $warnings" \
-        >"$scratch/log" 2>&1 && "$CMAKE" --build "$scratch" >>"$scratch/log" 2>&1 || {
+    if ! "$CMAKE" -G "$GENERATOR" -S "$project" -B "$scratch" "-DCMAKE_PREFIX_PATH=$installed" \
+        "-DCMAKE_C_COMPILER=$CC" "-DCMAKE_CXX_COMPILER=$CXX" "-DCMAKE_C_FLAGS=-std=c99 $warnings" \
+        "-DCMAKE_CXX_FLAGS=-std=c++11 $warnings" >"$scratch/log" 2>&1 ||
+        ! "$CMAKE" --build "$scratch" >>"$scratch/log" 2>&1; then
         cat "$scratch/log" >&2
         exit 1
-    }
+    fi
     ;;
 pkg-config)
     flags() {

@@ -41,7 +41,8 @@ dynamic() {
 }
 
 libraries=0
-for library in $(find "$staging/root" -type f -name 'lib*.so*'); do
+find "$staging/root" -type f -name 'lib*.so*' >"$staging/libraries"
+while read -r library; do
     libraries=$((libraries + 1))
     name=${library##*/}
     soname=$(dynamic "$library" SONAME)
@@ -52,12 +53,13 @@ for library in $(find "$staging/root" -type f -name 'lib*.so*'); do
     libveltorplatform.so.*) expected= ;; # needs none of the others
     esac
     [ "$rpath" = "$expected" ] || complain "$name: looks for libraries in '$rpath'"
-done
+done <"$staging/libraries"
 [ "$libraries" -eq 3 ] || complain "$libraries libraries are installed"
-for program in $(find "$staging/root" -type f -path '*/bin/*'); do
+find "$staging/root" -type f -path '*/bin/*' >"$staging/programs"
+while read -r program; do
     rpath=$(dynamic "$program" RPATH)$(dynamic "$program" RUNPATH)
     [ "$rpath" = "$PROGRAM_RPATH" ] || complain "${program##*/}: looks for libraries in '$rpath'"
-done
+done <"$staging/programs"
 
 for place in "$build" "$source"; do
     if grep -rlF -- "$place" "$staging/root" >&2; then
