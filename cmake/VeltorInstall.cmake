@@ -1,5 +1,5 @@
-# What `cmake --install` puts in place: libraries, headers, the CMake package and the pkg-config files, the manual; and the
-# tool with its completions and its schema, where it is built. tests/install has the list of all files.
+# What `cmake --install` puts in place: libraries, headers, the CMake package and the pkg-config files, the manual, the
+# examples; and the tool with its completions and its schema, where it is built. tests/install has the list of all files.
 include(CMakePackageConfigHelpers)
 
 install(
@@ -22,8 +22,17 @@ configure_package_config_file(
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/veltorConfig.cmake" "${PROJECT_BINARY_DIR}/veltorConfigVersion.cmake"
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltor)
-# Not what a run of the tool has left beside the example.
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN "zorslapd.conf?*" EXCLUDE)
+foreach(example
+        ansible/desired_state.ldif
+        ansible/desired_state.yml
+        change.c
+        report.cpp
+        search.c
+        server.cpp
+        zorslapd.conf)
+    get_filename_component(folder "examples/${example}" DIRECTORY)
+    install(FILES "${PROJECT_SOURCE_DIR}/examples/${example}" DESTINATION ${CMAKE_INSTALL_DOCDIR}/${folder})
+endforeach()
 
 # In a tree that can be moved the files say where it is relative to themselves.
 if(VELTOR_RELOCATABLE)
