@@ -11,10 +11,9 @@ namespace veltor::detail {
 std::uint64_t hashSeed()
 {
     static const std::uint64_t seed = [] {
-        std::uint64_t value = 0x9E3779B97F4A7C15U;
+        std::uint64_t value = 0;
         // Without random bytes the seed is fixed, and everything works all the same.
-        static_cast<void>(getentropy(&value, sizeof value));
-        return value;
+        return getentropy(&value, sizeof value) == 0 ? value : 0x9E3779B97F4A7C15U;
     }();
     return seed;
 }
