@@ -64,7 +64,8 @@ public:
             LDIF_File::flush();
             return;
         }
-        runInSet(std::ref(change));
+        // Not std::ref: in debug information Clang 14 names its conversion after the caller's source, folder and all.
+        runInSet([&change] { change(); });
     }
 
     // In safe mode these refuse what would not come back as it is; see survival.h. Else they are those of LDIF_File.
