@@ -22,6 +22,8 @@ CHANGE = {"file", "dryRun", "changes"}
 RUNS = [
     (["init", "new.conf", "--suffix", "o=a", "-T", "password"], 0, {"file", "dryRun"}),
     (["init", "new.conf", "--suffix", "o=a", "-n"], 0, {"file", "dryRun", "text"}),
+    (["init", "new.conf", "--suffix", "o=a", "-n", "--exit-code"], 1, {"file", "dryRun", "text"}),
+    (["-n", "--exit-code", "init", "new.conf", "--suffix", "o=a"], 1, {"file", "dryRun", "text"}),
     (["init", "--suffix", "o=a", "-T", "password"], 8, {"file", "error"}),
     (["init", "new.conf", "--suffix", "nonsense", "-T", "password"], 3, {"file", "error"}),
     (["get", "port"], 0, {"file", "entries"}),
@@ -61,6 +63,7 @@ RUNS = [
     (["set", "--no-backup", "port=1389"], 0, CHANGE | {"backup"}),
     (["set", "port=70000"], 3, {"file", "error"}),
     (["set", "-n", "-b", "cn=Nobody", "port=1"], 8, {"file", "error"}),
+    (["-n", "set", "port=1389"], 0, CHANGE | {"difference"}),
     (["unset", "sizeLimit"], 0, CHANGE | {"backup"}),
     (["unset", "adminDN"], 3, {"file", "error"}),
     (["add", "-f", "new.ldif"], 0, CHANGE | {"backup"}),

@@ -70,6 +70,10 @@ TEST_F(Complete, OptionsAreThoseOfTheParser)
     EXPECT_EQ(wordsAt({"get"}, "--ba"), Words{});
     EXPECT_EQ(wordsAt({"get"}, "--sh"), Words{"--show-secrets"});
     EXPECT_EQ(wordsAt({}, "--sh"), Words{"--show-secrets"});
+    // In front of the command may also stand what all writing commands have.
+    EXPECT_EQ(wordsAt({}, "--ba"), Words{"--backup"});
+    EXPECT_TRUE(at({}, "--backup=").fileNameAt);
+    EXPECT_EQ(wordsAt({"-n", "--backup", "get"}, "un"), Words{"unset"});
     EXPECT_TRUE(offers({"search"}, "-", "-s"));
     EXPECT_TRUE(offers({"search"}, "-", "--comments"));
     EXPECT_FALSE(offers({"get"}, "-", "-s"));

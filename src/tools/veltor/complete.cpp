@@ -2,6 +2,7 @@
 #include "complete.h"
 
 #include "escape.h"
+#include "front_options.h"
 #include "names.h"
 #include "secrets.h"
 
@@ -83,12 +84,9 @@ public:
     Options options() const
     {
         Options all;
-        for (const CLI::App* level : {command_, &application_}) {
-            if (level != nullptr) {
-                const Options own =
-                    level->get_options([](const CLI::Option* option) { return !isPositional(*option); });
-                all.insert(all.end(), own.begin(), own.end());
-            }
+        for (const CLI::App* level : {command_ == nullptr ? &front_.writing() : command_, &application_}) {
+            const Options own = level->get_options([](const CLI::Option* option) { return !isPositional(*option); });
+            all.insert(all.end(), own.begin(), own.end());
         }
         return all;
     }
@@ -196,7 +194,8 @@ private:
     }
 
     const CLI::App& application_;
-    const CLI::App* command_ = nullptr;
+    const FrontOptions front_;
+    const CLI::App* command_ = nullptr; ///< null in front of it
     const CLI::Option* waiting_ = nullptr;
     std::optional<std::string> file_;
     std::size_t arguments_ = 0; ///< of the command

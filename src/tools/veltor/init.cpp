@@ -128,6 +128,7 @@ struct InitOptions
     std::vector<std::string> suffixes;
     std::optional<std::string> passwordFile;
     bool dryRun = false;
+    bool exitCode = false; ///< of a dry run: says by the exit status that there would be a new file
 };
 
 Failure cantBeMade(const std::string& finding, const std::string& advice)
@@ -349,7 +350,7 @@ ExitCode init(const InitOptions& options, const TargetOptions& given, Output& ou
         if (!output.json() && !output.quiet()) {
             writeOut(STDOUT_FILENO, escapedLines(shown));
         }
-        return ExitCode::done;
+        return options.exitCode ? ExitCode::no : ExitCode::done;
     }
     ChangeReport report;
     report.log = "made, administrator " + fresh.administrator;
@@ -376,6 +377,7 @@ Command initCommand(CLI::App& application, const TargetOptions& target, Output& 
     command->add_option("-T", options->passwordFile, "Read the administrator's password from FILE, - is stdin")
         ->type_name("FILE");
     command->add_flag("-n,--dry-run", options->dryRun, "Print the text with its secrets masked, and write nothing");
+    command->add_flag("--exit-code", options->exitCode, "With -n: exit status 1, as there would be a new file");
     command->add_option("FILE", options->file, "The file to make; the same as -F FILE")->type_name("");
     command->footer(footer);
     return {command, [options, &target, &output] { return init(*options, target, output); }};

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "credentials.h"
 #include "escape.h"
+#include "front_options.h"
 
 #include <algorithm>
 #include <csignal>
@@ -153,15 +154,16 @@ public:
 
     /// Parses and runs.
     /// @return  the exit status; nothing if what is to be told is about all commands, and there are only some
-    std::optional<int> run(int argc, char** argv)
+    std::optional<int> run(const Words& words)
     {
         try {
-            application_.parse(argc, argv);
+            // The parser takes them from the end.
+            application_.parse(Words(words.rbegin(), words.rend()));
         } catch (const CLI::ParseError& error) {
             if (application_.get_subcommands().empty() && commands_.size() < std::size(allCommands)) {
                 return std::nullopt;
             }
-            return end(error, {argv + 1, argv + argc});
+            return end(error, words);
         }
         const auto given = std::find_if(commands_.begin(), commands_.end(),
                                         [](const Command& command) { return command.commandLine->parsed(); });
@@ -196,10 +198,13 @@ int run(int argc, char** argv)
         answerShell(CommandLine(all).application(), argv[2]);
         return exitStatus(ExitCode::done);
     }
-    if (const std::optional<int> status = CommandLine(commandsIn({argv + 1, argv + argc})).run(argc, argv)) {
+    const Words given(argv + 1, argv + argc);
+    const bool hasOptionsInFront = !given.empty() && given.front().starts_with('-');
+    const Words words = hasOptionsInFront ? FrontOptions().putBehind(given) : given;
+    if (const std::optional<int> status = CommandLine(commandsIn(words)).run(words)) {
         return *status;
     }
-    return CommandLine(all).run(argc, argv).value();
+    return CommandLine(all).run(words).value();
 }
 
 } // namespace
