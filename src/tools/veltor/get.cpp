@@ -189,7 +189,6 @@ Command getCommand(CLI::App& application, const TargetOptions& target, Output& o
     CLI::App* command = application.add_subcommand("get", "Print the values of attributes")->group("Commands");
     command->add_option("-b", options->base, "The entry; without it cn=Configuration")->type_name("DN");
     command->add_option("NAME", options->names, "The attributes")->type_name("")->required();
-    output.acceptNulOption(*command);
     command->footer(footer);
     return {command, [options, &target, &output] { return get(*options, target, output); }, true};
 }

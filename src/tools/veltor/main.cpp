@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <exception>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -132,12 +134,27 @@ CommandRows commandsIn(const Words& words)
     return named;
 }
 
+/// Takes out the second empty line that the parser puts behind options when hidden ones follow.
+class HelpText : public CLI::Formatter
+{
+public:
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        std::string text = CLI::Formatter::make_help(app, std::move(name), mode);
+        for (std::size_t at = text.find("\n\n\n"); at != std::string::npos; at = text.find("\n\n\n", at)) {
+            text.erase(at, 1);
+        }
+        return text;
+    }
+};
+
 /// The parser with its commands, for one run.
 class CommandLine
 {
 public:
     explicit CommandLine(const CommandRows& rows)
     {
+        application_.formatter(std::make_shared<HelpText>());
         application_.get_formatter()->label("SUBCOMMAND", "COMMAND");
         application_.get_formatter()->column_width(24);
         application_.footer(footer);
@@ -149,6 +166,7 @@ public:
         application_.set_version_flag("-V,--version", "veltor " VELTOR_VERSION, "Print the version");
         for (const CommandRow& row : rows) {
             commands_.push_back(row.add(application_, target_, output_));
+            output_.acceptNulOption(*commands_.back().commandLine);
         }
     }
 

@@ -400,7 +400,6 @@ Command searchCommand(CLI::App& application, const TargetOptions& target, Output
     command->add_flag("-L", options->plainness,
                       "Begin with the version line of LDIF; -LL: no heading; -LLL: entries only");
     command->add_flag("--comments", options->comments, "Print the comment blocks of entries and attributes as well");
-    output.acceptNulOption(*command);
     command->add_option("FILTER", options->first, "Print the entries that this filter of RFC 4515 matches")
         ->type_name("");
     command->add_option("ATTRIBUTE", options->names, "Print these attributes alone")->type_name("");
