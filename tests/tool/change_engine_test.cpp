@@ -44,12 +44,13 @@ protected:
     }
 
     template <typename Action>
-    static ExitCode exitOf(const Action& action, std::string& message)
+    static ExitCode exitOf(const Action& action, std::string& message, FailureFacts& facts)
     {
         try {
             action();
         } catch (const Failure& failure) {
             message = failure.message();
+            facts = failure.facts();
             return failure.exit();
         }
         return ExitCode::done;
@@ -59,6 +60,7 @@ protected:
     const std::string folder_ = temporary_.path();
     const std::string file_ = temporary_.path("in.conf");
     std::string message_;
+    FailureFacts facts_;
     TargetOptions target_;
     WriteOptions options_;
     OutputOptions outputOptions_;
@@ -98,10 +100,13 @@ TEST_F(ChangeEngineTest, WritesNothingWhenTheTextStays)
 TEST_F(ChangeEngineTest, NamesTheWriterThatHoldsTheLock)
 {
     const ChangeEngine holder(target_, options_, output_);
-    EXPECT_EQ(exitOf([&] { const ChangeEngine second(target_, options_, output_); }, message_), ExitCode::busy);
+    EXPECT_EQ(exitOf([&] { const ChangeEngine second(target_, options_, output_); }, message_, facts_), ExitCode::busy);
     EXPECT_NE(message_.find(file_ + " is being changed by process " + std::to_string(::getpid())), std::string::npos)
         << message_;
     EXPECT_NE(message_.find("waited 0 s; nothing was written"), std::string::npos) << message_;
+    EXPECT_EQ(facts_.ldap, LDAP_BUSY);
+    EXPECT_EQ(facts_.code, LDAP_BUSY);
+    EXPECT_EQ(facts_.file, file_);
 }
 
 TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
@@ -110,7 +115,8 @@ TEST_F(ChangeEngineTest, LeavesAloneWhatSomebodyElsePutThere)
     ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
     put(other);
-    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_), ExitCode::busy);
+    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_, facts_), ExitCode::busy);
+    EXPECT_EQ(facts_.ldap, LDAP_BUSY);
     EXPECT_NE(message_.find("nothing was written"), std::string::npos) << message_;
     EXPECT_EQ(content(), other);
 }
@@ -120,7 +126,7 @@ TEST_F(ChangeEngineTest, TellsWhichTextIsInPlaceWhenTheBackupFails)
     options_.backup = folder_ + "/missing/in.conf.bak";
     ChangeEngine engine(target_, options_, output_);
     setPort(engine.handle(), "1389");
-    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_), ExitCode::writeFailed);
+    EXPECT_EQ(exitOf([&] { engine.finish({}); }, message_, facts_), ExitCode::writeFailed);
     EXPECT_NE(message_.find("the old text is in place"), std::string::npos) << message_;
     EXPECT_EQ(content(), text);
 }
@@ -140,7 +146,7 @@ TEST_F(ChangeEngineTest, SignalLeavesTheOldTextAndTheLockFree)
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
         EXPECT_EQ(content(), text);
-        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_, output_); }, message_), ExitCode::done)
+        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_, output_); }, message_, facts_), ExitCode::done)
             << message_;
     }
 }
@@ -159,7 +165,7 @@ TEST(LoggedAttribute, HasItsValuesOnlyWhereTheyAreNumbersWordsOrBits)
 TEST_F(ChangeEngineTest, TakesNoLockInAFolderThatIsNotThere)
 {
     target_.file = folder_ + "/missing/in.conf";
-    EXPECT_EQ(exitOf([&] { const ChangeEngine engine(target_, options_, output_); }, message_), ExitCode::file)
+    EXPECT_EQ(exitOf([&] { const ChangeEngine engine(target_, options_, output_); }, message_, facts_), ExitCode::file)
         << message_;
 }
 

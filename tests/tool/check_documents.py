@@ -64,12 +64,18 @@ RUNS = [
     (["set", "port=70000"], 3, {"file", "error"}),
     (["set", "-n", "-b", "cn=Nobody", "port=1"], 8, {"file", "error"}),
     (["-n", "set", "port=1389"], 0, CHANGE | {"difference"}),
+    (["set", "--backup", "missing/x", "port=1389"], 7, {"file", "error"}),
+    (["set", "--backup", "zorslapd.conf.lock", "port=1389"], 7, {"file", "error"}),
+    (["unset", "--strict", "adminID"], 8, {"file", "error"}),
     (["unset", "sizeLimit"], 0, CHANGE | {"backup"}),
     (["unset", "adminDN"], 3, {"file", "error"}),
     (["add", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
     (["add", "-f", "missing.ldif"], 4, {"error"}),
     (["modify", "-f", "change.ldif"], 0, CHANGE | {"backup"}),
     (["modify", "-n", "-f", "change.ldif"], 0, CHANGE | {"difference"}),
+    (["add", "-f", "old.ldif"], 8, {"file", "error"}),
+    (["modify", "-f", "present.ldif"], 8, {"file", "error"}),
+    (["modify", "-f", "absent.ldif"], 8, {"file", "error"}),
     (["modify", "-f", "new.ldif"], 3, {"error"}),
     (["apply", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
     (["delete"], 2, {"error"}),
@@ -122,8 +128,16 @@ def lay_out(folder, example):
         folded.write("dn: cn=Configuration\nobjectclass: top\ncn: Configu\n ration\n")
     with open(os.path.join(folder, "new.ldif"), "w") as new:
         new.write("dn: cn=New, cn=Configuration\ncn: New\nobjectclass: top\nzor-audit: true\n")
-    with open(os.path.join(folder, "change.ldif"), "w") as change:
-        change.write("dn: cn=Configuration\nchangetype: modify\nreplace: zor-slapdSizeLimit\nzor-slapdSizeLimit: 7\n")
+    modification = "dn: cn=Configuration\nchangetype: modify\n"
+    changes = {
+        "change.ldif": modification + "replace: zor-slapdSizeLimit\nzor-slapdSizeLimit: 7\n",
+        "present.ldif": modification + "add: zor-slapdPort\nzor-slapdPort: 389\n",
+        "absent.ldif": modification + "delete: zor-slapdPort\nzor-slapdPort: 1\n",
+        "old.ldif": "dn: cn=Configuration\ncn: Configuration\n",
+    }
+    for name, text in changes.items():
+        with open(os.path.join(folder, name), "w") as change:
+            change.write(text)
     with open(os.path.join(folder, "password"), "w") as password:
         password.write("secret-of-the-example-2")
     os.chmod(password.name, 0o600)
@@ -135,6 +149,20 @@ def texts_in(folder):
         with open(os.path.join(folder, name), "rb") as file:
             texts[name] = file.read()
     return texts
+
+
+def complaints_about(error, status):
+    if error["exit"] != status:
+        yield f"error.exit is {error['exit']}"
+    # The codes stand in a line of their own for people.
+    told = "".join(error["details"][:1])
+    result = re.match(r"result (\d+) ", told)
+    if result:
+        code = re.search(r", code (\d+) \(", told) or result
+        if (error["ldap"], error["code"]) != (int(result[1]), int(code[1])):
+            yield f"ldap {error['ldap']} and code {error['code']}, but {told}"
+    elif status == 8:
+        yield "no code"
 
 
 def complaints(binary, validator, example, arguments, status, members):
@@ -165,8 +193,8 @@ def complaints(binary, validator, example, arguments, status, members):
         yield f"changed is {document['changed']}, and the file was {'' if written else 'not '}changed"
     if document["ok"] != (status == 0):
         yield f"ok is {document['ok']}"
-    if "error" in document and document["error"]["exit"] != status:
-        yield f"error.exit is {document['error']['exit']}"
+    if "error" in document:
+        yield from complaints_about(document["error"], status)
 
 
 def main():

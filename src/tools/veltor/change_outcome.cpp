@@ -131,6 +131,7 @@ std::string differenceFor(const ChangeReport& report, std::string_view before, s
 Failure lockFailure(void* handle, const std::string& file, int code, int timeoutSeconds)
 {
     const std::string codes = codesOf(code, cfg_get_exterror(handle));
+    const FailureFacts facts = keptFacts(handle, code, file);
     const std::string message = keptMessage(handle);
     if (code == LDAP_BUSY) {
         // The library puts the name of the file into quotes.
@@ -138,10 +139,11 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
         return {ExitCode::busy,
                 finding == std::string::npos ? message : file + message.substr(finding),
                 {codes, "waited " + std::to_string(timeoutSeconds) +
-                            " s; nothing was written; --lock-timeout SECONDS waits longer"}};
+                            " s; nothing was written; --lock-timeout SECONDS waits longer"},
+                facts};
     }
     if (isStepOfTheDisk(code) && cfg_get_file_line(handle) == 0) {
-        return {ExitCode::writeFailed, file + ": " + message, {codes, std::string(nothingWritten) + triedAgain}};
+        return {ExitCode::writeFailed, file + ": " + message, {codes, std::string(nothingWritten) + triedAgain}, facts};
     }
     return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
 }
@@ -149,13 +151,15 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
 Failure installFailure(void* handle, const std::string& file, int code, const ChangeReport& report)
 {
     const std::string codes = codesOf(code, cfg_get_exterror(handle));
+    const FailureFacts facts = keptFacts(handle, code, file);
     std::string message = keptMessage(handle);
     const bool written = newTextIsInPlace(message);
     if (written) {
         tellLog(file, report);
     }
     if (code == LDAP_BUSY) {
-        return {ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}};
+        return {
+            ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}, facts};
     }
     if (isStepOfTheDisk(code)) {
         if (!message.ends_with("is in place") && !message.ends_with("nothing is left behind")) {
@@ -165,7 +169,8 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
                 file + ": " + message,
                 {codes, written ? "the change is in the file; whether it outlasts a crash of the machine is not known: "
                                   "look at it again after one"
-                                : std::string(nothingWritten) + triedAgain}};
+                                : std::string(nothingWritten) + triedAgain},
+                facts};
     }
     return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
 }

@@ -342,6 +342,13 @@ std::string Failure::causes() const
     return causes;
 }
 
+FailureFacts keptFacts(void* handle, int code, const std::string& file)
+{
+    FailureFacts facts = factsOf(handle, readReport(handle, code));
+    facts.file = file;
+    return facts;
+}
+
 std::string codesOf(int ldap, int code)
 {
     std::string codes = "result " + std::to_string(ldap) + " (" + cfg_err2string(ldap) + ")";

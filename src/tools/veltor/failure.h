@@ -74,6 +74,10 @@ struct Circumstances
 /// must be called before the next call on the handle.
 Failure libraryFailure(void* handle, int code, const Circumstances& circumstances);
 
+/// What programs are told of the failure that a handle keeps. Reads its error accessors, as libraryFailure does.
+/// @param file  the one that the message names
+FailureFacts keptFacts(void* handle, int code, const std::string& file);
+
 /// The codes as a message names them: "result 32 (No such object)", with the library code if it says more.
 std::string codesOf(int ldap, int code);
 

@@ -179,8 +179,8 @@ private:
 
     void check(const ChangeRecord& record, Place place, int code) const;
     Place placeOfFault(const ChangeRecord& record) const;
-    Failure refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding,
-                    std::string codes, const std::string& advice = {}) const;
+    Failure refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding, int ldap = 0,
+                    const std::string& advice = {}) const;
     std::string nothingWritten() const;
 
     ChangeSet& changes_;
@@ -239,17 +239,18 @@ void Update::check(const ChangeRecord& record, Place place, int code) const
     }
 }
 
-Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding,
-                        std::string codes, const std::string& advice) const
+/// @param ldap  what the library would call it, 0 for nothing
+Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding, int ldap,
+                        const std::string& advice) const
 {
     std::vector<std::string> details;
-    if (!codes.empty()) {
-        details.push_back(std::move(codes));
+    if (ldap != 0) {
+        details.push_back(codesOf(ldap, 0));
     }
     details.push_back(nothingWritten() + advice);
     std::string headline = placeName(changes_.source, place);
     headline.append(headline.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
-    return {exit, headline, std::move(details)};
+    return {exit, headline, std::move(details), {.ldap = ldap, .code = ldap}};
 }
 
 // ---- Looking ----
@@ -309,7 +310,7 @@ void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredA
             throw refusal(ExitCode::refused, record, operation.place,
                           operation.attribute + ": only one value is allowed, and there would be " +
                               std::to_string(count),
-                          "", explainAdvice(operation.attribute));
+                          0, explainAdvice(operation.attribute));
         }
     }
 }
@@ -332,8 +333,7 @@ void Update::requireEncoded(const ChangeRecord& record) const
             LDAP_SUCCESS) {
             throw refusal(ExitCode::refused, record, encoded->place,
                           operation.attribute +
-                              ": a text of the form >...< is an encoded password, and this one can't be decoded",
-                          "");
+                              ": a text of the form >...< is an encoded password, and this one can't be decoded");
         }
     }
 }
@@ -396,13 +396,13 @@ std::vector<std::string> Update::attributesOf(const ChangeRecord& record) const
 std::string Update::add(ChangeRecord& record)
 {
     if (exists(record, record.dn)) {
-        throw refusal(ExitCode::entry, record, record.place, "this entry exists", codesOf(LDAP_ALREADY_EXISTS, 0),
+        throw refusal(ExitCode::entry, record, record.place, "this entry exists", LDAP_ALREADY_EXISTS,
                       "; veltor apply and veltor set change it");
     }
     const std::string parent(parentOf(record.dn));
     if (!options_.orphan && !parent.empty() && !exists(record, parent)) {
         throw refusal(ExitCode::refused, record, record.place,
-                      "the entry above it, \"" + parent + "\", is missing; --orphan permits that", "");
+                      "the entry above it, \"" + parent + "\", is missing; --orphan permits that");
     }
     Modifications modifications(record.operations);
     const int code = cfg_add_s(engine_.handle(), record.dn.c_str(), modifications.list());
@@ -504,7 +504,7 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
                                     : adds ? "one of these values is there already"
                                            : "one of these values is not there";
         throw refusal(ExitCode::entry, record, place, operation.attribute + ": " + finding + "; --lenient permits that",
-                      codesOf(adds ? LDAP_TYPE_OR_VALUE_EXISTS : LDAP_NO_SUCH_ATTRIBUTE, 0));
+                      adds ? LDAP_TYPE_OR_VALUE_EXISTS : LDAP_NO_SUCH_ATTRIBUTE);
     }
 }
 
