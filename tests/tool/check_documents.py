@@ -18,7 +18,7 @@ import jsonschema
 
 CHANGE = {"file", "dryRun", "changes"}
 
-# arguments, exit status, members
+# arguments, exit status, members, and of errors what some of their members are
 RUNS = [
     (["init", "new.conf", "--suffix", "o=a", "-T", "password"], 0, {"file", "dryRun"}),
     (["init", "new.conf", "--suffix", "o=a", "-n"], 0, {"file", "dryRun", "text"}),
@@ -66,7 +66,12 @@ RUNS = [
     (["-n", "set", "port=1389"], 0, CHANGE | {"difference"}),
     (["set", "--backup", "missing/x", "port=1389"], 7, {"file", "error"}),
     (["set", "--backup", "zorslapd.conf.lock", "port=1389"], 7, {"file", "error"}),
-    (["unset", "--strict", "adminID"], 8, {"file", "error"}),
+    (["set", "port+=399"], 3, {"file", "error"},
+     {"file": "zorslapd.conf", "dn": "cn=Configuration", "attribute": "zor-slapdPort", "single": True, "max": 65535}),
+    (["set", "adminpw=x"], 2, {"error"}, {"dn": "cn=Configuration", "attribute": "zor-slapdAdminPW", "value": None}),
+    (["set", "serverID=(a)"], 3, {"error"}, {"attribute": "zor-slapdServerID", "value": "(a)"}),
+    (["unset", "--strict", "securePort"], 8, {"file", "error"},
+     {"dn": "cn=Configuration", "attribute": "zor-slapdSecurePort", "single": True}),
     (["unset", "sizeLimit"], 0, CHANGE | {"backup"}),
     (["unset", "adminDN"], 3, {"file", "error"}),
     (["add", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
@@ -74,14 +79,25 @@ RUNS = [
     (["modify", "-f", "change.ldif"], 0, CHANGE | {"backup"}),
     (["modify", "-n", "-f", "change.ldif"], 0, CHANGE | {"difference"}),
     (["add", "-f", "old.ldif"], 8, {"file", "error"}),
-    (["modify", "-f", "present.ldif"], 8, {"file", "error"}),
+    (["modify", "-f", "present.ldif"], 8, {"file", "error"},
+     {"file": "zorslapd.conf", "dn": "cn=Configuration", "attribute": "zor-slapdPort", "value": "389",
+      "source": {"file": "present.ldif", "line": 4, "column": 16}}),
     (["modify", "-f", "absent.ldif"], 8, {"file", "error"}),
     (["modify", "-f", "new.ldif"], 3, {"error"}),
+    (["modify", "-f", "range.ldif"], 3, {"file", "error"},
+     {"dn": "cn=Configuration", "attribute": "zor-slapdPort", "value": "70000", "min": 1, "max": 65535,
+      "source": {"file": "range.ldif", "line": 4, "column": 16}}),
+    (["modify", "-f", "control.ldif"], 3, {"error"}, {"source": {"file": "control.ldif", "line": 2, "column": 1}}),
+    (["apply", "-f", "unknown.ldif"], 3, {"file", "error"},
+     {"file": "zorslapd.conf", "dn": "cn=Configuration", "attribute": "zor-slapdPrt",
+      "source": {"file": "unknown.ldif", "line": 2, "column": 1}}),
     (["apply", "-f", "new.ldif"], 0, CHANGE | {"backup"}),
     (["delete"], 2, {"error"}),
     (["delete", "cn=Nobody"], 8, {"file", "error"}),
     (["delete", "-r", "cn=Front End, cn=Configuration"], 0, CHANGE | {"backup"}),
     (["passwd", "-T", "password"], 0, CHANGE | {"backup"}),
+    (["passwd", "-T", "long"], 3, {"error"},
+     {"dn": "cn=Configuration", "attribute": "zor-slapdAdminPW", "value": None, "min": 1, "max": 46}),
     (["passwd", "-T", "missing"], 4, {"error"}),
     (["auth"], 0, {"file", "boundAs"}),
     (["auth", "-D", "cn=root", "-w", "wrong"], 5, {"file", "error"}),
@@ -132,15 +148,19 @@ def lay_out(folder, example):
     changes = {
         "change.ldif": modification + "replace: zor-slapdSizeLimit\nzor-slapdSizeLimit: 7\n",
         "present.ldif": modification + "add: zor-slapdPort\nzor-slapdPort: 389\n",
+        "range.ldif": modification + "replace: zor-slapdPort\nzor-slapdPort: 70000\n",
+        "control.ldif": "dn: cn=Configuration\ncontrol: 1.2\n",
+        "unknown.ldif": "dn: cn=Configuration\nzor-slapdPrt: 1\n",
         "absent.ldif": modification + "delete: zor-slapdPort\nzor-slapdPort: 1\n",
         "old.ldif": "dn: cn=Configuration\ncn: Configuration\n",
     }
     for name, text in changes.items():
         with open(os.path.join(folder, name), "w") as change:
             change.write(text)
-    with open(os.path.join(folder, "password"), "w") as password:
-        password.write("secret-of-the-example-2")
-    os.chmod(password.name, 0o600)
+    for name, text in {"password": "secret-of-the-example-2", "long": 3 * "secret-of-the-example"}.items():
+        with open(os.path.join(folder, name), "w") as password:
+            password.write(text)
+        os.chmod(password.name, 0o600)
 
 
 def texts_in(folder):
@@ -165,7 +185,7 @@ def complaints_about(error, status):
         yield "no code"
 
 
-def complaints(binary, validator, example, arguments, status, members):
+def complaints(binary, validator, example, arguments, status, members, facts=None):
     with tempfile.TemporaryDirectory() as folder:
         lay_out(folder, example)
         before = texts_in(folder)
@@ -195,6 +215,9 @@ def complaints(binary, validator, example, arguments, status, members):
         yield f"ok is {document['ok']}"
     if "error" in document:
         yield from complaints_about(document["error"], status)
+    for name, value in (facts or {}).items():
+        if document["error"][name] != value:
+            yield f"error.{name} is {document['error'][name]!r} instead of {value!r}"
 
 
 def main():
@@ -204,11 +227,11 @@ def main():
     jsonschema.Draft7Validator.check_schema(schema)
     validator = jsonschema.Draft7Validator(schema)
     failed = 0
-    for arguments, status, members in RUNS:
-        for complaint in complaints(binary, validator, example, arguments, status, members):
+    for arguments, *expected in RUNS:
+        for complaint in complaints(binary, validator, example, arguments, *expected):
             failed += 1
             print(f"veltor --json {' '.join(arguments)}: {complaint}")
-    for command in sorted(commands_of(binary) - {arguments[0] for arguments, _, _ in RUNS}):
+    for command in sorted(commands_of(binary) - {arguments[0] for arguments, *_ in RUNS}):
         failed += 1
         print(f"no run of the command {command}")
     print(f"{len(RUNS)} documents, {failed} complaints")

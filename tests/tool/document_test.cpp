@@ -125,6 +125,7 @@ TEST(Document, OfAFailureHasEveryFact)
     facts.minimum = 1;
     facts.maximum = 65535;
     facts.single = true;
+    facts.source = {"in.ldif", 4, 16};
     facts.chain = {{21, 1015, 57, "Integer", "f", "", "", std::nullopt}};
     Document document;
     document.setFile("f");
@@ -134,6 +135,7 @@ TEST(Document, OfAFailureHasEveryFact)
         R"({"veltor":1,"ok":false,"changed":false,"file":"f","error":{"exit":4,"ldap":21,"code":1015,)"
         R"("message":"headline","details":["detail"],"file":"zorslapd.conf","line":57,"dn":"cn=Configuration",)"
         R"("attribute":"zor-slapdPort","value":"70000","min":1,"max":65535,"enum":null,"mask":null,"single":true,)"
+        R"("source":{"file":"in.ldif","line":4,"column":16},)"
         R"("chain":[{"ldap":21,"code":1015,"message":"Integer","file":"f","line":57,"dn":null,"attribute":null,)"
         R"("value":null}]}})"
         "\n");

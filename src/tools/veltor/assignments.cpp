@@ -36,7 +36,8 @@ Assignment parsed(const std::string& text)
                           text.substr(0, equals - (isSigned ? 1 : 0)), text.substr(equals + 1)};
     if (assignment.value.empty()) {
         throw Failure(ExitCode::usage, assignment.name + ": there is no value",
-                      {nothingWritten + "; to remove the setting use: veltor unset " + assignment.name});
+                      {nothingWritten + "; to remove the setting use: veltor unset " + assignment.name},
+                      {.attribute = assignment.name});
     }
     return assignment;
 }
@@ -51,7 +52,7 @@ std::string settingName(const std::string& given, bool allowUnknown)
     }
     if (!isAttributeDescription(given) || isDnLabel(given)) {
         throw Failure(ExitCode::refused, '"' + given + "\" is not an attribute name",
-                      {"nothing was written; see: veltor explain --list"});
+                      {"nothing was written; see: veltor explain --list"}, {.attribute = given});
     }
     if (result.ambiguous || !allowUnknown) {
         refuseName(given, result,
@@ -70,14 +71,16 @@ ChangeRecord recordOf(const std::string& dn, const std::vector<std::string>& ass
         const std::string name = settingName(assignment.name, allowUnknown);
         if (isPassword(name)) {
             throw Failure(ExitCode::usage, name + ": a password on the command line shows in the process list",
-                          {std::string(nothingWritten).append("; use: veltor passwd ").append(name)});
+                          {std::string(nothingWritten).append("; use: veltor passwd ").append(name)},
+                          factsAbout(dn, name));
         }
         ChangeValue value;
         append(value.text, assignment.value);
         if (const std::optional<std::string> finding = whyUnstorable(name, view(value.text))) {
             std::string message = dn;
             message.append(": ").append(name).append(": ").append(*finding);
-            throw Failure(ExitCode::refused, message, {nothingWritten + explainAdvice(name)});
+            throw Failure(ExitCode::refused, message, {nothingWritten + explainAdvice(name)},
+                          factsAbout(dn, name, view(value.text)));
         }
         value.text.push_back('\0');
         auto operation =

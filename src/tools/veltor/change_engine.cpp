@@ -187,7 +187,8 @@ void ChangeEngine::requireWholeLastLine(std::string_view after)
         return;
     }
     if (!confirmed(finding)) {
-        throw Failure(ExitCode::no, finding, {"nothing was written; end the file with a line feed"});
+        throw Failure(ExitCode::no, finding, {"nothing was written; end the file with a line feed"},
+                      {.file = session_.file()});
     }
 }
 
@@ -206,7 +207,7 @@ void ChangeEngine::requireAdministrator() const
 {
     if (hadAdministrator_ && !options_.allowLockout && !hasAdministrator(replacement_ ? readFrom_ : handle())) {
         throw Failure(ExitCode::refused, session_.file() + ": after this change nobody could bind as administrator",
-                      {"nothing was written; --allow-lockout permits that"});
+                      {"nothing was written; --allow-lockout permits that"}, {.file = session_.file()});
     }
 }
 
@@ -237,7 +238,7 @@ WipedText rendered(void* handle)
     std::size_t size = 0;
     const int code = cfg_render_s(handle, &text, &size);
     if (code != LDAP_SUCCESS) {
-        throw libraryFailure(handle, code, {Stage::update, "", "", "nothing was written"});
+        throw libraryFailure(handle, code, {Stage::update, "", SourcePlace(), "nothing was written"});
     }
     WipedText copy;
     append(copy, {text, size});

@@ -145,7 +145,7 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
     if (isStepOfTheDisk(code) && cfg_get_file_line(handle) == 0) {
         return {ExitCode::writeFailed, file + ": " + message, {codes, std::string(nothingWritten) + triedAgain}, facts};
     }
-    return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
+    return libraryFailure(handle, code, {Stage::update, "", SourcePlace(), nothingWritten});
 }
 
 Failure installFailure(void* handle, const std::string& file, int code, const ChangeReport& report)
@@ -158,8 +158,7 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
         tellLog(file, report);
     }
     if (code == LDAP_BUSY) {
-        return {
-            ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}, facts};
+        return {ExitCode::busy, message, {codes, "run the command again: it begins from what is there by then"}, facts};
     }
     if (isStepOfTheDisk(code)) {
         if (!message.ends_with("is in place") && !message.ends_with("nothing is left behind")) {
@@ -172,7 +171,7 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
                                 : std::string(nothingWritten) + triedAgain},
                 facts};
     }
-    return libraryFailure(handle, code, {Stage::update, "", "", nothingWritten});
+    return libraryFailure(handle, code, {Stage::update, "", SourcePlace(), nothingWritten});
 }
 
 // Who reads the log learns who changed what, and no secret.

@@ -222,6 +222,7 @@ private:
     void checkFirstLine(const ScannedLine& line) const;
     void checkFurtherLine(const ScannedLine& line) const;
     void checkValue(const ScannedLine& line) const;
+    FailureFacts factsOf(const ScannedLine& line) const;
 
     [[noreturn]] void refuse(Place place, const std::string& finding) const
     {
@@ -447,8 +448,21 @@ void Scanner::checkFurtherLine(const ScannedLine& line) const
 void Scanner::checkValue(const ScannedLine& line) const
 {
     if (const std::optional<std::string> finding = whyUnstorable(line.name, view(line.value))) {
-        refuse(line.valuePlace, *finding);
+        throw refusedChange(source_, line.valuePlace, *finding, factsOf(line));
     }
+}
+
+/// What the line is about, as far as it goes without reading the record.
+FailureFacts Scanner::factsOf(const ScannedLine& line) const
+{
+    if (isDnLabel(line.name)) {
+        return factsAbout(std::string(view(line.value)), "");
+    }
+    std::string dn(record_.lines.empty() ? "" : view(record_.lines.front().value));
+    constexpr std::string_view words[] = {"changetype", "add", "delete", "replace"};
+    const bool isWord = std::any_of(std::begin(words), std::end(words),
+                                    [&](std::string_view word) { return sameName(line.name, word); });
+    return isWord ? factsAbout(std::move(dn), "") : factsAbout(std::move(dn), line.name, view(line.value));
 }
 
 } // namespace
@@ -505,18 +519,24 @@ bool isAttributeDescription(std::string_view name)
     return true;
 }
 
-std::string placeName(const std::string& source, Place place)
+SourcePlace placeIn(const std::string& source, Place place)
 {
-    return place.line == 0 ? std::string()
-                           : source + ':' + std::to_string(place.line) + ':' + std::to_string(place.column);
+    return place.line == 0 ? SourcePlace() : SourcePlace{source, place.line, place.column};
 }
 
-Failure refusedChange(const std::string& source, Place place, const std::string& finding)
+std::string placeName(const std::string& source, Place place)
 {
-    const std::string where = placeName(source, place);
+    return placeIn(source, place).text();
+}
+
+Failure refusedChange(const std::string& source, Place place, const std::string& finding, FailureFacts about)
+{
+    about.source = placeIn(source, place);
+    const std::string where = about.source.text();
     return {ExitCode::refused,
             (where.empty() ? where : where + ": ") + finding,
-            {"nothing was written; see: veltor help modify"}};
+            {"nothing was written; see: veltor help modify"},
+            std::move(about)};
 }
 
 std::vector<ScannedRecord> scanChanges(const std::string& source, std::string_view text)

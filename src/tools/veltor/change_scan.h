@@ -60,8 +60,12 @@ bool isDnLabel(std::string_view name);
 /// "SOURCE:LINE:COLUMN", or "" for a place that is nowhere.
 std::string placeName(const std::string& source, Place place);
 
+/// The place in a text of this name; nowhere without a name for a place that is nowhere.
+SourcePlace placeIn(const std::string& source, Place place);
+
 /// The refusal of something in a text of changes, of which nothing was carried out.
-Failure refusedChange(const std::string& source, Place place, const std::string& finding);
+/// @param about  what it is about, as far as that is known; its place is filled in
+Failure refusedChange(const std::string& source, Place place, const std::string& finding, FailureFacts about = {});
 
 } // namespace veltor::tool
 

@@ -109,6 +109,12 @@ Json lineOrNull(int line)
     return line > 0 ? Json(line) : Json(nullptr);
 }
 
+Json jsonPlace(const SourcePlace& place)
+{
+    return place.line == 0 ? Json(nullptr)
+                           : Json{{"file", jsonText(place.name)}, {"line", place.line}, {"column", place.column}};
+}
+
 Json jsonTexts(const std::vector<std::string>& texts)
 {
     Json array = Json::array();
@@ -210,6 +216,7 @@ void Document::setFailure(const Failure& failure)
                   {"enum", facts.allowed.empty() ? Json(nullptr) : jsonTexts(facts.allowed)},
                   {"mask", numberOrNull(facts.mask)},
                   {"single", numberOrNull(facts.single)},
+                  {"source", jsonPlace(facts.source)},
                   {"chain", jsonCauses(facts.chain)}});
 }
 

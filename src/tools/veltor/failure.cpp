@@ -35,9 +35,14 @@ struct Report
     std::string message; ///< the library's own, "" where it would quote a secret
 };
 
+std::string_view lentText(const char* text)
+{
+    return text == nullptr ? std::string_view() : std::string_view(text);
+}
+
 std::string orEmpty(const char* text)
 {
-    return text == nullptr ? std::string() : std::string(text);
+    return std::string(lentText(text));
 }
 
 // The messages about a text that would not come back quote it.
@@ -65,8 +70,7 @@ bool wouldNotComeBack(const Report& report)
 Report readReport(void* handle, int ldap)
 {
     const std::string attribute = orEmpty(cfg_get_attribute(handle));
-    const char* value = cfg_get_value(handle);
-    const std::string_view raw = value == nullptr ? std::string_view() : std::string_view(value);
+    const std::string_view raw = lentText(cfg_get_value(handle));
     Report report{ldap,
                   cfg_get_exterror(handle),
                   cfg_get_file_line(handle),
@@ -89,12 +93,12 @@ Report readReport(void* handle, int ldap)
 }
 
 // The value as a program may be told it.
-std::optional<std::string> toldValue(const std::string& attribute, const char* value)
+std::optional<std::string> toldValue(const std::string& attribute, std::string_view value)
 {
-    if (value == nullptr || *value == '\0' || isSecret(attribute, value)) {
+    if (value.empty() || isSecret(attribute, value)) {
         return std::nullopt;
     }
-    return value;
+    return std::string(value);
 }
 
 std::vector<Cause> chainOf(void* handle)
@@ -107,9 +111,15 @@ std::vector<Cause> chainOf(void* handle)
             break;
         }
         chain.push_back({record.ldap, record.code, record.line, cfg_err2string(record.code), record.file, record.dn,
-                         record.attribute, toldValue(record.attribute, record.value)});
+                         record.attribute, toldValue(record.attribute, lentText(record.value))});
     }
     return chain;
+}
+
+bool isSingleValued(const std::string& attribute)
+{
+    const std::optional<cfg_attr_type> type = attributeType(attribute);
+    return type && type->single_valued != 0;
 }
 
 FailureFacts factsOf(void* handle, const Report& report)
@@ -120,7 +130,7 @@ FailureFacts factsOf(void* handle, const Report& report)
                        .file = report.file,
                        .dn = report.dn,
                        .attribute = report.attribute,
-                       .value = toldValue(report.attribute, cfg_get_value(handle)),
+                       .value = toldValue(report.attribute, lentText(cfg_get_value(handle))),
                        .allowed = report.allowed,
                        .chain = chainOf(handle)};
     if (report.minimum != 0 || report.maximum != 0) {
@@ -131,7 +141,8 @@ FailureFacts factsOf(void* handle, const Report& report)
         facts.mask = report.bits;
     }
     if (!report.attribute.empty()) {
-        facts.single = cfg_get_is_single(handle) != 0;
+        // The library tells it of refused values alone.
+        facts.single = isSingleValued(report.attribute);
     }
     return facts;
 }
@@ -257,9 +268,10 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
     const std::string& dn = missing ? circumstances.dn : report.dn;
     // A change is refused where it stands, on the command line if that is nowhere, unless it is the file that is in
     // the way.
+    const std::string place = circumstances.place.text();
     const bool fileInTheWay = report.line > 0 || report.ldap == CFG_LDAP_CONNECT_ERROR ||
-                              circumstances.stage != Stage::update || (circumstances.place.empty() && dn.empty());
-    std::string headline = fileInTheWay ? report.file : circumstances.place;
+                              circumstances.stage != Stage::update || (place.empty() && dn.empty());
+    std::string headline = fileInTheWay ? report.file : place;
     if (report.line > 0) {
         headline += ':' + std::to_string(report.line);
     }
@@ -314,6 +326,11 @@ std::string adviceFor(const Report& report, const Circumstances& circumstances)
 
 } // namespace
 
+std::string SourcePlace::text() const
+{
+    return line == 0 ? std::string() : name + ':' + std::to_string(line) + ':' + std::to_string(column);
+}
+
 Failure::Failure(ExitCode exit, std::string headline, std::vector<std::string> details, FailureFacts facts)
     : exit_(exit), headline_(std::move(headline)), details_(std::move(details)), facts_(std::move(facts))
 {
@@ -342,6 +359,26 @@ std::string Failure::causes() const
     return causes;
 }
 
+FailureFacts factsAbout(std::string dn, std::string attribute, std::string_view value)
+{
+    FailureFacts facts{.dn = std::move(dn), .value = toldValue(attribute, value)};
+    if (const std::optional<cfg_attr_type> type = attributeType(attribute)) {
+        facts.single = type->single_valued != 0;
+        if (type->minimum != 0 || type->maximum != 0) {
+            facts.minimum = type->minimum;
+            facts.maximum = type->maximum;
+        }
+        if (type->bitmask != 0) {
+            facts.mask = type->bitmask;
+        }
+        for (const char* const* word = type->enum_values; word != nullptr && *word != nullptr; ++word) {
+            facts.allowed.emplace_back(*word);
+        }
+    }
+    facts.attribute = std::move(attribute);
+    return facts;
+}
+
 FailureFacts keptFacts(void* handle, int code, const std::string& file)
 {
     FailureFacts facts = factsOf(handle, readReport(handle, code));
@@ -368,8 +405,13 @@ Failure libraryFailure(void* handle, int code, const Circumstances& circumstance
     if (circumstances.stage == Stage::update) {
         details.push_back(circumstances.state + (report.line > 0 ? "" : nextStep(report)));
     }
+    FailureFacts facts = factsOf(handle, report);
+    facts.source = circumstances.place;
+    if (circumstances.stage != Stage::bind && report.line == 0 && facts.dn.empty()) {
+        facts.dn = circumstances.dn;
+    }
     return {exitCodeFor(circumstances.stage, report.ldap, report.line), headlineOf(report, circumstances),
-            std::move(details), factsOf(handle, report)};
+            std::move(details), std::move(facts)};
 }
 
 std::optional<Failure> unreadableFile(const std::string& file)

@@ -21,6 +21,16 @@ struct Cause
     std::optional<std::string> value; ///< nothing for a secret
 };
 
+/// Where something stands in what a command was given to carry out.
+struct SourcePlace
+{
+    std::string name;                 ///< of the file, as messages have it
+    std::size_t line = 0, column = 0; ///< from 1; 0 is nowhere
+
+    /// "NAME:LINE:COLUMN", or "" for nowhere.
+    std::string text() const;
+};
+
 /// What programs are told of a failure; "", 0 and nothing where it is not known.
 struct FailureFacts
 {
@@ -30,6 +40,7 @@ struct FailureFacts
     std::optional<long> minimum = {}, maximum = {}, mask = {};
     std::vector<std::string> allowed = {};
     std::optional<bool> single = {}; ///< whether the attribute is declared single-valued
+    SourcePlace source = {};
     std::vector<Cause> chain = {};
 };
 
@@ -66,13 +77,17 @@ struct Circumstances
 {
     Stage stage;
     std::string dn;         ///< the DN that was asked for: the base of a search, the bind DN, the entry to change
-    std::string place = {}; ///< update: where the change stands, as placeName has it
+    SourcePlace place = {}; ///< update: where the change stands
     std::string state = {}; ///< update: what of the changes is in the file; bind: the advice for a refused caller
 };
 
 /// The failure for a library call that returned a code other than 0. Reads the handle's error accessors, so it
 /// must be called before the next call on the handle.
 Failure libraryFailure(void* handle, int code, const Circumstances& circumstances);
+
+/// What programs are told of something that was refused: what it is about, and what the catalogue says of that.
+/// @param value  left out if it is a secret
+FailureFacts factsAbout(std::string dn, std::string attribute, std::string_view value = {});
 
 /// What programs are told of the failure that a handle keeps. Reads its error accessors, as libraryFailure does.
 /// @param file  the one that the message names

@@ -221,7 +221,7 @@ private:
     void require(int code) const
     {
         if (code != LDAP_SUCCESS) {
-            throw libraryFailure(handle_.get(), code, {Stage::update, "", "", "nothing was written"});
+            throw libraryFailure(handle_.get(), code, {Stage::update, "", SourcePlace(), "nothing was written"});
         }
     }
 

@@ -43,7 +43,7 @@ WipedText askedTwice(const std::string& name)
         }
     }
     throw Failure(ExitCode::refused, name + ": there is no new password after " + std::to_string(tries) + " tries",
-                  {"nothing was written; run the command again, or use -T FILE"});
+                  {"nothing was written; run the command again, or use -T FILE"}, factsAbout("", name));
 }
 
 } // namespace
@@ -56,7 +56,7 @@ WipedText newPassword(const std::string& dn, const std::string& name, const std:
     WipedText password = readPasswordFile(*file, "-T");
     if (const auto finding = whyRefused(name, password)) {
         throw Failure(ExitCode::refused, dn + ": " + name + ": " + *finding,
-                      {"nothing was written" + explainAdvice(name)});
+                      {"nothing was written" + explainAdvice(name)}, factsAbout(dn, name));
     }
     return password;
 }

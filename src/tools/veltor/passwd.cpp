@@ -38,7 +38,7 @@ void requireEntry(const Session& session, const std::string& dn)
     Results entry;
     const int code = cfg_read_s(session.handle(), dn.c_str(), LDAP_SCOPE_BASE, entry.receiver());
     if (code != LDAP_SUCCESS) {
-        throw libraryFailure(session.handle(), code, {Stage::update, dn, "", "nothing was written"});
+        throw libraryFailure(session.handle(), code, {Stage::update, dn, SourcePlace(), "nothing was written"});
     }
 }
 
@@ -47,7 +47,7 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
     const std::string name = fullName(options.name, {"nothing was written; see: veltor explain --list '*PW'"});
     if (!isPassword(name)) {
         throw Failure(ExitCode::refused, name + " is not a password",
-                      {"nothing was written; use: veltor set " + name + "=VALUE"});
+                      {"nothing was written; use: veltor set " + name + "=VALUE"}, factsAbout(options.dn, name));
     }
     if (options.file == "-" && target.passwordFile == "-") {
         throw Failure(ExitCode::usage, "standard input can't give both the new password and the one to bind with",

@@ -115,7 +115,7 @@ void bindAs(void* handle, const std::string& dn, const WipedText& password, Purp
         const char* advice = purpose == Purpose::write          ? writeAdvice
                              : purpose == Purpose::authenticate ? administratorAdvice
                                                                 : "";
-        throw libraryFailure(handle, code, {Stage::bind, dn, "", advice});
+        throw libraryFailure(handle, code, {Stage::bind, dn, SourcePlace(), advice});
     }
 }
 

@@ -146,6 +146,15 @@ std::vector<std::string> commentLines(const std::string& comment)
     return lines;
 }
 
+/// What is refused.
+struct Fault
+{
+    const ChangeRecord& record;
+    Place place;
+    std::string attribute = {}; ///< "" for the entry as a whole
+    std::string_view value = {};
+};
+
 class Update
 {
 public:
@@ -179,7 +188,7 @@ private:
 
     void check(const ChangeRecord& record, Place place, int code) const;
     Place placeOfFault(const ChangeRecord& record) const;
-    Failure refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding, int ldap = 0,
+    Failure refusal(ExitCode exit, const Fault& fault, const std::string& finding, int ldap = 0,
                     const std::string& advice = {}) const;
     std::string nothingWritten() const;
 
@@ -235,12 +244,12 @@ void Update::check(const ChangeRecord& record, Place place, int code) const
 {
     if (code != LDAP_SUCCESS) {
         throw libraryFailure(engine_.handle(), code,
-                             {Stage::update, record.dn, placeName(changes_.source, place), nothingWritten()});
+                             {Stage::update, record.dn, placeIn(changes_.source, place), nothingWritten()});
     }
 }
 
 /// @param ldap  what the library would call it, 0 for nothing
-Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, const std::string& finding, int ldap,
+Failure Update::refusal(ExitCode exit, const Fault& fault, const std::string& finding, int ldap,
                         const std::string& advice) const
 {
     std::vector<std::string> details;
@@ -248,9 +257,15 @@ Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, 
         details.push_back(codesOf(ldap, 0));
     }
     details.push_back(nothingWritten() + advice);
-    std::string headline = placeName(changes_.source, place);
-    headline.append(headline.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
-    return {exit, headline, std::move(details), {.ldap = ldap, .code = ldap}};
+    FailureFacts facts = factsAbout(fault.record.dn, fault.attribute, fault.value);
+    facts.ldap = ldap;
+    facts.code = ldap;
+    facts.file = engine_.session().file();
+    facts.source = placeIn(changes_.source, fault.place);
+    std::string headline = facts.source.text();
+    headline.append(headline.empty() ? "" : ": ").append(fault.record.dn).append(": ").append(fault.attribute);
+    headline.append(fault.attribute.empty() ? "" : ": ").append(finding);
+    return {exit, headline, std::move(details), std::move(facts)};
 }
 
 // ---- Looking ----
@@ -258,19 +273,20 @@ Failure Update::refusal(ExitCode exit, const ChangeRecord& record, Place place, 
 // The library writes a text that the locale can't read, and the next load ends there. The session has set the locale.
 void Update::requireReadable() const
 {
-    const auto require = [&](const char* text, Place place) {
+    const auto require = [&](const char* text, Place place, const std::string& dn, const std::string& attribute) {
         if (std::mbstowcs(nullptr, text, 0) == static_cast<std::size_t>(-1)) {
-            throw refusedChange(changes_.source, place, "this is not text in the character set of the locale");
+            throw refusedChange(changes_.source, place, "this is not text in the character set of the locale",
+                                factsAbout(dn, attribute));
         }
     };
     for (const ChangeRecord& record : changes_.records) {
         // A DN from the command line has no place, and an entry that it does not name can't be harmed.
         if (record.place.line > 0) {
-            require(record.dn.c_str(), record.place);
+            require(record.dn.c_str(), record.place, record.dn, "");
         }
         for (const ChangeOperation& operation : record.operations) {
             for (const ChangeValue& value : operation.values) {
-                require(value.text.data(), value.place);
+                require(value.text.data(), value.place, record.dn, operation.attribute);
             }
         }
     }
@@ -292,9 +308,13 @@ void Update::requireKnown() const
             const std::vector<std::string> nearest =
                 known.name.empty() ? known.nearest : std::vector<std::string>{known.name};
             const std::string finding = "unknown setting \"" + operation.attribute + '"' + didYouMean(nearest);
-            std::string message = placeName(changes_.source, operation.place);
+            FailureFacts facts = factsAbout(record.dn, operation.attribute);
+            facts.file = engine_.session().file();
+            facts.source = placeIn(changes_.source, operation.place);
+            std::string message = facts.source.text();
             message.append(message.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
-            throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"});
+            throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"},
+                          std::move(facts));
         }
     }
 }
@@ -307,10 +327,9 @@ void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredA
         const std::optional<cfg_attr_type> type = attributeType(operation.attribute);
         const std::size_t count = valuesOf(after, operation.attribute).size();
         if (type && type->single_valued != 0 && count > 1 && count > valuesOf(before, operation.attribute).size()) {
-            throw refusal(ExitCode::refused, record, operation.place,
-                          operation.attribute + ": only one value is allowed, and there would be " +
-                              std::to_string(count),
-                          0, explainAdvice(operation.attribute));
+            throw refusal(ExitCode::refused, {record, operation.place, operation.attribute},
+                          "only one value is allowed, and there would be " + std::to_string(count), 0,
+                          explainAdvice(operation.attribute));
         }
     }
 }
@@ -331,9 +350,8 @@ void Update::requireEncoded(const ChangeRecord& record) const
         Results results;
         if (cfg_search_s(engine_.handle(), record.dn.c_str(), LDAP_SCOPE_BASE, "", names, 0, results.receiver()) !=
             LDAP_SUCCESS) {
-            throw refusal(ExitCode::refused, record, encoded->place,
-                          operation.attribute +
-                              ": a text of the form >...< is an encoded password, and this one can't be decoded");
+            throw refusal(ExitCode::refused, {record, encoded->place, operation.attribute},
+                          "a text of the form >...< is an encoded password, and this one can't be decoded");
         }
     }
 }
@@ -396,12 +414,12 @@ std::vector<std::string> Update::attributesOf(const ChangeRecord& record) const
 std::string Update::add(ChangeRecord& record)
 {
     if (exists(record, record.dn)) {
-        throw refusal(ExitCode::entry, record, record.place, "this entry exists", LDAP_ALREADY_EXISTS,
+        throw refusal(ExitCode::entry, {record, record.place}, "this entry exists", LDAP_ALREADY_EXISTS,
                       "; veltor apply and veltor set change it");
     }
     const std::string parent(parentOf(record.dn));
     if (!options_.orphan && !parent.empty() && !exists(record, parent)) {
-        throw refusal(ExitCode::refused, record, record.place,
+        throw refusal(ExitCode::refused, {record, record.place},
                       "the entry above it, \"" + parent + "\", is missing; --orphan permits that");
     }
     Modifications modifications(record.operations);
@@ -498,12 +516,14 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     const std::size_t countAfter = valuesOf(after, operation.attribute).size();
     const bool adds = operation.kind == ChangeOperation::Kind::add;
     if ((adds ? countAfter - count : count - countAfter) != operation.values.size()) {
-        const Place place = operation.values.size() == 1 ? operation.values.front().place : operation.place;
-        const std::string finding = operation.values.size() == 1
-                                        ? (adds ? "this value is there already" : "there is no such value")
-                                    : adds ? "one of these values is there already"
-                                           : "one of these values is not there";
-        throw refusal(ExitCode::entry, record, place, operation.attribute + ": " + finding + "; --lenient permits that",
+        Fault fault{record, operation.place, operation.attribute};
+        std::string finding = adds ? "one of these values is there already" : "one of these values is not there";
+        if (operation.values.size() == 1) {
+            fault.place = operation.values.front().place;
+            fault.value = operation.values.front().text.data();
+            finding = adds ? "this value is there already" : "there is no such value";
+        }
+        throw refusal(ExitCode::entry, fault, finding + "; --lenient permits that",
                       adds ? LDAP_TYPE_OR_VALUE_EXISTS : LDAP_NO_SUCH_ATTRIBUTE);
     }
 }
@@ -632,8 +652,9 @@ ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target)
         rest.remove_prefix(std::min(end + 1, rest.size()));
         dn.remove_suffix(dn.ends_with('\r') ? 1 : 0);
         if (dn.find('\0') != std::string_view::npos) {
-            throw Failure(ExitCode::refused, placeName(changes.source, {line, 1}) + ": a DN can't hold a zero byte",
-                          {"nothing was written; correct this line"});
+            const SourcePlace place = placeIn(changes.source, {line, 1});
+            throw Failure(ExitCode::refused, place.text() + ": a DN can't hold a zero byte",
+                          {"nothing was written; correct this line"}, {.source = place});
         }
         if (!dn.empty()) {
             changes.records.push_back({ChangeRecord::Kind::remove, std::string(dn), {line, 1}, {}});
