@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
@@ -101,6 +102,20 @@ TEST_F(SystemLogTest, HasALineForEachChangeWithoutItsSecrets)
                                        "/other.conf: cn=Configuration: zor-slapdSetenv, zor-slapdAdminDN, "
                                        "zor-slapdAdminPW, zor-slapdPeerPW, zor-slapdPort, zor-slapdReferral, "
                                        "zor-slapdSecurity"});
+}
+
+// Whoever reads it does not know in which folder the tool ran.
+TEST_F(SystemLogTest, NamesTheFileFromTheRootAndBehindLinks)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_);
+    std::filesystem::create_symlink("in.conf", "link.conf");
+    const std::string head = "uid " + std::to_string(::getuid()) + " changed " +
+                             std::filesystem::canonical(file_).string() + ": cn=Configuration: zor-slapdPort=";
+    EXPECT_EQ(runLine({setCommand}, "set port=1 -q -F ./in.conf"), 0);
+    EXPECT_EQ(runLine({setCommand}, "set port=2 -q -F link.conf"), 0);
+    std::filesystem::current_path(before);
+    EXPECT_EQ(logLines, (std::vector<std::string>{head + "1", head + "2"}));
 }
 
 TEST_F(SystemLogTest, HasNoLineForWhatChangesNothing)

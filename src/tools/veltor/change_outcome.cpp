@@ -174,10 +174,10 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
     return libraryFailure(handle, code, {Stage::update, "", SourcePlace(), nothingWritten});
 }
 
-// Who reads the log learns who changed what, and no secret.
+// Who reads the log learns who changed what, and no secret. They do not know the folder that this runs in.
 void tellLog(const std::string& file, const ChangeReport& report)
 {
-    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + file + ": " + report.log);
+    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + resolvedName(file) + ": " + report.log);
     ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
     ::syslog(LOG_NOTICE, "%s", line.c_str());
     ::closelog();

@@ -41,13 +41,6 @@ Failure draftFailure(const std::string& name, const char* finding, int error)
             {"nothing was written; the draft needs room and the right to write beside the file"}};
 }
 
-/// A name behind all symbolic links; the name itself where it leads nowhere.
-std::string resolved(const std::string& file)
-{
-    const std::unique_ptr<char, void (*)(void*)> path(::realpath(file.c_str(), nullptr), std::free);
-    return path ? std::string(path.get()) : file;
-}
-
 constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 // What the handler needs, since it may look at nothing else.
@@ -230,7 +223,7 @@ int waitFor(pid_t process)
 
 Draft::Draft(const std::string& file)
 {
-    const std::string original = resolved(file);
+    const std::string original = resolvedName(file);
     folder_ = original + ".edit-XXXXXX";
     if (::mkdtemp(folder_.data()) == nullptr) {
         throw draftFailure(original, "the folder for the draft can't be made beside it", errno);

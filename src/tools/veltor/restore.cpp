@@ -55,7 +55,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     replacement.before = textInPlace(file);
     replacement.source = from;
     replacement.like = from;
-    replacement.log = "restored from " + from;
+    replacement.log = "restored from " + resolvedName(from);
     const WipedText before = replacement.before.value_or(WipedText());
     const std::string difference = shownDifference(view(before), view(replacement.after), file, from);
     if (!difference.empty() && !options.write.yes && !options.write.dryRun) {

@@ -57,14 +57,6 @@ struct Status
     std::optional<int> entries; ///< of a file that loads
 };
 
-std::string resolvedName(const std::string& file)
-{
-    char* const resolved = ::realpath(file.c_str(), nullptr);
-    std::string name = resolved == nullptr ? file : resolved;
-    std::free(resolved);
-    return name;
-}
-
 std::string userName(uid_t user)
 {
     const struct passwd* const entry = ::getpwuid(user);

@@ -189,6 +189,12 @@ std::string fileOf(const TargetOptions& options)
     return getDefaultConfigFilename();
 }
 
+std::string resolvedName(const std::string& file)
+{
+    const std::unique_ptr<char, void (*)(void*)> path(::realpath(file.c_str(), nullptr), std::free);
+    return path ? std::string(path.get()) : file;
+}
+
 Session::Session(const TargetOptions& options, Purpose purpose, const std::string& backup) : file_(fileOf(options))
 {
     checkBindOptions(options);

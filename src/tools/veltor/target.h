@@ -33,6 +33,9 @@ void addTargetOptions(CLI::App& app, TargetOptions& options);
 /// The file that the options mean: -F, else a non-empty VELTOR_FILE, else the library's default.
 std::string fileOf(const TargetOptions& options);
 
+/// The name from the root, behind all symbolic links; as it was given where it leads nowhere.
+std::string resolvedName(const std::string& file);
+
 /// True for who can edit the file anyway: no password would hold them back.
 bool isRootOrOwner(const std::string& file);
 
