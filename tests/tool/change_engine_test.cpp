@@ -146,7 +146,8 @@ TEST_F(ChangeEngineTest, SignalLeavesTheOldTextAndTheLockFree)
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
         EXPECT_EQ(content(), text);
-        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_, output_); }, message_, facts_), ExitCode::done)
+        EXPECT_EQ(exitOf([&] { const ChangeEngine next(target_, options_, output_); }, message_, facts_),
+                  ExitCode::done)
             << message_;
     }
 }

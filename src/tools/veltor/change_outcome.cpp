@@ -5,6 +5,7 @@
 #include "escape.h"
 #include "ldif_output.h"
 #include "masked_text.h"
+#include "secrets.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -52,6 +53,9 @@ std::string linesOf(const std::vector<Outcome>& outcomes)
 {
     std::string lines;
     for (const Outcome& outcome : outcomes) {
+        if (!outcome.isPrinted) {
+            continue;
+        }
         lines += escaped(outcome.dn + ": " + outcome.what) + '\n';
         lines += outcome.goneComments.empty() ? "" : "  with the comment\n";
         for (const std::string& comment : outcome.goneComments) {
@@ -61,17 +65,63 @@ std::string linesOf(const std::vector<Outcome>& outcomes)
     return lines;
 }
 
+Json jsonFor(const std::optional<std::vector<std::string>>& values)
+{
+    if (!values) {
+        return nullptr;
+    }
+    Json array = Json::array();
+    for (const std::string& value : *values) {
+        array.push_back(jsonText(value));
+    }
+    return array;
+}
+
+Json jsonFor(const std::vector<AttributeChange>& attributes)
+{
+    Json array = Json::array();
+    for (const AttributeChange& attribute : attributes) {
+        array.push_back({{"name", jsonText(attribute.name)},
+                         {"before", jsonFor(attribute.before)},
+                         {"after", jsonFor(attribute.after)}});
+    }
+    return array;
+}
+
 Json jsonFor(const std::vector<Outcome>& outcomes)
 {
     Json changes = Json::array();
     for (const Outcome& outcome : outcomes) {
-        Json comments = Json::array();
-        for (const std::string& comment : outcome.goneComments) {
-            comments.push_back(jsonText(comment));
-        }
-        changes.push_back({{"dn", jsonText(outcome.dn)}, {"what", jsonText(outcome.what)}, {"goneComments", comments}});
+        changes.push_back({{"dn", jsonText(outcome.dn)},
+                           {"what", jsonText(outcome.what)},
+                           {"attributes", jsonFor(outcome.attributes)},
+                           {"goneComments", jsonFor(std::optional(outcome.goneComments))}});
     }
     return changes;
+}
+
+bool hasSecret(std::string_view name, const StoredValues& values)
+{
+    return std::any_of(values.begin(), values.end(), [&](std::string_view value) { return isSecret(name, value); });
+}
+
+std::optional<std::vector<std::string>> shownValues(std::string_view name, const StoredValues& values)
+{
+    if (hasSecret(name, values)) {
+        return std::nullopt;
+    }
+    return std::vector<std::string>(values.begin(), values.end());
+}
+
+/// Each of the values that the other list does not have, behind a sign.
+void appendMissing(std::string& out, const StoredValues& values, const StoredValues& other, const char* sign)
+{
+    for (const std::string_view value : values) {
+        if (std::find(other.begin(), other.end(), value) == other.end()) {
+            out += sign;
+            out += value.empty() ? "\"\"" : value;
+        }
+    }
 }
 
 std::string counted(std::size_t count, const char* one, const char* several)
@@ -80,6 +130,54 @@ std::string counted(std::size_t count, const char* one, const char* several)
 }
 
 } // namespace
+
+AttributeChange changeOf(std::string_view name, const StoredValues& before, const StoredValues& after)
+{
+    return {std::string(shownName(name)), shownValues(name, before), shownValues(name, after)};
+}
+
+std::string differenceOf(std::string_view name, const StoredValues& before, const StoredValues& after)
+{
+    if (before == after) {
+        return {};
+    }
+    const std::string shown(shownName(name));
+    if (hasSecret(name, before) || hasSecret(name, after)) {
+        return shown + (after.empty() ? " removed" : " changed");
+    }
+    std::string text;
+    if (before.size() == 1 && after.size() == 1) {
+        text.append(" ").append(before.front()).append(" -> ").append(after.front());
+    } else {
+        appendMissing(text, after, before, " + ");
+        appendMissing(text, before, after, " - ");
+    }
+    return shown + ':' + (text.empty() ? " other order" : text);
+}
+
+Outcome outcomeOf(const EntryDifference& difference)
+{
+    const cfg_message* const before = difference.before;
+    const cfg_message* const after = difference.after;
+    Outcome outcome{std::string(textOf(after == nullptr ? *before : *after)), ""};
+    if (before != nullptr && after != nullptr) {
+        for (const std::string_view name : difference.attributes) {
+            const StoredValues old = valuesOf(attributeOf(*before, name));
+            const StoredValues made = valuesOf(attributeOf(*after, name));
+            outcome.what += (outcome.what.empty() ? "" : "; ") + differenceOf(name, old, made);
+            outcome.attributes.push_back(changeOf(name, old, made));
+        }
+        return outcome;
+    }
+    outcome.what = before == nullptr ? "added" : "deleted";
+    const cfg_message* attribute = before == nullptr ? after->children : before->children;
+    for (; attribute != nullptr; attribute = attribute->next) {
+        const StoredValues values = valuesOf(attribute);
+        outcome.attributes.push_back(changeOf(textOf(*attribute), before == nullptr ? StoredValues() : values,
+                                              before == nullptr ? values : StoredValues()));
+    }
+    return outcome;
+}
 
 void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& options, const std::string& backup,
                 const std::string& difference, Output& output)
@@ -177,7 +275,8 @@ Failure installFailure(void* handle, const std::string& file, int code, const Ch
 // Who reads the log learns who changed what, and no secret. They do not know the folder that this runs in.
 void tellLog(const std::string& file, const ChangeReport& report)
 {
-    const std::string line = escaped("uid " + std::to_string(::getuid()) + " changed " + resolvedName(file) + ": " + report.log);
+    const std::string line =
+        escaped("uid " + std::to_string(::getuid()) + " changed " + resolvedName(file) + ": " + report.log);
     ::openlog("veltor", LOG_PID, LOG_AUTHPRIV);
     ::syslog(LOG_NOTICE, "%s", line.c_str());
     ::closelog();

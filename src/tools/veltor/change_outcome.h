@@ -5,8 +5,10 @@
 #include "failure.h"
 #include "output.h"
 #include "signals_held_back.h"
+#include "stored_tree.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,18 +17,36 @@ namespace veltor::tool {
 
 struct WriteOptions;
 
+/// An attribute that differs. Nothing in the place of values with a secret among them.
+struct AttributeChange
+{
+    std::string name;
+    std::optional<std::vector<std::string>> before, after;
+};
+
+AttributeChange changeOf(std::string_view name, const StoredValues& before, const StoredValues& after);
+
+/// What became of an attribute: "name: 1 -> 2", "name: + new - old", of a secret "name changed" and "name removed"; ""
+/// for nothing.
+std::string differenceOf(std::string_view name, const StoredValues& before, const StoredValues& after);
+
 /// What became of an entry. Secrets are masked, nothing is escaped.
 struct Outcome
 {
     std::string dn, what;
-    std::vector<std::string> goneComments; ///< lines that went with what was taken away
+    std::vector<std::string> goneComments = {}; ///< lines that went with what was taken away
+    std::vector<AttributeChange> attributes = {};
+    bool isPrinted = true; ///< else for the document alone: people have seen the difference
 };
+
+/// What became of an entry, for the document.
+Outcome outcomeOf(const EntryDifference& difference);
 
 /// What a command has done to the tree.
 struct ChangeReport
 {
     std::string source;            ///< where the changes come from, for the heading of the diff; may be empty
-    std::vector<Outcome> outcomes; ///< one for each record
+    std::vector<Outcome> outcomes; ///< one for each record that was read, or for each entry that differs
     std::size_t changes = 0;       ///< attributes that differ, entries that come and go
     std::vector<std::string> dns;  ///< the entries concerned, each once
     bool oldPassword = false;      ///< the backup has a password that the file has no more

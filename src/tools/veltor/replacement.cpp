@@ -58,6 +58,8 @@ void noteDifferences(const StoredTree& before, const StoredTree& after, ChangeRe
                 (what.empty() ? "" : ", ") + logged(std::string(name), valuesOf(attributeOf(*difference.after, name)));
             report.oldPassword = report.oldPassword || (!old.empty() && isPassword(name));
         }
+        report.outcomes.push_back(outcomeOf(difference));
+        report.outcomes.back().isPrinted = false;
         report.changes += difference.attributes.empty() ? 1 : difference.attributes.size();
         report.dns.emplace_back(textOf(entry));
         report.log += std::exchange(separator, "; ") + report.dns.back() + ": " + what;

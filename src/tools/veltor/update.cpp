@@ -91,41 +91,6 @@ const Values& valuesOf(const std::vector<StoredAttribute>& entry, const std::str
     return found == entry.end() ? none : found->values;
 }
 
-/// Each of the values that the other list does not have, behind a sign.
-void appendMissing(std::string& out, const std::vector<WipedText>& values, const std::vector<WipedText>& other,
-                   const char* sign)
-{
-    for (const WipedText& value : values) {
-        if (std::find(other.begin(), other.end(), value) == other.end()) {
-            out += sign;
-            out += view(value).empty() ? "\"\"" : view(value);
-        }
-    }
-}
-
-/// What became of an attribute: "name: 1 -> 2", "name: + new - old", "name changed"; "" for nothing.
-std::string differenceOf(const std::string& name, const Values& before, const Values& after)
-{
-    if (before == after) {
-        return {};
-    }
-    const auto secret = [&](const Values& values) {
-        return std::any_of(values.begin(), values.end(),
-                           [&](const WipedText& value) { return isSecret(name, view(value)); });
-    };
-    if (secret(before) || secret(after)) {
-        return name + " changed";
-    }
-    std::string text;
-    if (before.size() == 1 && after.size() == 1) {
-        text = ' ' + std::string(view(before.front())) + " -> " + std::string(view(after.front()));
-    } else {
-        appendMissing(text, after, before, " + ");
-        appendMissing(text, before, after, " - ");
-    }
-    return name + ':' + (text.empty() ? " other order" : text);
-}
-
 StoredValues viewsOf(const Values& values)
 {
     StoredValues views;
@@ -197,7 +162,10 @@ private:
     ChangeEngine engine_;
     std::size_t index_ = 0; ///< of the record that is being carried out
     ChangeReport report_;
-    std::vector<std::string> goneComments_; ///< of the record that is being carried out
+    // Of the record that is being carried out.
+    std::vector<std::string> goneComments_;
+    std::vector<AttributeChange> attributes_;
+    std::vector<Outcome> below_; ///< of the entries that went with theirs
 };
 
 // ---- Messages ----
@@ -426,7 +394,11 @@ std::string Update::add(ChangeRecord& record)
     const int code = cfg_add_s(engine_.handle(), record.dn.c_str(), modifications.list());
     check(record, code == LDAP_SUCCESS ? record.place : placeOfFault(record), code);
     requireEncoded(record);
-    requireSingle(record, {}, entryOf(record));
+    const std::vector<StoredAttribute> after = entryOf(record);
+    requireSingle(record, {}, after);
+    for (const StoredAttribute& attribute : after) {
+        attributes_.push_back(changeOf(attribute.name, {}, viewsOf(attribute.values)));
+    }
     note(record, 1, "added");
     return "added";
 }
@@ -542,12 +514,15 @@ std::string Update::modify(ChangeRecord& record)
     std::string log;
     std::size_t changes = 0;
     for (const std::string& name : attributesOf(record)) {
-        const std::string difference = differenceOf(name, valuesOf(before, name), valuesOf(after, name));
+        const StoredValues oldValues = viewsOf(valuesOf(before, name));
+        const StoredValues newValues = viewsOf(valuesOf(after, name));
+        const std::string difference = differenceOf(name, oldValues, newValues);
         if (!difference.empty()) {
             text += (text.empty() ? "" : "; ") + difference;
-            log += (log.empty() ? "" : ", ") + logged(name, viewsOf(valuesOf(after, name)));
+            log += (log.empty() ? "" : ", ") + logged(name, newValues);
             ++changes;
-            report_.oldPassword = report_.oldPassword || (isPassword(name) && !valuesOf(before, name).empty());
+            report_.oldPassword = report_.oldPassword || (isPassword(name) && !oldValues.empty());
+            attributes_.push_back(changeOf(name, oldValues, newValues));
         }
     }
     note(record, changes, log);
@@ -556,7 +531,20 @@ std::string Update::modify(ChangeRecord& record)
 
 std::string Update::remove(const ChangeRecord& record)
 {
+    Results gone;
+    // A DN that is none, or of no entry, is for the deletion to refuse.
+    cfg_read_s(engine_.handle(), record.dn.c_str(), options_.withSubtree ? LDAP_SCOPE_SUBTREE : LDAP_SCOPE_BASE,
+               gone.receiver());
     check(record, record.place, cfg_delete_s(engine_.handle(), record.dn.c_str()));
+    for (const cfg_message* entry = gone.first(); entry != nullptr; entry = entry->next) {
+        Outcome outcome = outcomeOf({entry, nullptr, {}});
+        if (entry == gone.first()) {
+            attributes_ = std::move(outcome.attributes);
+        } else {
+            outcome.isPrinted = false;
+            below_.push_back(std::move(outcome));
+        }
+    }
     note(record, 1, "deleted");
     return options_.withSubtree ? "deleted, with what was below it" : "deleted";
 }
@@ -586,6 +574,8 @@ std::string Update::ensure(ChangeRecord& record)
 void Update::carryOut(ChangeRecord& record)
 {
     goneComments_.clear();
+    attributes_.clear();
+    below_.clear();
     std::string outcome;
     switch (record.kind) {
     case ChangeRecord::Kind::add:
@@ -601,7 +591,8 @@ void Update::carryOut(ChangeRecord& record)
         outcome = ensure(record);
         break;
     }
-    report_.outcomes.push_back({record.dn, std::move(outcome), goneComments_});
+    report_.outcomes.push_back({record.dn, std::move(outcome), goneComments_, std::move(attributes_)});
+    std::move(below_.begin(), below_.end(), std::back_inserter(report_.outcomes));
 }
 
 ExitCode Update::run()
