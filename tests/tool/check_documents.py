@@ -62,6 +62,7 @@ RUNS = [
     (["check"], 0, {"file", "findings", "counts"}),
     (["check", "--deep"], 1, {"file", "findings", "counts"}),
     (["check", "broken.conf"], 1, {"file", "findings", "counts"}),
+    (["check", "-F", "zorslapd.conf", "broken.conf"], 2, {"error"}),
     (["check", "missing.conf"], 4, {"file", "error"}),
     (["status"], 0, {"file", "status"}),
     (["status", "-F", "broken.conf"], 4, {"file", "status", "error"}),

@@ -59,6 +59,9 @@ ExitCode check(const CheckOptions& options, const TargetOptions& given, Output& 
 {
     output.formOf({Form::text});
     TargetOptions target = given;
+    if (options.file && target.file) {
+        throw Failure(ExitCode::usage, "FILE and -F both name the file to check", {"nothing was read; give one"});
+    }
     if (options.file) {
         target.file = options.file;
     }
