@@ -139,7 +139,11 @@ RUNS = [
     (["completion", "fish"], 2, {"error"}),
     (["help", "get"], 0, {"help"}),
     (["help", "gte"], 2, {"error"}),
+    (["get", "--help"], 0, {"help"}),
+    (["-h"], 0, {"help"}),
     (["version"], 0, {"version"}),
+    (["-V"], 0, {"version"}),
+    (["get", "--version"], 0, {"version"}),
 ]
 
 SECRETS = re.compile("secret-of-the-example|>1")

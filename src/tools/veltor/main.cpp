@@ -11,6 +11,7 @@
 #include <exception>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -193,12 +194,25 @@ public:
 private:
     int end(const CLI::ParseError& error, const Words& words)
     {
+        outputOptions_.json = outputOptions_.json || asksForJson(words);
         // Help and version come as an exception as well.
         if (dynamic_cast<const CLI::Success*>(&error) != nullptr) {
-            return application_.exit(error);
+            return runAndTell({nullptr, [&] { return tellOfItself(error); }, true}, output_);
         }
-        outputOptions_.json = outputOptions_.json || asksForJson(words);
         return tell(refusedCommandLine(application_, error), output_);
+    }
+
+    ExitCode tellOfItself(const CLI::ParseError& asked)
+    {
+        const bool version = dynamic_cast<const CLI::CallForVersion*>(&asked) != nullptr;
+        if (!output_.json()) {
+            writeOut(STDOUT_FILENO, version ? std::string(asked.what()) + '\n' : application_.help());
+        } else if (version) {
+            output_.document().set("version", VELTOR_VERSION);
+        } else {
+            output_.document().set("help", application_.help());
+        }
+        return ExitCode::done;
     }
 
     CLI::App application_{"Reads and changes the configuration of the directory server.", "veltor"};
