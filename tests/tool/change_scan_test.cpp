@@ -22,7 +22,7 @@ namespace {
 std::string scanned(const std::string& text)
 {
     std::string out;
-    for (const ScannedRecord& record : scanChanges("in", text)) {
+    for (const ScannedRecord& record : scanChanges({"in", "modify"}, text)) {
         out += out.empty() ? "" : "| ";
         for (const ScannedLine& line : record.lines) {
             out += line.name + '=' + std::string(view(line.value)) + placeName("@", line.valuePlace).substr(1) + ' ';
@@ -35,7 +35,7 @@ std::string scanned(const std::string& text)
 std::string refusalOf(const std::string& text)
 {
     try {
-        scanChanges("in", text);
+        scanChanges({"in", "modify"}, text);
         return "taken";
     } catch (const Failure& failure) {
         EXPECT_EQ(failure.exit(), ExitCode::refused);
@@ -249,7 +249,7 @@ RC_GTEST_PROP(ChangeScan, EndsInRecordsOrInAPlace, ())
         text += line;
     }
     try {
-        for (const ScannedRecord& record : scanChanges("in", text)) {
+        for (const ScannedRecord& record : scanChanges({"in", "modify"}, text)) {
             RC_ASSERT(!record.lines.empty());
             RC_ASSERT(record.text.data() >= text.data());
             RC_ASSERT(record.text.data() + record.text.size() <= text.data() + text.size());

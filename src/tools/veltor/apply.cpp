@@ -25,7 +25,7 @@ struct ApplyOptions
 
 ExitCode apply(const ApplyOptions& options, const TargetOptions& target, Output& output)
 {
-    ChangeSet changes = changesFrom(options.file, RecordForm::newEntries, target);
+    ChangeSet changes = changesFrom(options.file, RecordForm::newEntries, target, "apply");
     for (ChangeRecord& record : changes.records) {
         record.kind = ChangeRecord::Kind::ensure;
     }

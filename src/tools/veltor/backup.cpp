@@ -128,6 +128,7 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
     NewFile file(copy);
     file.write(view(text));
     file.install(original);
+    output.noteState("the copy was made; compare it with: veltor diff " + copy);
     output.document().set("backup", jsonText(copy));
     output.print(session.file() + ": copied to " + copy);
     return ExitCode::done;

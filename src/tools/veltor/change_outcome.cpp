@@ -182,6 +182,8 @@ Outcome outcomeOf(const EntryDifference& difference)
 void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& options, const std::string& backup,
                 const std::string& difference, Output& output)
 {
+    output.noteState(ending == Ending::written ? "all changes are in the file; see them with: veltor diff"
+                                               : "nothing was written; run the command again");
     Document& document = output.document();
     document.set("dryRun", options.dryRun);
     document.set("changes", jsonFor(report.outcomes));
@@ -210,13 +212,7 @@ void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& o
         lines += backup.empty() ? "" : escaped("; backup " + backup);
         lines += report.oldPassword && !backup.empty() ? " (holds the old password)\n" : "\n";
     }
-    try {
-        writeOut(STDOUT_FILENO, lines);
-    } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(),
-                      {ending == Ending::written ? "all changes are in the file; see them with: veltor diff"
-                                                 : "nothing was written; run the command again"});
-    }
+    output.write(lines);
 }
 
 std::string differenceFor(const ChangeReport& report, std::string_view before, std::string_view after,

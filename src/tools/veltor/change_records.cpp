@@ -37,19 +37,19 @@ struct Line
 class LineReader
 {
 public:
-    LineReader(const std::string& source, const ScannedRecord& record);
+    LineReader(const ChangeSource& source, const ScannedRecord& record);
 
     std::vector<Line> read();
 
 private:
     Line lineOf(char* line, const ScannedLine& scanned) const;
 
-    const std::string& source_;
+    const ChangeSource& source_;
     const ScannedRecord& record_;
     WipedText buffer_; // the reader decodes in place
 };
 
-LineReader::LineReader(const std::string& source, const ScannedRecord& record) : source_(source), record_(record)
+LineReader::LineReader(const ChangeSource& source, const ScannedRecord& record) : source_(source), record_(record)
 {
     for (const char byte : record.text) {
         if (byte == '\n' && !buffer_.empty() && buffer_.back() == '\r') {
@@ -102,7 +102,7 @@ Line LineReader::lineOf(char* line, const ScannedLine& scanned) const
 class RecordReader
 {
 public:
-    RecordReader(const std::string& source, RecordForm form, std::vector<Line> lines)
+    RecordReader(const ChangeSource& source, RecordForm form, std::vector<Line> lines)
         : source_(source), form_(form), lines_(std::move(lines))
     {
     }
@@ -124,7 +124,7 @@ private:
         throw refusedChange(source_, place, finding);
     }
 
-    const std::string& source_;
+    const ChangeSource& source_;
     RecordForm form_;
     std::vector<Line> lines_;
     std::size_t at_ = 0;
@@ -305,7 +305,7 @@ void requireAnEnd(int descriptor, const std::string& file)
 
 } // namespace
 
-std::vector<ChangeRecord> readChanges(const std::string& source, const WipedText& text, RecordForm form)
+std::vector<ChangeRecord> readChanges(const ChangeSource& source, const WipedText& text, RecordForm form)
 {
     std::vector<ChangeRecord> records;
     for (const ScannedRecord& scanned : scanChanges(source, view(text))) {
@@ -331,7 +331,8 @@ WipedText readChangeFile(const std::string& file)
         }
         if (count < 0 && error != EINTR) {
             throw Failure(ExitCode::file, nameOf(file) + ": " + std::strerror(error),
-                          {"nothing was written; -f names a file with changes, - is standard input"});
+                          {"nothing was written; -f names a file with changes, - is standard input"},
+                          {.file = nameOf(file)});
         }
     }
 }

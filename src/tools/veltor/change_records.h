@@ -49,9 +49,8 @@ enum class RecordForm {
 /// Reads a text of records (RFC 2849): looks at the whole of it with scanChanges first, then has the LDAP client
 /// library's LDIF reader take it apart.
 ///
-/// @param source  the name of the text for messages
 /// @throws Failure (refused) with SOURCE:LINE:COLUMN
-std::vector<ChangeRecord> readChanges(const std::string& source, const WipedText& text, RecordForm form);
+std::vector<ChangeRecord> readChanges(const ChangeSource& source, const WipedText& text, RecordForm form);
 
 /// Reads the text of a file, "-" for standard input.
 /// @throws Failure (file) when it can't be read

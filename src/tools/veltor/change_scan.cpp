@@ -205,7 +205,7 @@ private:
 class Scanner
 {
 public:
-    Scanner(const std::string& source, std::string_view text) : source_(source), rest_(text) {}
+    Scanner(const ChangeSource& source, std::string_view text) : source_(source), rest_(text) {}
 
     std::vector<ScannedRecord> run();
 
@@ -229,7 +229,7 @@ private:
         throw refusedChange(source_, place, finding);
     }
 
-    const std::string& source_;
+    const ChangeSource& source_;
     std::string_view rest_;
     std::size_t number_ = 0;
     std::vector<ScannedRecord> records_;
@@ -529,17 +529,17 @@ std::string placeName(const std::string& source, Place place)
     return placeIn(source, place).text();
 }
 
-Failure refusedChange(const std::string& source, Place place, const std::string& finding, FailureFacts about)
+Failure refusedChange(const ChangeSource& source, Place place, const std::string& finding, FailureFacts about)
 {
-    about.source = placeIn(source, place);
+    about.source = placeIn(source.name, place);
     const std::string where = about.source.text();
     return {ExitCode::refused,
             (where.empty() ? where : where + ": ") + finding,
-            {"nothing was written; see: veltor help modify"},
+            {"nothing was written; see: veltor help " + source.command},
             std::move(about)};
 }
 
-std::vector<ScannedRecord> scanChanges(const std::string& source, std::string_view text)
+std::vector<ScannedRecord> scanChanges(const ChangeSource& source, std::string_view text)
 {
     return Scanner(source, text).run();
 }

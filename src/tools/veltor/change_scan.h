@@ -22,6 +22,13 @@ struct Place
     std::size_t column = 0;
 };
 
+/// Where changes come from.
+struct ChangeSource
+{
+    std::string name;    ///< of the text, for messages
+    std::string command; ///< that takes them: its help tells what may stand there
+};
+
 /// One logical line: unfolded, its base64 decoded.
 struct ScannedLine
 {
@@ -40,12 +47,11 @@ struct ScannedRecord
 
 /// Splits a text into records.
 ///
-/// @param source  the name of the text for messages
 /// @param text    must outlive the records
 /// @throws Failure (refused) with SOURCE:LINE:COLUMN for what would make the LDIF reader open something (":<",
 ///                "include:", a record that begins with a digit), for controls and renaming, for what is no LDIF,
 ///                and for what the configuration file would not give back as it was given
-std::vector<ScannedRecord> scanChanges(const std::string& source, std::string_view text);
+std::vector<ScannedRecord> scanChanges(const ChangeSource& source, std::string_view text);
 
 /// Why the configuration file would not give this value back as it is, or must not hold it; nothing if it would.
 /// @param attribute  "dn" for the DN of an entry
@@ -65,7 +71,7 @@ SourcePlace placeIn(const std::string& source, Place place);
 
 /// The refusal of something in a text of changes, of which nothing was carried out.
 /// @param about  what it is about, as far as that is known; its place is filled in
-Failure refusedChange(const std::string& source, Place place, const std::string& finding, FailureFacts about = {});
+Failure refusedChange(const ChangeSource& source, Place place, const std::string& finding, FailureFacts about = {});
 
 } // namespace veltor::tool
 

@@ -31,7 +31,8 @@ ExitCode deleteEntries(const DeleteOptions& options, const TargetOptions& target
         throw Failure(ExitCode::usage, "delete needs the DN of an entry",
                       {"nothing was written; list the DNs with: veltor search --format value dn"});
     }
-    ChangeSet changes = options.file ? deletionsFrom(*options.file, target) : ChangeSet{"", {}, deletionWording};
+    ChangeSet changes =
+        options.file ? deletionsFrom(*options.file, target) : ChangeSet{{"", "delete"}, {}, deletionWording};
     std::vector<ChangeRecord> named;
     for (const std::string& dn : options.dns) {
         named.push_back({ChangeRecord::Kind::remove, dn, {}, {}});

@@ -183,11 +183,20 @@ WipedText ldifOf(const std::string& before, const std::string& after, const Targ
 
 WipedText textDiffOf(const std::string& before, const std::string& after)
 {
-    const WipedText beforeText = readConfiguration(before);
-    const WipedText afterText = readConfiguration(after);
+    const std::string advice = "nothing was compared; name another file";
+    const WipedText beforeText = readConfiguration(before, advice);
+    const WipedText afterText = readConfiguration(after, advice);
     WipedText out;
     append(out, shownDifference(view(beforeText), view(afterText), before, after));
     return out;
+}
+
+void requireReadable(const std::string& file, const char* nextStep)
+{
+    if (const std::optional<Failure> failure = unreadableFile(file)) {
+        throw Failure(failure->exit(), failure->what(),
+                      {failure->details().front(), std::string("nothing was compared; ") + nextStep}, failure->facts());
+    }
 }
 
 ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& output)
@@ -200,6 +209,8 @@ ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& o
     output.document().setFile(file);
     const std::string before = options.before.value_or(file + ".bak");
     const std::string after = options.after.value_or(file);
+    requireReadable(before, options.before ? "name another file" : "make a backup with: veltor backup");
+    requireReadable(after, "name another file");
     const WipedText out = options.ldif ? ldifOf(before, after, target, output) : textDiffOf(before, after);
     if (output.json()) {
         output.document().set("different", !out.empty());

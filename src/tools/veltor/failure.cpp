@@ -23,6 +23,15 @@ namespace {
 // The password codec's code, for which LDAP client libraries have another number.
 constexpr int decodingError = 84;
 
+// For text that the character set of the locale does not have. The library's table of codes is without them.
+constexpr int unreadableText = 162;
+constexpr int unwritableText = 163;
+
+const char* meaningOf(int code)
+{
+    return code == unreadableText || code == unwritableText ? "Not text in the character set" : cfg_err2string(code);
+}
+
 /// The error accessors, read once.
 struct Report
 {
@@ -110,7 +119,7 @@ std::vector<Cause> chainOf(void* handle)
         if (cfg_failure_at(handle, index, &record) != LDAP_SUCCESS) {
             break;
         }
-        chain.push_back({record.ldap, record.code, record.line, cfg_err2string(record.code), record.file, record.dn,
+        chain.push_back({record.ldap, record.code, record.line, meaningOf(record.code), record.file, record.dn,
                          record.attribute, toldValue(record.attribute, lentText(record.value))});
     }
     return chain;
@@ -234,9 +243,8 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
         return "out of memory";
     case decodingError:
         return "the stored password can't be decoded";
-    // The library's own codes for text that the character set of the locale does not have.
-    case 162:
-    case 163:
+    case unreadableText:
+    case unwritableText:
         return value + " is not text in the character set of the locale";
     default:
         return cfg_err2string(report.code);
@@ -388,9 +396,9 @@ FailureFacts keptFacts(void* handle, int code, const std::string& file)
 
 std::string codesOf(int ldap, int code)
 {
-    std::string codes = "result " + std::to_string(ldap) + " (" + cfg_err2string(ldap) + ")";
+    std::string codes = "result " + std::to_string(ldap) + " (" + meaningOf(ldap) + ")";
     if (code != ldap && code != 0) {
-        codes += ", code " + std::to_string(code) + " (" + cfg_err2string(code) + ")";
+        codes += ", code " + std::to_string(code) + " (" + meaningOf(code) + ")";
     }
     return codes;
 }

@@ -360,6 +360,7 @@ ExitCode init(const InitOptions& options, const TargetOptions& given, Output& ou
         throw existing(file, "exists", "somebody else has just made it");
     }
     giveToServer(file);
+    output.noteState("the file was made; look at it with: veltor check");
     output.print(file + ": written, with the administrator " + fresh.administrator + " and the suffix " +
                  joined(fresh.suffixes, "; "));
     return ExitCode::done;

@@ -55,7 +55,7 @@ int tell(const Failure& failure, Output& output)
 {
     if (output.json()) {
         output.document().setFailure(failure);
-        writeOut(STDOUT_FILENO, view(output.document().text(failure.exit())));
+        output.write(view(output.document().text(failure.exit())));
         return exitStatus(failure.exit());
     }
     std::string message = failure.message(output.coloured(STDERR_FILENO, "error", red));
@@ -84,7 +84,7 @@ int runAndTell(const Command& command, Output& output)
     try {
         const ExitCode exit = runCommand(command, output);
         if (output.json()) {
-            writeOut(STDOUT_FILENO, view(output.document().text(exit)));
+            output.write(view(output.document().text(exit)));
         }
         return exitStatus(exit);
     } catch (const Failure& failure) {
@@ -206,7 +206,7 @@ private:
     {
         const bool version = dynamic_cast<const CLI::CallForVersion*>(&asked) != nullptr;
         if (!output_.json()) {
-            writeOut(STDOUT_FILENO, version ? std::string(asked.what()) + '\n' : application_.help());
+            output_.write(version ? std::string(asked.what()) + '\n' : application_.help());
         } else if (version) {
             output_.document().set("version", VELTOR_VERSION);
         } else {

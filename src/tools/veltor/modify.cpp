@@ -34,9 +34,10 @@ struct ModifyOptions
     UpdateOptions update;
 };
 
-ExitCode runChanges(const ModifyOptions& options, RecordForm form, const TargetOptions& target, Output& output)
+ExitCode runChanges(const ModifyOptions& options, RecordForm form, const std::string& command,
+                    const TargetOptions& target, Output& output)
 {
-    return carryOut(changesFrom(options.file, form, target), target, options.update, output);
+    return carryOut(changesFrom(options.file, form, target, command), target, options.update, output);
 }
 
 void addFileOption(CLI::App& command, ModifyOptions& options)
@@ -59,7 +60,7 @@ Command modifyCommand(CLI::App& application, const TargetOptions& target, Output
     command->footer(std::string(modifyFooter) + writeFooter);
     return {command, [options, &target, &output] {
                 return runChanges(*options, options->contentIsAdd ? RecordForm::changesAndContent : RecordForm::changes,
-                                  target, output);
+                                  "modify", target, output);
             }};
 }
 
@@ -69,8 +70,9 @@ Command addCommand(CLI::App& application, const TargetOptions& target, Output& o
     CLI::App* command = application.add_subcommand("add", "Add entries from LDIF")->group("Commands");
     addFileOption(*command, *options);
     command->footer(std::string(addFooter) + writeFooter);
-    return {command,
-            [options, &target, &output] { return runChanges(*options, RecordForm::newEntries, target, output); }};
+    return {command, [options, &target, &output] {
+                return runChanges(*options, RecordForm::newEntries, "add", target, output);
+            }};
 }
 
 } // namespace veltor::tool

@@ -135,10 +135,19 @@ void Output::appendBareValue(WipedText& out, std::string_view value) const
     out.push_back(options_.endWithNul ? '\0' : '\n');
 }
 
+void Output::write(std::string_view text) const
+{
+    try {
+        writeOut(STDOUT_FILENO, text);
+    } catch (const Failure& failure) {
+        throw Failure(failure.exit(), failure.what(), state_.empty() ? failure.details() : std::vector{state_});
+    }
+}
+
 void Output::print(const std::string& line) const
 {
     if (!json() && !quiet()) {
-        writeOut(STDOUT_FILENO, escaped(line) + '\n');
+        write(escaped(line) + '\n');
     }
 }
 

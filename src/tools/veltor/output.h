@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace veltor::tool {
@@ -63,6 +64,13 @@ public:
     /// Adds a value of the form "value" and the byte that ends it: raw, but escaped where a terminal would obey it.
     void appendBareValue(WipedText& out, std::string_view value) const;
 
+    /// Has a failure to print say this of the state of things.
+    void noteState(std::string state) { state_ = std::move(state); }
+
+    /// Prints a text as it is.
+    /// @throws Failure  (writeFailed)
+    void write(std::string_view text) const;
+
     /// Prints a line, escaped, for people: not with --json and not with -q.
     void print(const std::string& line) const;
 
@@ -71,6 +79,7 @@ public:
 private:
     OutputOptions& options_;
     Document document_;
+    std::string state_; ///< "" while nothing was done
 };
 
 inline constexpr const char* red = "\x1B[31m";

@@ -61,7 +61,7 @@ ExitCode setPassword(const PasswordOptions& options, const TargetOptions& target
     ChangeOperation& operation =
         record.operations.emplace_back(ChangeOperation{ChangeOperation::Kind::replace, name, {}, {}});
     operation.values.push_back({newPassword(options.dn, name, options.file), {}});
-    ChangeSet changes;
+    ChangeSet changes{{"", "passwd"}, {}};
     changes.records.push_back(std::move(record));
     return carryOut(std::move(changes), once, options.update, output);
 }

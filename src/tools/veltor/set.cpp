@@ -34,7 +34,7 @@ ExitCode set(const SetOptions& options, const TargetOptions& target, Output& out
         throw Failure(ExitCode::usage, "-m: a comment is one line of text",
                       {"nothing was written; leave line feeds and control characters out"});
     }
-    ChangeSet changes;
+    ChangeSet changes{{"", "set"}, {}};
     changes.records.push_back(
         recordOf(options.dn, options.assignments, options.comment, options.update.write.allowUnknown));
     return carryOut(std::move(changes), target, options.update, output);

@@ -34,7 +34,7 @@ ExitCode unset(UnsetOptions& options, const TargetOptions& target, Output& outpu
         // What the catalogue does not have may still stand in the file, and be taken out.
         record.operations.push_back({ChangeOperation::Kind::remove, settingName(name, true), {}, {}});
     }
-    ChangeSet changes;
+    ChangeSet changes{{"", "unset"}, {}};
     changes.records.push_back(std::move(record));
     return carryOut(std::move(changes), target, options.update, output);
 }

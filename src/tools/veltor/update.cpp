@@ -212,7 +212,7 @@ void Update::check(const ChangeRecord& record, Place place, int code) const
 {
     if (code != LDAP_SUCCESS) {
         throw libraryFailure(engine_.handle(), code,
-                             {Stage::update, record.dn, placeIn(changes_.source, place), nothingWritten()});
+                             {Stage::update, record.dn, placeIn(changes_.source.name, place), nothingWritten()});
     }
 }
 
@@ -229,7 +229,7 @@ Failure Update::refusal(ExitCode exit, const Fault& fault, const std::string& fi
     facts.ldap = ldap;
     facts.code = ldap;
     facts.file = engine_.session().file();
-    facts.source = placeIn(changes_.source, fault.place);
+    facts.source = placeIn(changes_.source.name, fault.place);
     std::string headline = facts.source.text();
     headline.append(headline.empty() ? "" : ": ").append(fault.record.dn).append(": ").append(fault.attribute);
     headline.append(fault.attribute.empty() ? "" : ": ").append(finding);
@@ -278,7 +278,7 @@ void Update::requireKnown() const
             const std::string finding = "unknown setting \"" + operation.attribute + '"' + didYouMean(nearest);
             FailureFacts facts = factsAbout(record.dn, operation.attribute);
             facts.file = engine_.session().file();
-            facts.source = placeIn(changes_.source, operation.place);
+            facts.source = placeIn(changes_.source.name, operation.place);
             std::string message = facts.source.text();
             message.append(message.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
             throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"},
@@ -605,7 +605,7 @@ ExitCode Update::run()
     for (; index_ < changes_.records.size(); ++index_) {
         carryOut(changes_.records[index_]);
     }
-    report_.source = changes_.source;
+    report_.source = changes_.source.name;
     return engine_.finish(report_);
 }
 
@@ -624,17 +624,17 @@ std::string sourceName(const std::string& file)
 
 } // namespace
 
-ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target)
+ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target, const std::string& command)
 {
     requireInputForBoth(file, target);
-    const std::string source = sourceName(file);
+    const ChangeSource source{sourceName(file), command};
     return {source, readChanges(source, readChangeFile(file), form)};
 }
 
 ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target)
 {
     requireInputForBoth(file, target);
-    ChangeSet changes{sourceName(file), {}, deletionWording};
+    ChangeSet changes{{sourceName(file), "delete"}, {}, deletionWording};
     const WipedText text = readChangeFile(file);
     std::string_view rest = view(text);
     for (std::size_t line = 1; !rest.empty(); ++line) {
@@ -643,7 +643,7 @@ ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target)
         rest.remove_prefix(std::min(end + 1, rest.size()));
         dn.remove_suffix(dn.ends_with('\r') ? 1 : 0);
         if (dn.find('\0') != std::string_view::npos) {
-            const SourcePlace place = placeIn(changes.source, {line, 1});
+            const SourcePlace place = placeIn(changes.source.name, {line, 1});
             throw Failure(ExitCode::refused, place.text() + ": a DN can't hold a zero byte",
                           {"nothing was written; correct this line"}, {.source = place});
         }

@@ -22,7 +22,7 @@ inline constexpr ChangeWording deletionWording{"DN", "DNs"};
 
 struct ChangeSet
 {
-    std::string source; ///< what the places of the records refer to
+    ChangeSource source; ///< what the places of the records refer to
     std::vector<ChangeRecord> records;
     ChangeWording wording{"record", "records"};
 };
@@ -39,7 +39,9 @@ struct UpdateOptions
 /// Reads the records of a file, "-" for standard input. Ahead of the bind, so that nobody types a password for changes
 /// that are refused.
 /// @throws Failure  as readChangeFile and readChanges do; usage when standard input is to give the password as well
-ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target);
+/// @param command  that takes them
+ChangeSet changesFrom(const std::string& file, RecordForm form, const TargetOptions& target,
+                      const std::string& command);
 
 /// Reads the DNs of entries to delete, one a line, as changesFrom reads records. Empty lines are left out.
 ChangeSet deletionsFrom(const std::string& file, const TargetOptions& target);

@@ -10,12 +10,12 @@
 
 namespace veltor::tool {
 
-WipedText readConfiguration(const std::string& file)
+WipedText readConfiguration(const std::string& file, const std::string& advice)
 {
     try {
         return readChangeFile(file);
     } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(), {"nothing was written; name another file"});
+        throw Failure(failure.exit(), failure.what(), {advice}, failure.facts());
     }
 }
 

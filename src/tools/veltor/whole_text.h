@@ -11,8 +11,10 @@
 namespace veltor::tool {
 
 /// The bytes of a configuration file, as they are.
+/// @param advice  what a failure says of the state of things and of the next step
 /// @throws Failure (file)
-WipedText readConfiguration(const std::string& file);
+WipedText readConfiguration(const std::string& file,
+                            const std::string& advice = "nothing was written; name another file");
 
 /// The options that read this file without a bind.
 TargetOptions readingOf(const std::string& file);
