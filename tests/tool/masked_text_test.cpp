@@ -56,7 +56,11 @@ TEST(MaskedText, HidesWhatMayBeASecret)
         {"# zor-slapdPwEncryption: sha\n", "# zor-slapdPwEncryption: sha\n"},
         // A known attribute may speak of a host with such a name.
         {"zor-slapdMasterReferral: ldap://pwhost:389\n", "zor-slapdMasterReferral: ldap://pwhost:389\n"},
-        // Rejected lines.
+        // Rejected lines, under a known name as well.
+        {"zor-slapdAdminDN: password: x\n", "zor-slapdAdminDN: ***\n"},
+        {"zor-slapdSizeLimit: pw:x\n", "zor-slapdSizeLimit: ***\n"},
+        {"zor-slapdSizeLimit: p\n w:x\n", "zor-slapdSizeLimit: ***\n ***\n"},
+        {"zor-slapdSizeLimit: many\n", "zor-slapdSizeLimit: many\n"},
         {"zor-slapdInvalidLine: zor-slapdAdminPW: far-too-long\n", "zor-slapdInvalidLine: ***\n"},
         {"zor-slapdInvalidLine: zor-slapdPort: abc\n", "zor-slapdInvalidLine: zor-slapdPort: abc\n"},
         // Lines without a colon, where nobody can tell a name from a value.

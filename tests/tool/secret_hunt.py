@@ -33,6 +33,7 @@ zor-slapdSetenv: TOKEN=SecretEnvironment
 unheardOfPassword: SecretUnknown
 zor-slapdAdminPW SecretRejected: x
 zor-slapdMasterPW: {encoded}
+zor-slapdSizeLimit: pw:SecretLimit
 
 dn: cn=Front End, cn=Configuration
 cn: Front End
@@ -69,7 +70,7 @@ COMMANDS = [
     ["get", "-F", "broken.conf", "port"],
     ["set", "port=1"], ["set", "-n", "port=1"], ["set", "setenv=A=SecretArgument"], ["set", "adminPW=SecretArgument"],
     ["set", "-n", "setenv+=A=SecretArgument"], ["set", "--allow-unknown", "xPassword=SecretArgument"],
-    ["set", "port=SecretArgument"], ["set", "-m", "password: SecretArgument", "port=7"],
+    ["set", "port=SecretArgument"], ["set", "port=password: SecretArgument"], ["set", "-m", "password: SecretArgument", "port=7"],
     ["unset", "adminPW"], ["unset", "--allow-lockout", "adminPW"], ["unset", "-n", "setenv"], ["unset", "setenv"],
     ["modify", "-f", "change.ldif"], ["modify", "-n", "-f", "change.ldif"], ["modify", "-f", "setenv.ldif"],
     ["modify", "-n", "-f", "setenv.ldif"], ["modify", "-f", "bad.ldif"], ["modify", "-f", "undecodable.ldif"],
@@ -121,7 +122,8 @@ def prepared(binary, base):
     text = CONFIGURATION.replace("{encoded}", encoded)
     put(folder, "zorslapd.conf", text)
     put(folder, "broken.conf", text + BROKEN)
-    put(folder, "other.conf", text.replace("389", "390").replace("SecretRejected: x", "SecretRejected: y").replace("SecretEnvironment", "SecretOther"))
+    put(folder, "other.conf", text.replace("389", "390").replace("SecretRejected: x", "SecretRejected: y")
+        .replace("SecretEnvironment", "SecretOther").replace("SecretLimit", "SecretOtherLimit"))
     os.unlink(os.path.join(folder, "zorslapd.conf.lock"))
     return folder, text
 

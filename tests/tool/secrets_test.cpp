@@ -43,6 +43,21 @@ TEST(Secrets, AreKnownByNameAndByLook)
         // A line that was indented by mistake is part of the value above it.
         {"zor-slapdSuffix", "o=sample zor-slapdAdminPW: x", true},
         {"zor-slapdMasterReferral", "ldap://pwhost:389", false},
+        // What the type refuses makes the line one that is kept as it is, by whatever name it was.
+        {"zor-slapdPort", "password: x", true},
+        {"zor-slapdSizeLimit", "pw:x", true},
+        {"zor-slapdReadOnly", "my password: x", true},
+        {"zor-slapdSslCipherSpecs", "pw: x", true},
+        {"zor-slapdAdminDN", "password: x", true},
+        {"zor-slapdDbName", "pw: too-long", true},
+        {"zor-slapdPwEncryption", "a: b", true},
+        {"zor-slapdPort", "pw", false},
+        {"zor-slapdPort", "a: pw", false},
+        // What it takes is a value like others.
+        {"zor-slapdDbName", "pw:x", false},
+        {"zor-slapdErrorLog", "/var/log/pw:1/errors", false},
+        {"zor-slapdReferral", "ldap://password.example:389", false},
+        {"zor-slapdAdminDN", "cn=pw", false},
         // A rejected line is a whole line of the file.
         {"zor-slapdInvalidLine", "zor-slapdAdminPW: far-too-long", true},
         {"zor-slapdInvalidLine", "zor-slapdAdminPW secret: ", true},

@@ -68,6 +68,23 @@ std::string_view beforeLastColon(std::string_view text)
     return text.substr(0, colon == std::string_view::npos ? 0 : colon);
 }
 
+/// True where a load can't use a value with a colon in it, so that it keeps the whole line. A DN may have a colon, but
+/// hardly behind such a word.
+bool refusesWithColon(const cfg_attr_type& type, std::string_view value)
+{
+    const std::string_view syntax = type.syntax;
+    const bool isText = syntax != "int" && syntax != "enum" && syntax != "mask" && syntax != "dn";
+    return !isText || (type.maximum > 0 && value.size() > static_cast<std::size_t>(type.maximum));
+}
+
+/// True for a value that makes its line a rejected one that looks like a secret. Other types hold a path or a URL that
+/// has such a word in it for good reason.
+bool makesSecretLine(const cfg_attr_type& type, std::string_view value)
+{
+    return value.find(':') != std::string_view::npos && refusesWithColon(type, value) &&
+           (looksLikePassword(type.name) || looksLikePassword(beforeLastColon(value)));
+}
+
 } // namespace
 
 bool isSecretLine(std::string_view line)
@@ -85,7 +102,7 @@ bool isSecret(std::string_view attribute, std::string_view value)
     }
     if (const std::optional<cfg_attr_type> type = attributeType(attribute); type) {
         // A line that was meant for a password and indented by mistake is part of the value above it.
-        return isSecretType(*type) || namesSecret(beforeLastColon(value));
+        return isSecretType(*type) || namesSecret(beforeLastColon(value)) || makesSecretLine(*type, value);
     }
     return looksLikePassword(attribute) || isSecretLine(value);
 }

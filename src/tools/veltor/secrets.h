@@ -17,7 +17,7 @@ inline constexpr std::string_view secretMaskAfter = "*** (after)";
 bool isMask(std::string_view value);
 
 /// True for values that are shown on request only: passwords, environment settings of the server, whatever looks like
-/// one under a name that the catalogue does not know or in a line that the load rejected, and a value in which the
+/// one under a name that the catalogue does not know or in a line that the load rejects, and a value in which the
 /// name of one stands before a colon.
 ///
 /// @param attribute  "" for a whole line of the file
