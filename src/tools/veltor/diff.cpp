@@ -30,8 +30,8 @@ are masked: *** is the same in both texts, *** (before) and *** (after) are not.
 
 With --ldif come the change records that make the second configuration of the first:
 veltor modify takes them. They name the old values as well as the new ones. A password that
-differs is only printed, in its stored form, with --show-secrets; without it the command
-stops.
+differs is only printed, in its stored form, with --show-secrets, to who may administer both
+of them; without it the command stops.
 
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
@@ -171,13 +171,29 @@ private:
     WipedText out_;
 };
 
-WipedText ldifOf(const std::string& before, const std::string& after, const TargetOptions& target, Output& output)
+/// Opens one of the files to compare. Its secrets are for those alone who may administer this very file.
+Session opened(const std::string& file, TargetOptions target, const Output& output)
 {
-    if (output.showSecrets()) {
-        checkShowSecrets(output, Session(target));
+    if (!output.showSecrets()) {
+        return Session(readingOf(file));
     }
-    const Session beforeSession(readingOf(before));
-    const Session afterSession(readingOf(after));
+    target.file = file;
+    try {
+        Session session(target);
+        checkShowSecrets(output, session);
+        return session;
+    } catch (const Failure& failure) {
+        const std::string_view finding = failure.what();
+        const std::string place = finding.starts_with(file) ? "" : file + ": ";
+        throw Failure(failure.exit(), place + std::string(finding), failure.details(), failure.facts());
+    }
+}
+
+WipedText ldifOf(const std::string& before, const std::string& after, TargetOptions target, const Output& output)
+{
+    target.heldPassword = std::make_shared<WipedText>();
+    const Session beforeSession = opened(before, target, output);
+    const Session afterSession = opened(after, target, output);
     return Records(output.showSecrets()).make(StoredTree(beforeSession.handle()), StoredTree(afterSession.handle()));
 }
 
