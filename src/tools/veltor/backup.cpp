@@ -6,11 +6,14 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace veltor::tool {
@@ -24,6 +27,12 @@ never takes the place of a good backup. The copy is readable to the owner and th
 
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
+
+std::string folderOf(const std::string& name)
+{
+    const std::size_t slash = name.rfind('/');
+    return slash == std::string::npos ? "." : name.substr(0, slash + 1);
+}
 
 /// A new file beside the one that it replaces. Removed again unless it is put in place.
 class NewFile
@@ -70,9 +79,7 @@ public:
         require(::fsync(descriptor_) == 0, "can't be written");
         require(::rename(temporary_.c_str(), name_.c_str()) == 0, "can't be put in place");
         installed_ = true;
-        const std::size_t slash = name_.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : name_.substr(0, slash + 1);
-        const int directory = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const int directory = ::open(folderOf(name_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (directory >= 0) {
             ::fsync(directory);
             ::close(directory);
@@ -93,6 +100,50 @@ private:
     bool installed_ = false;
 };
 
+/// Why a copy can't have this name, which the library uses for files of its own; "" for a name like others.
+/// @param file  with its links resolved: the library's files lie beside that one
+std::string ownUseOf(const std::string& copy, const std::string& file)
+{
+    struct stat copyFolder = {};
+    struct stat fileFolder = {};
+    if (::stat(folderOf(copy).c_str(), &copyFolder) != 0 || ::stat(folderOf(file).c_str(), &fileFolder) != 0 ||
+        copyFolder.st_dev != fileFolder.st_dev || copyFolder.st_ino != fileFolder.st_ino) {
+        return {};
+    }
+    const std::string copyName = copy.substr(copy.rfind('/') + 1);
+    const std::string fileName = file.substr(file.rfind('/') + 1);
+    if (copyName == fileName + ".lock") {
+        return "is the lock of the configuration file";
+    }
+    constexpr std::string_view mark = ".veltor.";
+    const std::string begin = '.' + fileName;
+    const bool isTemporary = copyName.starts_with(begin) && copyName.rfind(mark) == begin.size() &&
+                             copyName.size() > begin.size() + mark.size();
+    return isTemporary ? "is a name that the next write removes as a leftover" : "";
+}
+
+void requireName(const std::string& copy, const std::string& file, const struct stat& original)
+{
+    const auto refuse = [&](const std::string& finding) {
+        throw Failure(ExitCode::usage, copy + ' ' + finding, {"no copy was made; name another file"});
+    };
+    struct stat status = {};
+    if (::stat(copy.c_str(), &status) == 0) {
+        if (status.st_dev == original.st_dev && status.st_ino == original.st_ino) {
+            refuse("is the configuration file itself");
+        }
+        if (!S_ISREG(status.st_mode)) {
+            refuse("is no plain file");
+        }
+    }
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
+    const std::string ownUse = ownUseOf(copy, error ? file : resolved.string());
+    if (!ownUse.empty()) {
+        refuse(ownUse);
+    }
+}
+
 ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target, Output& output)
 {
     output.document().setFile(fileOf(target));
@@ -109,20 +160,11 @@ ExitCode backup(const std::optional<std::string>& name, const TargetOptions& tar
     if (readConfiguration(session.file()) != text) {
         throw Failure(ExitCode::busy, session.file() + " is being changed", {"no copy was made; try again"});
     }
-    struct stat status = {};
     if (::stat(session.file().c_str(), &original) != 0) {
         throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno),
                       {"no copy was made; see: veltor status"});
     }
-    if (::stat(copy.c_str(), &status) == 0) {
-        if (status.st_dev == original.st_dev && status.st_ino == original.st_ino) {
-            throw Failure(ExitCode::usage, copy + " is the configuration file itself",
-                          {"no copy was made; name another file"});
-        }
-        if (!S_ISREG(status.st_mode)) {
-            throw Failure(ExitCode::usage, copy + " is no plain file", {"no copy was made; name another file"});
-        }
-    }
+    requireName(copy, session.file(), original);
     // A signal would leave half a copy under another name.
     const SignalsHeldBack untilTold;
     NewFile file(copy);
