@@ -12,8 +12,9 @@ namespace {
 
 constexpr const char* footer =
     R"(An entry that is missing is added; each attribute that is named gets just the values that are
-told, and others stay as they are, or go with --prune. Entries that are not told stay as they
-are. What is so already changes nothing.
+told, and others stay as they are, or go with --prune: all but secrets, which veltor search
+does not print, objectclass, and the attribute that names the entry. Entries that are not
+told stay as they are. What is so already changes nothing.
 
 )";
 

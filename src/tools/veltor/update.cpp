@@ -91,6 +91,18 @@ const Values& valuesOf(const std::vector<StoredAttribute>& entry, const std::str
     return found == entry.end() ? none : found->values;
 }
 
+/// True for what an entry keeps unless it is named: what makes it the entry that it is, and secrets, which are not
+/// printed with the others.
+bool outlivesPruning(std::string_view dn, const StoredAttribute& attribute)
+{
+    const std::vector<std::string_view> naming = namingAttributesOf(dn);
+    const auto isSameName = [&](std::string_view name) { return sameName(name, attribute.name); };
+    return isSameName("objectclass") || std::any_of(naming.begin(), naming.end(), isSameName) ||
+           isSecret(attribute.name, "") ||
+           std::any_of(attribute.values.begin(), attribute.values.end(),
+                       [&](const WipedText& value) { return isSecret(attribute.name, view(value)); });
+}
+
 StoredValues viewsOf(const Values& values)
 {
     StoredValues views;
@@ -563,7 +575,7 @@ std::string Update::ensure(ChangeRecord& record)
         for (const StoredAttribute& attribute : entryOf(record)) {
             const bool stays = std::any_of(named.begin(), named.end(),
                                            [&](const std::string& name) { return sameName(name, attribute.name); });
-            if (!stays) {
+            if (!stays && !outlivesPruning(record.dn, attribute)) {
                 record.operations.push_back({ChangeOperation::Kind::remove, attribute.name, record.place, {}});
             }
         }

@@ -32,7 +32,7 @@ struct UpdateOptions
     WriteOptions write;
     bool orphan = false;      ///< a new entry needs no parent
     bool withSubtree = false; ///< an entry is deleted with those below it
-    bool prune = false;       ///< an entry that is ensured loses its other attributes
+    bool prune = false;       ///< an entry that is ensured loses its other attributes, but for some
     bool lenient = false;     ///< adding what is there and deleting what is not change nothing
 };
 
