@@ -14,7 +14,8 @@ namespace {
 
 constexpr const char* footer =
     R"(The comment lines directly above a setting go with it, and are printed. A setting that is
-not there changes nothing; with --strict it is an error (exit status 8).
+not there changes nothing; with --strict it is an error (exit status 8). So is a name that
+neither veltor nor the entry knows (3), unless --allow-unknown is given.
 
 )";
 
@@ -29,6 +30,7 @@ struct UnsetOptions
 ExitCode unset(UnsetOptions& options, const TargetOptions& target, Output& output)
 {
     options.update.lenient = !options.strict;
+    options.update.knownNamesOnly = true;
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
     for (const std::string& name : options.names) {
         // What the catalogue does not have may still stand in the file, and be taken out.

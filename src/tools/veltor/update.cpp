@@ -478,6 +478,13 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     });
     const bool takesAway = operation.kind == ChangeOperation::Kind::remove ||
                            (operation.kind == ChangeOperation::Kind::replace && operation.values.empty());
+    if (takesAway && !isThere && options_.knownNamesOnly && !options_.write.allowUnknown &&
+        !attributeType(operation.attribute)) {
+        throw refusal(ExitCode::refused, {record, operation.place},
+                      "unknown setting \"" + operation.attribute + '"' +
+                          didYouMean(lookUpName(operation.attribute).nearest),
+                      0, "; --allow-unknown lets it be missing");
+    }
     // A replacement by nothing never minds, as RFC 4511 has it.
     if (takesAway && !isThere && (options_.lenient || operation.kind == ChangeOperation::Kind::replace)) {
         return;

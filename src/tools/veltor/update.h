@@ -33,7 +33,9 @@ struct UpdateOptions
     bool orphan = false;      ///< a new entry needs no parent
     bool withSubtree = false; ///< an entry is deleted with those below it
     bool prune = false;       ///< an entry that is ensured loses its other attributes, but for some
-    bool lenient = false;     ///< adding what is there and deleting what is not change nothing
+    /// Taking away a name is refused that neither the catalogue nor the entry has: it is mistyped.
+    bool knownNamesOnly = false;
+    bool lenient = false; ///< adding what is there and deleting what is not change nothing
 };
 
 /// Reads the records of a file, "-" for standard input. Ahead of the bind, so that nobody types a password for changes
