@@ -70,6 +70,7 @@ TEST(ChangeScan, TakesLdifApart)
         {"a colon in the value", "dn: cn=a\ncn: a:b: c\n", "dn=cn=a:1:5 cn=a:b: c:2:5 "},
         {"folded value", "dn: cn=\n ab\n", "dn=cn=ab:1:5 "},
         {"folded behind the colon", "dn:\n cn=a\n", "dn=cn=a:2:2 "},
+        {"blanks around a password", "dn: cn=a\nzor-slapdAdminPW:: IGEg\n", "dn=cn=a:1:5 zor-slapdAdminPW= a :2:20 "},
         {"folded blank", "dn: cn=a\ndescription: a\n  b\n", "dn=cn=a:1:5 description=a b:2:14 "},
         {"folded with nothing", "dn: cn=a\n \n", "dn=cn=a:1:5 "},
         {"folded carriage return", "dn: cn=\r\n ab\r\n", "dn=cn=ab:1:5 "},

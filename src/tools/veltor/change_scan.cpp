@@ -477,12 +477,14 @@ std::optional<std::string> whyUnstorable(std::string_view attribute, std::string
     if (const auto blemish = firstBlemish(value)) {
         return std::string("the value holds what the file can't: ") + blemish->finding;
     }
-    if (beginsWithBlank(value) || endsWithBlank(value)) {
+    // A password is stored encoded, so that nothing is taken off its ends.
+    const bool isStoredAsIs = !isPassword(attribute);
+    if (isStoredAsIs && (beginsWithBlank(value) || endsWithBlank(value))) {
         return std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") +
                " with a blank, which the file would not give back";
     }
     const auto isParenthesis = [](char character) { return character == '(' || character == ')'; };
-    if (!value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back())) && !isPassword(attribute)) {
+    if (isStoredAsIs && !value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back()))) {
         return "the value begins or ends with a parenthesis, which the file would not give back";
     }
     if (value.find('\\') != std::string_view::npos && holdsDn(attribute)) {
