@@ -15,13 +15,11 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -43,44 +41,11 @@ beside the file whose name is told.
 
 )";
 
-/// Of the place where a text is checked, and not of the text.
-bool isAboutThePlace(const Finding& finding)
-{
-    return finding.kind == "writable-file" || finding.kind == "writable-folder" ||
-           finding.kind == "group-writable-file" || finding.kind == "group-writable-folder";
-}
-
-std::vector<Finding> findingsIn(const WipedText& text)
-{
-    const MemoryFile copy(view(text));
-    std::vector<Finding> findings = findingsOf(copy.name());
-    findings.erase(std::remove_if(findings.begin(), findings.end(), isAboutThePlace), findings.end());
-    return findings;
-}
-
 /// The kinds of findings that are refused in a text that is new, since the server reads something else there.
 constexpr std::string_view refusedKinds[] = {
     "rejected-line", "dn-line-without-colon", "lost-last-value", "duplicate-entry",
     "empty-dn",      "second-value",          "double-colon",    "stripped-parentheses",
 };
-
-/// Those that the text had not before, as far as that can be told: lines may have moved.
-std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before)
-{
-    const auto keyOf = [](const Finding& finding) {
-        return std::tuple(finding.kind, finding.dn, finding.attribute, finding.value);
-    };
-    std::map<decltype(keyOf(Finding())), std::size_t> known;
-    for (const Finding& finding : before) {
-        ++known[keyOf(finding)];
-    }
-    const auto isKnown = [&](const Finding& finding) {
-        std::size_t& count = known[keyOf(finding)];
-        return count > 0 && count-- > 0;
-    };
-    findings.erase(std::remove_if(findings.begin(), findings.end(), isKnown), findings.end());
-    return findings;
-}
 
 bool isBlank(const WipedText& text)
 {

@@ -3,9 +3,12 @@
 
 #include "failure.h"
 #include "handle.h"
+#include "memory_file.h"
 
 #include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <tuple>
 #include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
@@ -28,6 +31,13 @@ int keep(void* context, const cfg_finding* finding)
     return 0;
 }
 
+/// Of the place where a text is checked, and not of the text.
+bool isAboutThePlace(const Finding& finding)
+{
+    return finding.kind == "writable-file" || finding.kind == "writable-folder" ||
+           finding.kind == "group-writable-file" || finding.kind == "group-writable-folder";
+}
+
 std::string counted(std::size_t count, const char* word)
 {
     return std::to_string(count) + ' ' + word + (count == 1 ? "" : "s");
@@ -47,6 +57,31 @@ std::vector<Finding> findingsOf(const std::string& file)
     if (code != LDAP_SUCCESS) {
         throw libraryFailure(handle.get(), code, {Stage::bind, ""});
     }
+    return findings;
+}
+
+std::vector<Finding> findingsIn(const WipedText& text)
+{
+    const MemoryFile copy(view(text));
+    std::vector<Finding> findings = findingsOf(copy.name());
+    findings.erase(std::remove_if(findings.begin(), findings.end(), isAboutThePlace), findings.end());
+    return findings;
+}
+
+std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before)
+{
+    const auto keyOf = [](const Finding& finding) {
+        return std::tuple(finding.kind, finding.dn, finding.attribute, finding.value);
+    };
+    std::map<decltype(keyOf(Finding())), std::size_t> known;
+    for (const Finding& finding : before) {
+        ++known[keyOf(finding)];
+    }
+    const auto isKnown = [&](const Finding& finding) {
+        std::size_t& count = known[keyOf(finding)];
+        return count > 0 && count-- > 0;
+    };
+    findings.erase(std::remove_if(findings.begin(), findings.end(), isKnown), findings.end());
     return findings;
 }
 

@@ -4,6 +4,7 @@
 
 #include "document.h"
 #include "target.h"
+#include "wiped_text.h"
 
 #include <cstddef>
 #include <nlohmann/json_fwd.hpp>
@@ -35,6 +36,12 @@ struct Counts
 /// What the library finds in a file. Never writes.
 /// @throws Failure  (file) when it can't be read
 std::vector<Finding> findingsOf(const std::string& file);
+
+/// What the library finds in a text that is in no file yet.
+std::vector<Finding> findingsIn(const WipedText& text);
+
+/// Those of the findings that a text had not before, as far as that can be told: lines may have moved.
+std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before);
 
 /// What is found around a file that loads: paths that are not there or that the account "ldap" can't reach, ports that
 /// are used twice, TLS settings that seem not to belong together, a backup that is newer than the file.

@@ -1,15 +1,19 @@
 // veltor restore: the text of a backup in the file's place.
 #include "commands.h"
+#include "escape.h"
+#include "findings.h"
 #include "ldif_output.h"
 #include "question.h"
 #include "replacement.h"
 #include "whole_text.h"
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace veltor::tool {
 
@@ -17,9 +21,10 @@ namespace {
 
 constexpr const char* footer =
     R"(Without a name the text of FILE.bak is put back. It is read as the server would, shown as a
-difference with its secrets masked, and installed after a question. The text that was in the
-file becomes the new backup, so that a second restore takes the first one back. Root and the
-owner restore also a file that does not load any more, or is gone.
+difference with its secrets masked, and installed after a question. What veltor check finds in
+it, and not in the file, is told first. The text that was in the file becomes the new backup,
+so that a second restore takes the first one back. Root and the owner restore also a file that
+does not load any more, or is gone.
 
 )";
 
@@ -28,6 +33,19 @@ struct RestoreOptions
     std::optional<std::string> from;
     WriteOptions write;
 };
+
+/// Tells what comes into the file that was not wrong with it before. Nothing of that keeps the server from starting.
+void tellFindings(const Replacement& replacement, const std::string& from, Output& output)
+{
+    const std::vector<Finding> before = replacement.before ? findingsIn(*replacement.before) : std::vector<Finding>();
+    const std::vector<Finding> findings = newFindings(findingsIn(replacement.after), before);
+    for (const Finding& finding : findings) {
+        const std::string line = finding.line > 0 ? ':' + std::to_string(finding.line) : "";
+        writeOut(STDERR_FILENO,
+                 escaped(from + line + ": " + wordFor(finding.severity) + ": " + finding.message) + '\n');
+    }
+    output.document().set("findings", jsonOf(findings));
+}
 
 // Asked before the lock is taken: nobody waits for the answer.
 void ask(const std::string& difference, const std::string& file, const std::string& from, const Output& output)
@@ -56,6 +74,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     replacement.source = from;
     replacement.like = from;
     replacement.log = "restored from " + resolvedName(from);
+    tellFindings(replacement, from, output);
     const WipedText before = replacement.before.value_or(WipedText());
     const std::string difference = shownDifference(view(before), view(replacement.after), file, from);
     if (!difference.empty() && !options.write.yes && !options.write.dryRun) {
