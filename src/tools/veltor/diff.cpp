@@ -31,7 +31,7 @@ are masked: *** is the same in both texts, *** (before) and *** (after) are not.
 With --ldif come the change records that make the second configuration of the first:
 veltor modify takes them. They name the old values as well as the new ones. A password that
 differs is only printed, in its stored form, with --show-secrets, to who may administer both
-of them; without it the command stops.
+of them; without it the command stops. A version or charset that differs is a comment.
 
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
@@ -54,7 +54,10 @@ public:
         append(out_, "version: 1\n");
         const std::size_t head = out_.size();
         for (const EntryDifference& difference : differencesOf(before, after)) {
-            if (difference.after == nullptr) {
+            const cfg_message& entry = difference.after == nullptr ? *difference.before : *difference.after;
+            if (textOf(entry).empty()) {
+                appendRoot(difference);
+            } else if (difference.after == nullptr) {
                 appendRemoval(*difference.before);
             } else if (difference.before == nullptr) {
                 appendNew(*difference.after);
@@ -110,6 +113,31 @@ private:
         }
         appendLdifLine(out_, "dn", textOf(entry));
         appendLdifLine(out_, "changetype", "delete");
+    }
+
+    // There is no DN for what stands above the entries.
+    void appendRoot(const EntryDifference& difference)
+    {
+        append(out_, "\n");
+        appendLdifComment(out_, "Above the entries, where no change record reaches:");
+        appendRootValues("- ", difference.before, difference.after);
+        appendRootValues("+ ", difference.after, difference.before);
+        warn("version or charset differ; that is told in a comment, since change records can't: see veltor edit");
+    }
+
+    void appendRootValues(const std::string& sign, const cfg_message* root, const cfg_message* other)
+    {
+        const cfg_message* attribute = root == nullptr ? nullptr : root->children;
+        for (; attribute != nullptr; attribute = attribute->next) {
+            const std::string name(textOf(*attribute));
+            const StoredValues values = valuesOf(attribute);
+            if (other != nullptr && valuesOf(attributeOf(*other, name)) == values) {
+                continue;
+            }
+            for (const std::string_view value : values) {
+                appendLdifComment(out_, sign + name + ": " + std::string(value));
+            }
+        }
     }
 
     void appendNew(const cfg_message& entry)
