@@ -22,8 +22,6 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* accountName = "ldap";
-
 /// A value with where it stands.
 struct Place
 {
@@ -72,16 +70,16 @@ class Account
 public:
     Account()
     {
-        const struct passwd* const entry = ::getpwnam(accountName);
+        const struct passwd* const entry = ::getpwnam(serverAccount);
         if (entry == nullptr) {
             return;
         }
         exists_ = true;
         user_ = entry->pw_uid;
         int count = 0;
-        ::getgrouplist(accountName, entry->pw_gid, nullptr, &count);
+        ::getgrouplist(serverAccount, entry->pw_gid, nullptr, &count);
         std::vector<gid_t> groups(static_cast<std::size_t>(count));
-        if (count > 0 && ::getgrouplist(accountName, entry->pw_gid, groups.data(), &count) >= 0) {
+        if (count > 0 && ::getgrouplist(serverAccount, entry->pw_gid, groups.data(), &count) >= 0) {
             groups_.insert(groups.begin(), groups.end());
         }
         groups_.insert(entry->pw_gid);
@@ -138,7 +136,7 @@ std::string obstacleOn(const std::filesystem::path& path, unsigned wanted, const
         }
         const bool last = above == real;
         if (account.exists() && !account.may(status, last ? wanted : mayPass)) {
-            return above.string() + ": the account " + accountName + (last ? " may not use it" : " may not pass it");
+            return above.string() + ": the account " + serverAccount + (last ? " may not use it" : " may not pass it");
         }
     }
     return {};

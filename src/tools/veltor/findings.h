@@ -14,6 +14,9 @@
 
 namespace veltor::tool {
 
+/// The account that the server runs as.
+inline constexpr const char* serverAccount = "ldap";
+
 enum class Severity { note = 1, warning = 2, error = 3 }; ///< the numbers are those of cfg_finding
 
 /// One finding. It holds no secret.
@@ -22,7 +25,7 @@ struct Finding
     Severity severity = Severity::note;
     int line = 0; ///< 0: the file as a whole
     int code = 0;
-    std::string kind = {}; ///< one of cfg_admin.h, or one of the deep ones
+    std::string kind = {}; ///< one of cfg_admin.h, or one of the tool's own
     std::string dn = {}, attribute = {};
     std::optional<std::string> value = {}; ///< nothing for a secret
     std::string message = {};
@@ -42,6 +45,10 @@ std::vector<Finding> findingsIn(const WipedText& text);
 
 /// Those of the findings that a text had not before, as far as that can be told: lines may have moved.
 std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before);
+
+/// What is found about the place of a file: who may read it and its backup, who owns them, and whether the backup is of
+/// any use.
+std::vector<Finding> placeFindingsOf(const std::string& file);
 
 /// What is found around a file that loads: paths that are not there or that the account "ldap" can't reach, ports that
 /// are used twice, TLS settings that seem not to belong together, a backup that is newer than the file.

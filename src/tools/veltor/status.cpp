@@ -138,6 +138,8 @@ Status statusOf(const TargetOptions& target)
     Status status;
     status.file = fileOf(target);
     status.findings = findingsOf(status.file);
+    const std::vector<Finding> aboutThePlace = placeFindingsOf(status.file);
+    status.findings.insert(status.findings.begin(), aboutThePlace.begin(), aboutThePlace.end());
     status.resolved = resolvedName(status.file);
     struct stat own = {};
     if (::stat(status.file.c_str(), &own) == 0) {
