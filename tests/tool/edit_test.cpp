@@ -273,6 +273,8 @@ TEST_F(Edit, WhatNoCommandWritesIsAnError)
         {"sed -i 's/^cn: Front End/cn:: RnJvbnQ=/' \"$1\"", ":11", "base 64"},
         {"sed -i 's/^cn: Front End/cn: (Front End)/' \"$1\"", ":11", "parentheses"},
         {"printf 'zor-slapdTimeLimit: 3' >>\"$1\"", ":16", "line feed"},
+        {"sed -i 's/^cn: Front/&\\x01/' \"$1\"", ":11", "control character"},
+        {"sed -i 's/^dn: cn=Front/&\\x1b/' \"$1\"", ":10", "control character"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script);
@@ -284,6 +286,21 @@ TEST_F(Edit, WhatNoCommandWritesIsAnError)
         EXPECT_EQ(content(), original);
         std::filesystem::remove_all(drafts().front());
     }
+}
+
+TEST_F(Edit, ControlCharactersThatWereThereMayStay)
+{
+    // A tab is a blank, and comments are for people.
+    const std::string text =
+        replaced(original, "cn: Front End\n", "cn: Front\x01 End\n") + "zor-slapdErrorLog: /var\x02/log";
+    put(file_, text);
+    Conversation conversation(
+        edit("sed -i -e 's/500/600/' -e 's/^# The/&\\x01/' -e 's/^objectclass: top/&\\tx/' \"$1\"\n"
+             "echo >>\"$1\""));
+    ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
+    EXPECT_EQ(conversation.status(), 0) << conversation.shown();
+    EXPECT_NE(content().find("/var\x02/log\n"), std::string::npos);
+    EXPECT_NE(content().find("top\tx\n"), std::string::npos);
 }
 
 TEST_F(Edit, UnknownNamesAreStoredOnRequest)

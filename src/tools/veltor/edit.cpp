@@ -4,6 +4,7 @@
 #include "escape.h"
 #include "findings.h"
 #include "masked_copy.h"
+#include "masked_text.h"
 #include "memory_file.h"
 #include "names.h"
 #include "question.h"
@@ -18,6 +19,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -46,6 +48,39 @@ constexpr std::string_view refusedKinds[] = {
     "rejected-line", "dn-line-without-colon", "lost-last-value", "duplicate-entry",
     "empty-dn",      "second-value",          "double-colon",    "stripped-parentheses",
 };
+
+/// Tabs and carriage returns aside: the one is a blank, and the other nothing to the reader.
+bool hasControlCharacter(std::string_view line)
+{
+    while (!line.empty()) {
+        const Character character = firstCharacter(line);
+        if (character.length != 0 && isControl(character.codePoint) &&
+            std::string_view("\t\r\n").find(line.front()) == std::string_view::npos) {
+            return true;
+        }
+        line.remove_prefix(std::max<std::size_t>(character.length, 1));
+    }
+    return false;
+}
+
+/// The lines, comments aside, with a control character that no line of the text had before. 1-based.
+std::vector<std::size_t> controlledLines(const WipedText& text, const WipedText& before)
+{
+    const auto withoutEnd = [](std::string_view line) { return line.substr(0, line.size() - lineEndOf(line).size()); };
+    std::set<std::string_view> known;
+    for (const std::string_view line : linesOf(view(before))) {
+        known.insert(withoutEnd(line));
+    }
+    std::vector<std::size_t> found;
+    std::size_t number = 0;
+    for (const std::string_view line : linesOf(view(text))) {
+        ++number;
+        if (line.front() != '#' && hasControlCharacter(line) && known.count(withoutEnd(line)) == 0) {
+            found.push_back(number);
+        }
+    }
+    return found;
+}
 
 bool isBlank(const WipedText& text)
 {
@@ -217,6 +252,9 @@ std::string Editing::refusalOf(const Finding& finding) const
 std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, const Unmasked& unmasked) const
 {
     std::vector<Problem> problems;
+    for (const std::size_t line : controlledLines(unmasked.text, base_)) {
+        problems.push_back({line, "error", "a control character, which no name, value or DN may hold"});
+    }
     for (const Finding& finding : newFindings(findings, baseFindings_)) {
         const std::string refusal = finding.severity == Severity::error ? "" : refusalOf(finding);
         if (!refusal.empty()) {
