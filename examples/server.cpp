@@ -78,6 +78,10 @@ public:
         if (!handle_) {
             throw std::bad_alloc();
         }
+        // A look at what is written again in the same second would last.
+        while (mayBeWrittenAgain()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
         require(cfg_set_option(handle_.get(), CFG_OPT_CONFIG_FILE, file.c_str()));
         require(cfg_set_write_mode(handle_.get(), CFG_WRITE_NEVER));
         require(cfg_bind_s(handle_.get(), nullptr, nullptr, LDAP_AUTH_SIMPLE));

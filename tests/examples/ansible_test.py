@@ -34,6 +34,7 @@ class Host:
         os.symlink(binary, os.path.join(folder, "bin", "veltor"))
         self.templates = jinja2.Environment(undefined=jinja2.StrictUndefined)
         self.templates.filters["from_json"] = json.loads
+        self.templates.filters["quote"] = shlex.quote
 
     def lookup(self, kind, name):
         assert kind == "ansible.builtin.file", kind
