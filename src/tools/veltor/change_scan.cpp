@@ -65,16 +65,22 @@ bool beginsWithBlank(std::string_view text)
     return !text.empty() && isBlank(firstCharacter(text).codePoint);
 }
 
-bool endsWithBlank(std::string_view text)
+/// The character that a text ends with; of length 0 where that is not UTF-8, and for an empty text.
+Character lastCharacter(std::string_view text)
 {
     constexpr std::size_t longestCharacter = 4;
     for (std::size_t length = 1; length <= std::min(longestCharacter, text.size()); ++length) {
-        const std::string_view last = text.substr(text.size() - length);
-        if (firstCharacter(last).length == length) {
-            return isBlank(firstCharacter(last).codePoint);
+        const Character last = firstCharacter(text.substr(text.size() - length));
+        if (last.length == length) {
+            return last;
         }
     }
-    return false;
+    return {0, 0};
+}
+
+bool endsWithBlank(std::string_view text)
+{
+    return isBlank(lastCharacter(text).codePoint);
 }
 
 // With blanks, parentheses are what the reader takes off the ends.
@@ -465,6 +471,26 @@ FailureFacts Scanner::factsOf(const ScannedLine& line) const
     return isWord ? factsAbout(std::move(dn), "") : factsAbout(std::move(dn), line.name, view(line.value));
 }
 
+bool isParenthesis(char character)
+{
+    return character == '(' || character == ')';
+}
+
+/// What the reader makes of a value whose ends it takes off, behind the reason.
+std::string whatComesBack(std::string_view attribute, std::string_view value)
+{
+    if (isSecret(attribute, value)) {
+        return ", which the file would not give back";
+    }
+    while (!value.empty() && isTakenOff(firstCharacter(value).codePoint)) {
+        value.remove_prefix(firstCharacter(value).length);
+    }
+    while (isTakenOff(lastCharacter(value).codePoint)) {
+        value.remove_suffix(lastCharacter(value).length);
+    }
+    return ": it would come back as \"" + std::string(value) + '"';
+}
+
 } // namespace
 
 bool isDnLabel(std::string_view name)
@@ -480,12 +506,11 @@ std::optional<std::string> whyUnstorable(std::string_view attribute, std::string
     // A password is stored encoded, so that nothing is taken off its ends.
     const bool isStoredAsIs = !isPassword(attribute);
     if (isStoredAsIs && (beginsWithBlank(value) || endsWithBlank(value))) {
-        return std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") +
-               " with a blank, which the file would not give back";
+        return std::string("the value ") + (beginsWithBlank(value) ? "begins" : "ends") + " with a blank" +
+               whatComesBack(attribute, value);
     }
-    const auto isParenthesis = [](char character) { return character == '(' || character == ')'; };
     if (isStoredAsIs && !value.empty() && (isParenthesis(value.front()) || isParenthesis(value.back()))) {
-        return "the value begins or ends with a parenthesis, which the file would not give back";
+        return "the value begins or ends with a parenthesis" + whatComesBack(attribute, value);
     }
     if (value.find('\\') != std::string_view::npos && holdsDn(attribute)) {
         const std::string unescaped = unescapedDn(value);

@@ -259,8 +259,10 @@ ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& o
     if (output.json()) {
         output.document().set("different", !out.empty());
         output.document().setText("difference", view(out));
-    } else if (!output.quiet()) {
+    } else if (options.ldif && !output.quiet()) {
         writeOut(STDOUT_FILENO, view(out));
+    } else if (!output.quiet()) {
+        writeOut(STDOUT_FILENO, output.colouredDifference(STDOUT_FILENO, view(out)));
     }
     return out.empty() ? ExitCode::done : ExitCode::no;
 }

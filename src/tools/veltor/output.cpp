@@ -3,6 +3,7 @@
 
 #include "escape.h"
 #include "ldif_output.h"
+#include "text_diff.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -123,6 +124,21 @@ bool Output::coloured(int descriptor) const
 std::string Output::coloured(int descriptor, std::string_view word, const char* colour) const
 {
     return coloured(descriptor) ? colour + std::string(word) + "\x1B[0m" : std::string(word);
+}
+
+std::string Output::colouredDifference(int descriptor, std::string_view difference) const
+{
+    constexpr std::size_t headingLines = 2;
+    std::string text;
+    std::size_t number = 0;
+    for (const std::string_view line : linesOf(difference)) {
+        const bool changed = ++number > headingLines && (line.front() == '-' || line.front() == '+');
+        const std::size_t length = line.size() - (line.ends_with('\n') ? 1 : 0);
+        text += changed ? coloured(descriptor, line.substr(0, length), line.front() == '-' ? red : green)
+                        : std::string(line.substr(0, length));
+        text += line.substr(length);
+    }
+    return text;
 }
 
 void Output::appendBareValue(WipedText& out, std::string_view value) const

@@ -61,6 +61,9 @@ public:
     /// The word in this colour if the stream may be coloured.
     std::string coloured(int descriptor, std::string_view word, const char* colour) const;
 
+    /// A unified difference, its removed and added lines in colours if the stream may be coloured.
+    std::string colouredDifference(int descriptor, std::string_view difference) const;
+
     /// Adds a value of the form "value" and the byte that ends it: raw, but escaped where a terminal would obey it.
     void appendBareValue(WipedText& out, std::string_view value) const;
 
@@ -83,6 +86,7 @@ private:
 };
 
 inline constexpr const char* red = "\x1B[31m";
+inline constexpr const char* green = "\x1B[32m";
 inline constexpr const char* yellow = "\x1B[33m";
 
 /// Refuses --show-secrets to those who may not administer the file.
