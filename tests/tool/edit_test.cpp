@@ -303,6 +303,30 @@ TEST_F(Edit, ControlCharactersThatWereThereMayStay)
     EXPECT_NE(content().find("top\tx\n"), std::string::npos);
 }
 
+TEST_F(Edit, AMaskOfSomethingElseDoesNotBecomeAPassword)
+{
+    // The second mask stands for a comment that has a password in clear text.
+    Conversation conversation(edit("sed -i 's/^zor-slapdAdminPW.*/zor-slapdAdminPW: *** (3)/' \"$1\"", "--yes"));
+    EXPECT_EQ(conversation.status(), 3) << conversation.shown();
+    expectNoSecret(conversation.shown());
+    EXPECT_EQ(content(), original);
+}
+
+TEST_F(Edit, WhatADyingEditorHasSavedIsKept)
+{
+    for (const char* end : {"kill -TERM $$", "exit 1", "mv \"$1\" \"$1.mine\""}) {
+        SCOPED_TRACE(end);
+        Conversation conversation(edit(std::string("echo typed >\"$1.save\"; ") + end));
+        EXPECT_NE(conversation.status(), 0) << conversation.shown();
+        ASSERT_EQ(drafts().size(), 1U) << conversation.shown();
+        EXPECT_EQ(contentOf(drafts().front() + "/in.conf.save"), "typed\n");
+        EXPECT_NE(conversation.shown().find("what the editor left is kept in " + drafts().front()), std::string::npos)
+            << conversation.shown();
+        std::filesystem::remove_all(drafts().front());
+    }
+    EXPECT_EQ(content(), original);
+}
+
 TEST_F(Edit, UnknownNamesAreStoredOnRequest)
 {
     Conversation conversation(edit("sed -i 's/^zor-slapdPort/zor-slapdPrt/' \"$1\"", "--allow-unknown"));

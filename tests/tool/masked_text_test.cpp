@@ -173,11 +173,13 @@ TEST(MaskedText, ShowsNoSecretKeepsTheLinesAndTheDifference)
 
 TEST(MaskedText, AMaskIsKnownAsOne)
 {
-    for (const char* mask : {"***", "*** (before)", "*** (after)", "******", "*** (before)*** (before)"}) {
+    for (const char* mask :
+         {"***", "*** (before)", "*** (after)", "******", "*** (before)*** (before)", "*** (1)", "*** (12)*** (12)"}) {
         SCOPED_TRACE(mask);
         EXPECT_TRUE(isMask(mask));
     }
-    for (const char* other : {"", "*", "**", "****", " ***", "***x", "*** ", "(before)", "*** (then)"}) {
+    for (const char* other :
+         {"", "*", "**", "****", " ***", "***x", "*** ", "(before)", "*** (then)", "*** ()", "*** (1", "*** (1x)"}) {
         SCOPED_TRACE(other);
         EXPECT_FALSE(isMask(other));
     }

@@ -118,6 +118,16 @@ TEST_F(SystemLogTest, NamesTheFileFromTheRootAndBehindLinks)
     EXPECT_EQ(logLines, (std::vector<std::string>{head + "1", head + "2"}));
 }
 
+TEST_F(SystemLogTest, HasNoSecretThatStandsInANameOrADn)
+{
+    put("odd.conf", "dn: cn=Configuration\nobjectclass: top\nzor-slapdAdminPW=SecretName: x\nmy pw is SecretWord: x\n\n"
+                    "dn: cn=A, cn=Configuration\n zor-slapdAdminPW: SecretDn\nobjectclass: top\n");
+    const std::vector<std::string> lines = told("restore --yes --allow-lockout F/odd.conf");
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines.front().find("Secret"), std::string::npos) << lines.front();
+    EXPECT_NE(lines.front().find("***"), std::string::npos) << lines.front();
+}
+
 TEST_F(SystemLogTest, HasNoLineForWhatChangesNothing)
 {
     EXPECT_TRUE(told("set port=389").empty());

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -38,10 +39,9 @@ std::string folderOf(const std::string& name)
 class NewFile
 {
 public:
-    explicit NewFile(const std::string& name) : name_(name), temporary_(name + ".new-" + std::to_string(::getpid()))
+    explicit NewFile(const std::string& name) : name_(name), temporary_(name + ".new-XXXXXX")
     {
-        descriptor_ =
-            ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+        descriptor_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
         require(descriptor_ >= 0, "can't be made");
     }
     NewFile(const NewFile&) = delete;

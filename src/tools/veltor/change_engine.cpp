@@ -4,6 +4,7 @@
 #include "names.h"
 #include "question.h"
 #include "results.h"
+#include "secrets.h"
 
 #include <cstring>
 #include <limits>
@@ -252,7 +253,7 @@ std::string logged(const std::string& attribute, const StoredValues& values)
     const std::optional<cfg_attr_type> type = attributeType(attribute);
     const std::string_view syntax = type ? type->syntax : "";
     if ((syntax != "int" && syntax != "enum" && syntax != "mask") || values.empty()) {
-        return attribute;
+        return std::string(shownName(attribute));
     }
     std::string text = attribute + '=';
     for (const std::string_view& value : values) {

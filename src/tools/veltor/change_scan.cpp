@@ -464,11 +464,11 @@ FailureFacts Scanner::factsOf(const ScannedLine& line) const
     if (isDnLabel(line.name)) {
         return factsAbout(std::string(view(line.value)), "");
     }
-    std::string dn(record_.lines.empty() ? "" : view(record_.lines.front().value));
+    const std::string dn(record_.lines.empty() ? "" : view(record_.lines.front().value));
     constexpr std::string_view words[] = {"changetype", "add", "delete", "replace"};
     const bool isWord = std::any_of(std::begin(words), std::end(words),
                                     [&](std::string_view word) { return sameName(line.name, word); });
-    return isWord ? factsAbout(std::move(dn), "") : factsAbout(std::move(dn), line.name, view(line.value));
+    return isWord ? factsAbout(dn, "") : factsAbout(dn, line.name, view(line.value));
 }
 
 bool isParenthesis(char character)

@@ -255,7 +255,12 @@ std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, c
     for (const std::size_t line : controlledLines(unmasked.text, base_)) {
         problems.push_back({line, "error", "a control character, which no name, value or DN may hold"});
     }
+    std::vector<std::size_t> clear;
     for (const Finding& finding : newFindings(findings, baseFindings_)) {
+        // A mask of something else may have become one.
+        if (finding.kind == "clear-password") {
+            clear.push_back(static_cast<std::size_t>(finding.line));
+        }
         const std::string refusal = finding.severity == Severity::error ? "" : refusalOf(finding);
         if (!refusal.empty()) {
             problems.push_back({static_cast<std::size_t>(finding.line), "error", refusal});
@@ -266,7 +271,8 @@ std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, c
         const bool typed = !std::binary_search(unmasked.lines.begin(), unmasked.lines.end(), line);
         if (finding.severity == Severity::error) {
             problems.push_back({line, "error", finding.message});
-        } else if (finding.kind == "clear-password" && typed) {
+        } else if (finding.kind == "clear-password" &&
+                   (typed || std::find(clear.begin(), clear.end(), line) != clear.end())) {
             problems.push_back({line, "error",
                                 "a password is stored encoded, and can't be typed here; leave it out and use: "
                                 "veltor passwd -b '" +
@@ -407,8 +413,13 @@ Failure Editing::withTheDraft(const Failure& failure)
     } catch (const Failure&) {
         // What can't be read may be somebody's work all the same.
     }
-    if (typed && ::access(draft_->name().c_str(), F_OK) == 0) {
-        details.push_back("your text is kept as " + draft_->name());
+    const bool isThere = ::access(draft_->name().c_str(), F_OK) == 0;
+    if (isWork_ && draft_->hasMore() && !(typed && isThere)) {
+        details.push_back("what the editor left is kept in " + draft_->folder());
+        output_.document().set("kept", jsonText(draft_->folder()));
+    } else if (typed && isThere) {
+        details.push_back("your text is kept as " + draft_->name() + "; to go on from it: EDITOR='cp " +
+                          draft_->name() + "' veltor edit");
         output_.document().set("kept", jsonText(draft_->name()));
     } else {
         draft_->discard();

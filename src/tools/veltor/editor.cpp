@@ -14,10 +14,12 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <termios.h>
 #include <unistd.h>
 
@@ -298,6 +300,18 @@ void Draft::edit(const std::vector<std::string>& environment) const
         throw Failure(ExitCode::no, "the editor \"" + editor + "\" ended with exit status " + std::to_string(code),
                       {"nothing was written; run the command again, or name another in EDITOR"});
     }
+}
+
+bool Draft::hasMore() const
+{
+    std::error_code error;
+    const std::string own = name_.substr(name_.rfind('/') + 1);
+    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
+        if (entry.path().filename() != own) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void Draft::discard()

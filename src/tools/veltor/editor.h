@@ -41,6 +41,11 @@ public:
     /// @throws Failure  usage for an editor that can't be run, no for one that says that it failed or dies
     void edit(const std::vector<std::string>& environment) const;
 
+    const std::string& folder() const { return folder_; }
+
+    /// True when the editor has left something beside the file, such as what it saves of a text when it dies.
+    bool hasMore() const;
+
     /// Removes the folder with what the editor has left in it.
     void discard();
 

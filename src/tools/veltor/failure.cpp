@@ -87,8 +87,8 @@ Report readReport(void* handle, int ldap)
                   cfg_get_maximum(handle),
                   cfg_get_bitmask(handle),
                   orEmpty(cfg_get_file_name(handle)),
-                  orEmpty(cfg_get_entry(handle)),
-                  attribute,
+                  std::string(shownDn(orEmpty(cfg_get_entry(handle)))),
+                  std::string(shownName(attribute)),
                   // A refused password is not copied: nothing would wipe the copy.
                   raw.empty() ? std::string() : quotedUnlessSecret(attribute, raw),
                   raw.size(),
@@ -119,8 +119,9 @@ std::vector<Cause> chainOf(void* handle)
         if (cfg_failure_at(handle, index, &record) != LDAP_SUCCESS) {
             break;
         }
-        chain.push_back({record.ldap, record.code, record.line, meaningOf(record.code), record.file, record.dn,
-                         record.attribute, toldValue(record.attribute, lentText(record.value))});
+        chain.push_back({record.ldap, record.code, record.line, meaningOf(record.code), record.file,
+                         std::string(shownDn(record.dn)), std::string(shownName(record.attribute)),
+                         toldValue(record.attribute, lentText(record.value))});
     }
     return chain;
 }
@@ -139,7 +140,7 @@ FailureFacts factsOf(void* handle, const Report& report)
                        .file = report.file,
                        .dn = report.dn,
                        .attribute = report.attribute,
-                       .value = toldValue(report.attribute, lentText(cfg_get_value(handle))),
+                       .value = toldValue(orEmpty(cfg_get_attribute(handle)), lentText(cfg_get_value(handle))),
                        .allowed = report.allowed,
                        .chain = chainOf(handle)};
     if (report.minimum != 0 || report.maximum != 0) {
@@ -367,9 +368,9 @@ std::string Failure::causes() const
     return causes;
 }
 
-FailureFacts factsAbout(std::string dn, std::string attribute, std::string_view value)
+FailureFacts factsAbout(const std::string& dn, const std::string& attribute, std::string_view value)
 {
-    FailureFacts facts{.dn = std::move(dn), .value = toldValue(attribute, value)};
+    FailureFacts facts{.dn = std::string(shownDn(dn)), .value = toldValue(attribute, value)};
     if (const std::optional<cfg_attr_type> type = attributeType(attribute)) {
         facts.single = type->single_valued != 0;
         if (type->minimum != 0 || type->maximum != 0) {
@@ -383,7 +384,7 @@ FailureFacts factsAbout(std::string dn, std::string attribute, std::string_view 
             facts.allowed.emplace_back(*word);
         }
     }
-    facts.attribute = std::move(attribute);
+    facts.attribute = shownName(attribute);
     return facts;
 }
 

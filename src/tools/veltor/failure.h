@@ -87,7 +87,7 @@ Failure libraryFailure(void* handle, int code, const Circumstances& circumstance
 
 /// What programs are told of something that was refused: what it is about, and what the catalogue says of that.
 /// @param value  left out if it is a secret
-FailureFacts factsAbout(std::string dn, std::string attribute, std::string_view value = {});
+FailureFacts factsAbout(const std::string& dn, const std::string& attribute, std::string_view value = {});
 
 /// What programs are told of the failure that a handle keeps. Reads its error accessors, as libraryFailure does.
 /// @param file  the one that the message names

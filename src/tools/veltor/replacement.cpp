@@ -62,7 +62,7 @@ void noteDifferences(const StoredTree& before, const StoredTree& after, ChangeRe
         report.outcomes.back().isPrinted = false;
         report.changes += difference.attributes.empty() ? 1 : difference.attributes.size();
         report.dns.emplace_back(textOf(entry));
-        report.log += std::exchange(separator, "; ") + report.dns.back() + ": " + what;
+        report.log += std::exchange(separator, "; ") + std::string(shownDn(report.dns.back())) + ": " + what;
     }
 }
 

@@ -5,12 +5,16 @@
 #include "ldif_output.h"
 #include "question.h"
 #include "replacement.h"
+#include "secrets.h"
+#include "text_diff.h"
 #include "whole_text.h"
 
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -47,6 +51,29 @@ void tellFindings(const Replacement& replacement, const std::string& from, Outpu
     output.document().set("findings", jsonOf(findings));
 }
 
+// What veltor edit has kept looks like a backup, and a mask would become a password.
+void requireNoMask(std::string_view text, const std::string& from)
+{
+    std::size_t number = 0;
+    for (const std::string_view line : linesOf(text)) {
+        ++number;
+        const std::size_t colon = line.find(':');
+        if (colon == std::string_view::npos || line.front() == '#') {
+            continue;
+        }
+        constexpr std::string_view blanks = " \t\r\n";
+        std::string_view value = line.substr(std::min(line.find_first_not_of(blanks, colon + 1), line.size()));
+        value = value.substr(0, value.find_last_not_of(blanks) + 1);
+        if (isMask(value) && isSecret(line.substr(0, colon), value)) {
+            throw Failure(ExitCode::refused,
+                          from + ':' + std::to_string(number) + ": " + std::string(value) +
+                              " stands for a hidden value and is none",
+                          {"nothing was written; veltor edit goes on from a text that it has kept: EDITOR='cp " + from +
+                           "' veltor edit"});
+        }
+    }
+}
+
 // Asked before the lock is taken: nobody waits for the answer.
 void ask(const std::string& difference, const std::string& file, const std::string& from, const Output& output)
 {
@@ -69,6 +96,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     if (readConfiguration(from) != replacement.after) {
         throw Failure(ExitCode::busy, from + " is being changed", {"nothing was written; run the command again"});
     }
+    requireNoMask(view(replacement.after), from);
     replacement.readFrom = backup.handle();
     replacement.before = textInPlace(file);
     replacement.source = from;

@@ -118,6 +118,17 @@ bool isPassword(std::string_view attribute)
     return type && type->syntax == passwordSyntax;
 }
 
+/// The length of the numbered mask that a text begins with, as in the editor's copy; 0 for none.
+std::size_t numberedMaskLength(std::string_view text)
+{
+    constexpr std::string_view begin = "*** (";
+    if (!text.starts_with(begin)) {
+        return 0;
+    }
+    const std::size_t end = text.find_first_not_of("0123456789", begin.size());
+    return end == std::string_view::npos || end == begin.size() || text[end] != ')' ? 0 : end + 1;
+}
+
 bool isMask(std::string_view value)
 {
     if (!value.starts_with(secretMask)) {
@@ -125,6 +136,10 @@ bool isMask(std::string_view value)
     }
     // A folded value has one on each of its lines.
     while (!value.empty()) {
+        if (const std::size_t length = numberedMaskLength(value)) {
+            value.remove_prefix(length);
+            continue;
+        }
         const auto piece = std::find_if(std::begin(masks), std::end(masks),
                                         [&](std::string_view mask) { return value.starts_with(mask); });
         if (piece == std::end(masks)) {
@@ -147,6 +162,11 @@ bool isOneWord(std::string_view name)
 std::string_view shownName(std::string_view name)
 {
     return isOneWord(name) || !looksLikePassword(name) ? name : secretMask;
+}
+
+std::string_view shownDn(std::string_view dn)
+{
+    return isSecretDn(dn) ? secretMask : dn;
 }
 
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value)

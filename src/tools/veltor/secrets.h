@@ -39,6 +39,9 @@ bool isOneWord(std::string_view name);
 /// The name as it may be shown: *** for one that has a secret in it.
 std::string_view shownName(std::string_view name);
 
+/// The DN, or a mask for one that is a secret's line by mistake.
+std::string_view shownDn(std::string_view dn);
+
 /// The value as an error may quote it: in double quotes, or *** for a secret.
 std::string quotedUnlessSecret(std::string_view attribute, std::string_view value);
 

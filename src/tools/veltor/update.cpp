@@ -147,6 +147,9 @@ private:
     void requireKnown() const;
     void requireSingle(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
                        const std::vector<StoredAttribute>& after) const;
+    void requireName(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
+                     const std::vector<StoredAttribute>& after) const;
+    static void keepHidden(ChangeOperation& operation, const Values& present);
     void requireEncoded(const ChangeRecord& record) const;
     void note(const ChangeRecord& record, std::size_t changes, const std::string& log);
     void carryOut(ChangeRecord& record);
@@ -345,7 +348,7 @@ void Update::note(const ChangeRecord& record, std::size_t changes, const std::st
     if (std::find(report_.dns.begin(), report_.dns.end(), record.dn) == report_.dns.end()) {
         report_.dns.push_back(record.dn);
     }
-    report_.log += (report_.log.empty() ? "" : "; ") + record.dn + ": " + log;
+    report_.log.append(report_.log.empty() ? "" : "; ").append(shownDn(record.dn)).append(": ").append(log);
 }
 
 bool Update::exists(const ChangeRecord& record, const std::string& dn) const
@@ -519,6 +522,53 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     }
 }
 
+// An entry without the value that it is named by would be a riddle to every reader, and is mostly a DN that was typed
+// where an assignment belongs.
+void Update::requireName(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
+                         const std::vector<StoredAttribute>& after) const
+{
+    for (const std::string_view name : namingAttributesOf(record.dn)) {
+        const StoredValues left = viewsOf(valuesOf(after, std::string(name)));
+        for (const WipedText& value : valuesOf(before, std::string(name))) {
+            if (std::none_of(left.begin(), left.end(),
+                             [&](std::string_view other) { return sameName(other, view(value)); })) {
+                throw refusal(ExitCode::refused, {record, record.place, std::string(name)},
+                              "the entry is named by this value, which stays", LDAP_NOT_ALLOWED_ON_RDN,
+                              "; -b names another entry");
+            }
+        }
+    }
+}
+
+// What is printed of an attribute some of whose values are hidden has the others alone.
+void Update::keepHidden(ChangeOperation& operation, const Values& present)
+{
+    Values hidden;
+    Values shown;
+    for (const WipedText& value : present) {
+        (isSecret(operation.attribute, view(value)) ? hidden : shown).push_back(value);
+    }
+    if (hidden.empty() || shown.empty()) {
+        return;
+    }
+    const auto asGiven = [](const WipedText& value) {
+        WipedText text = value;
+        text.push_back('\0');
+        return text;
+    };
+    const bool same = std::equal(shown.begin(), shown.end(), operation.values.begin(), operation.values.end(),
+                                 [](const WipedText& value, const ChangeValue& given) {
+                                     return view(value) == std::string_view(given.text.data());
+                                 });
+    const Place place = operation.place;
+    if (same) {
+        operation.values.clear();
+    }
+    for (const WipedText& value : same ? present : hidden) {
+        operation.values.push_back({asGiven(value), place});
+    }
+}
+
 std::string Update::modify(ChangeRecord& record)
 {
     const std::vector<StoredAttribute> before = entryOf(record);
@@ -529,6 +579,7 @@ std::string Update::modify(ChangeRecord& record)
     const std::vector<StoredAttribute> after = entryOf(record);
     requireEncoded(record);
     requireSingle(record, before, after);
+    requireName(record, before, after);
     std::string text;
     std::string log;
     std::size_t changes = 0;
@@ -574,8 +625,10 @@ std::string Update::ensure(ChangeRecord& record)
     if (!exists(record, record.dn)) {
         return add(record);
     }
+    const std::vector<StoredAttribute> entry = entryOf(record);
     for (ChangeOperation& operation : record.operations) {
         operation.kind = ChangeOperation::Kind::replace;
+        keepHidden(operation, valuesOf(entry, operation.attribute));
     }
     if (options_.prune) {
         const std::vector<std::string> named = attributesOf(record);
