@@ -305,7 +305,7 @@ TEST_F(Edit, ControlCharactersThatWereThereMayStay)
 
 TEST_F(Edit, AMaskOfSomethingElseDoesNotBecomeAPassword)
 {
-    // The second mask stands for a comment that has a password in clear text.
+    // The third mask stands for a setting of the environment, which is stored as it is.
     Conversation conversation(edit("sed -i 's/^zor-slapdAdminPW.*/zor-slapdAdminPW: *** (3)/' \"$1\"", "--yes"));
     EXPECT_EQ(conversation.status(), 3) << conversation.shown();
     expectNoSecret(conversation.shown());

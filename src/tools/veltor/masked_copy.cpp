@@ -12,13 +12,6 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr std::string_view numberBegin = "*** (";
-
-std::string maskOf(std::size_t number)
-{
-    return std::string(numberBegin) + std::to_string(number) + ')';
-}
-
 std::string_view withoutEnd(std::string_view line)
 {
     return line.substr(0, line.size() - lineEndOf(line).size());
@@ -47,7 +40,7 @@ MaskedCopy::MaskedCopy(std::string_view text)
         std::string mask;
         do {
             // A text may have such words of its own.
-            mask = maskOf(++number);
+            mask = numberedMask(++number);
         } while (text.find(mask) != std::string_view::npos);
         text_ += line.substr(0, hiddenFrom[index]);
         text_ += mask;
@@ -65,7 +58,7 @@ Unmasked MaskedCopy::unmasked(std::string_view edited) const
     for (const std::string_view line : linesOf(edited)) {
         ++number;
         const std::string_view body = withoutEnd(line);
-        const std::size_t at = body.rfind(numberBegin);
+        const std::size_t at = body.rfind(numberedMaskBegin);
         const auto secret = at == std::string_view::npos ? secrets_.end() : secrets_.find(body.substr(at));
         if (secret == secrets_.end()) {
             append(result.text, line);

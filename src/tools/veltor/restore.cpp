@@ -3,13 +3,14 @@
 #include "escape.h"
 #include "findings.h"
 #include "ldif_output.h"
+#include "masked_text.h"
 #include "question.h"
 #include "replacement.h"
 #include "secrets.h"
 #include "text_diff.h"
 #include "whole_text.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -54,23 +55,18 @@ void tellFindings(const Replacement& replacement, const std::string& from, Outpu
 // What veltor edit has kept looks like a backup, and a mask would become a password.
 void requireNoMask(std::string_view text, const std::string& from)
 {
-    std::size_t number = 0;
-    for (const std::string_view line : linesOf(text)) {
-        ++number;
-        const std::size_t colon = line.find(':');
-        if (colon == std::string_view::npos || line.front() == '#') {
+    const std::vector<std::string_view> lines = linesOf(text);
+    const std::vector<std::size_t> hiddenFrom = hiddenParts(lines);
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        const std::string_view line = lines[index].substr(0, lines[index].size() - lineEndOf(lines[index]).size());
+        if (line.starts_with('#') || hiddenFrom[index] > line.size() || !isMask(line.substr(hiddenFrom[index]))) {
             continue;
         }
-        constexpr std::string_view blanks = " \t\r\n";
-        std::string_view value = line.substr(std::min(line.find_first_not_of(blanks, colon + 1), line.size()));
-        value = value.substr(0, value.find_last_not_of(blanks) + 1);
-        if (isMask(value) && isSecret(line.substr(0, colon), value)) {
-            throw Failure(ExitCode::refused,
-                          from + ':' + std::to_string(number) + ": " + std::string(value) +
-                              " stands for a hidden value and is none",
-                          {"nothing was written; veltor edit goes on from a text that it has kept: EDITOR='cp " + from +
-                           "' veltor edit"});
-        }
+        throw Failure(ExitCode::refused,
+                      from + ':' + std::to_string(index + 1) + ": " + std::string(line.substr(hiddenFrom[index])) +
+                          " stands for a hidden value and is none",
+                      {"nothing was written; veltor edit goes on from a text that it has kept: EDITOR='cp " + from +
+                       "' veltor edit"});
     }
 }
 

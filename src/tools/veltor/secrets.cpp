@@ -85,6 +85,16 @@ bool makesSecretLine(const cfg_attr_type& type, std::string_view value)
            (looksLikePassword(type.name) || looksLikePassword(beforeLastColon(value)));
 }
 
+/// The length of the numbered mask that a text begins with; 0 for none.
+std::size_t numberedMaskLength(std::string_view text)
+{
+    if (!text.starts_with(numberedMaskBegin)) {
+        return 0;
+    }
+    const std::size_t end = text.find_first_not_of("0123456789", numberedMaskBegin.size());
+    return end == std::string_view::npos || end == numberedMaskBegin.size() || text[end] != ')' ? 0 : end + 1;
+}
+
 } // namespace
 
 bool isSecretLine(std::string_view line)
@@ -118,15 +128,9 @@ bool isPassword(std::string_view attribute)
     return type && type->syntax == passwordSyntax;
 }
 
-/// The length of the numbered mask that a text begins with, as in the editor's copy; 0 for none.
-std::size_t numberedMaskLength(std::string_view text)
+std::string numberedMask(std::size_t number)
 {
-    constexpr std::string_view begin = "*** (";
-    if (!text.starts_with(begin)) {
-        return 0;
-    }
-    const std::size_t end = text.find_first_not_of("0123456789", begin.size());
-    return end == std::string_view::npos || end == begin.size() || text[end] != ')' ? 0 : end + 1;
+    return std::string(numberedMaskBegin) + std::to_string(number) + ')';
 }
 
 bool isMask(std::string_view value)

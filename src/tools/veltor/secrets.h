@@ -2,6 +2,7 @@
 #ifndef VELTOR_TOOL_SECRETS_H
 #define VELTOR_TOOL_SECRETS_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -11,6 +12,12 @@ namespace veltor::tool {
 inline constexpr std::string_view secretMask = "***";
 inline constexpr std::string_view secretMaskBefore = "*** (before)";
 inline constexpr std::string_view secretMaskAfter = "*** (after)";
+
+/// What the masks of an editor's copy begin with, each of which stands for a secret of its own.
+inline constexpr std::string_view numberedMaskBegin = "*** (";
+
+/// "*** (1)" for 1.
+std::string numberedMask(std::size_t number);
 
 /// True for a text that is one of the masks, or several in a row. It must never come in as a password: somebody
 /// applies back what was printed.

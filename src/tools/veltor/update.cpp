@@ -540,7 +540,8 @@ void Update::requireName(const ChangeRecord& record, const std::vector<StoredAtt
     }
 }
 
-// What is printed of an attribute some of whose values are hidden has the others alone.
+// What is printed of an attribute some of whose values are hidden has the others alone. Who gives a hidden one has seen
+// them all.
 void Update::keepHidden(ChangeOperation& operation, const Values& present)
 {
     Values hidden;
@@ -548,7 +549,10 @@ void Update::keepHidden(ChangeOperation& operation, const Values& present)
     for (const WipedText& value : present) {
         (isSecret(operation.attribute, view(value)) ? hidden : shown).push_back(value);
     }
-    if (hidden.empty() || shown.empty()) {
+    const bool isWhole = std::any_of(operation.values.begin(), operation.values.end(), [&](const ChangeValue& given) {
+        return isSecret(operation.attribute, given.text.data());
+    });
+    if (hidden.empty() || shown.empty() || isWhole) {
         return;
     }
     const auto asGiven = [](const WipedText& value) {
