@@ -4,7 +4,8 @@
   ansible_test.py VELTOR EXAMPLES DIFFERENCE
 
 Four runs on one copy of the configuration: check mode, for real, for real once more, check mode. The first two change
-something, or would, and the others do not. DIFFERENCE is what the first run shows, byte by byte.
+something, or would, and the others do not. DIFFERENCE is what the first run shows, byte by byte. Then the same runs on
+a file fresh from "veltor init", which lacks some of the entries.
 """
 
 import json
@@ -86,6 +87,42 @@ def content(path):
         return file.read()
 
 
+def fresh_file(binary, folder):
+    with open(os.path.join(folder, "password"), "w", encoding="utf-8") as file:
+        os.fchmod(file.fileno(), 0o600)
+        file.write("of-the-fresh-file\n")
+    subprocess.run([binary, "init", FILE, "-q", "--suffix", "dc=example,dc=com", "-T", "password"], cwd=folder,
+                   check=True)
+
+
+def play_four_times(binary, examples, folder):
+    """Returns what the first run, that of check mode, shows."""
+    path = os.path.join(folder, FILE)
+    host = Host(binary, os.path.join(examples, "ansible", "desired_state.yml"), folder)
+    desired, shows = (task["name"] for task in host.tasks)
+
+    before = content(path)
+    (first, would_change, _), (second, _, shown) = host.play(check_mode=True)
+    assert (first, would_change, second) == (desired, True, shows)
+    assert content(path) == before
+
+    assert host.play(check_mode=False) == [(desired, True, None)]
+    after = content(path)
+    assert after != before
+    inode = os.stat(path).st_ino
+
+    assert host.play(check_mode=False) == [(desired, False, None)]
+    assert host.play(check_mode=True) == [(desired, False, None)]
+    assert content(path) == after and os.stat(path).st_ino == inode
+
+    # Whole entries, which the server finds: a warning would end this.
+    checked = subprocess.run([binary, "check", "--strict", FILE], cwd=folder, capture_output=True, text=True,
+                             check=False)
+    if checked.returncode != 0:
+        sys.exit(f"the file is not sound: {checked.stdout}")
+    return "".join(line + "\n" for line in shown)
+
+
 def main():
     binary, examples, difference = map(os.path.abspath, sys.argv[1:4])
     with open(difference, encoding="utf-8") as file:
@@ -94,30 +131,17 @@ def main():
         path = os.path.join(folder, FILE)
         shutil.copy(os.path.join(examples, FILE), path)
         os.chmod(path, 0o640)
-        host = Host(binary, os.path.join(examples, "ansible", "desired_state.yml"), folder)
-        desired, shows = (task["name"] for task in host.tasks)
-
-        before = content(path)
-        (first, would_change, _), (second, _, shown) = host.play(check_mode=True)
-        assert (first, would_change, second) == (desired, True, shows)
-        shown = "".join(line + "\n" for line in shown)
+        shown = play_four_times(binary, examples, folder)
         if shown != expected_difference:
             sys.exit(f"the difference is another:\n{shown}")
-        assert content(path) == before
-
-        assert host.play(check_mode=False) == [(desired, True, None)]
-        after = content(path)
-        assert after != before
-        inode = os.stat(path).st_ino
-
-        assert host.play(check_mode=False) == [(desired, False, None)]
-        assert host.play(check_mode=True) == [(desired, False, None)]
-        assert content(path) == after and os.stat(path).st_ino == inode
 
         # What the difference said is what was done.
         shutil.copy(os.path.join(examples, FILE), path + ".patched")
         subprocess.run(["patch", "-s", path + ".patched", difference], check=True)
-        assert content(path + ".patched") == after
+        assert content(path + ".patched") == content(path)
+    with tempfile.TemporaryDirectory() as folder:
+        fresh_file(binary, folder)
+        play_four_times(binary, examples, folder)
     print("changed once")
     return 0
 
