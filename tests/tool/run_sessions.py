@@ -4,8 +4,9 @@
 In a Markdown file, a block that is indented by four blanks and begins with "$ " is a session, in a manual page a literal
 block: each line that begins with "$ " is a command, and what follows is its output, standard error included, in
 Markdown with "(exit status N)" behind it where that is not 0. What "$ cat FILE" shows is the content of a file for the
-commands behind it. All sessions of a document run one after the other in a folder of their own, on a copy of the
-example, which VELTOR_FILE names for those of Markdown.
+commands behind it. A command whose output has questions runs on a terminal, where the answers that stand behind them
+are typed, each when its question has been asked. All sessions of a document run one after the other in a folder of
+their own, on a copy of the example, which VELTOR_FILE names for those of Markdown.
 
   run_sessions.py VELTOR EXAMPLES DOCUMENT            compares
   run_sessions.py VELTOR EXAMPLES DOCUMENT --show     compares, and prints headings, commands and outputs
@@ -14,7 +15,9 @@ example, which VELTOR_FILE names for those of Markdown.
 
 import difflib
 import os
+import pty
 import re
+import select
 import shutil
 import subprocess
 import sys
@@ -23,6 +26,8 @@ import tempfile
 INDENT = "    "
 SECRETS = {"first-password": "first-secret\n", "second-password": "second-secret\n",
            "password": "secret-of-the-example\n"}
+QUESTION = re.compile(r"(.*(?:\[y/N\]|e\(x\)it(?: \[x\])?:) )(\w*)")
+PATIENCE = 30  # seconds that a command on a terminal may be silent
 
 
 def parts_of_page(text):
@@ -90,12 +95,48 @@ def without_empty_end(lines):
     return lines
 
 
-def output_of(command, folder, environment, tells_status):
+def run_alone(command, folder, environment):
+    """Without a terminal. Returns the output and the exit status."""
     done = subprocess.run(["sh", "-c", command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True, check=False)
-    lines = without_empty_end(done.stdout.decode().splitlines())
-    if done.returncode != 0 and tells_status:
-        lines.append(f"(exit status {done.returncode})")
+    return done.stdout, done.returncode
+
+
+def run_and_answer(command, folder, environment, dialogue):
+    """As run_alone, on a terminal. The dialogue has questions with their answers: an answer is typed when its question
+    is the end of what has been shown. A question that the dialogue does not have ends the command."""
+    child, terminal = pty.fork()
+    if child == 0:
+        try:
+            os.chdir(folder)
+            os.execvpe("sh", ["sh", "-c", command], environment)
+        finally:
+            os._exit(127)
+    shown = b""
+    left = list(dialogue)
+    while select.select([terminal], [], [], PATIENCE)[0]:
+        try:
+            more = os.read(terminal, 4096)
+        except OSError:  # how a terminal tells that nobody has it open any more
+            break
+        shown += more
+        if left and shown.endswith(left[0][0].encode()):
+            os.write(terminal, left.pop(0)[1].encode() + b"\n")
+        else:
+            question = QUESTION.fullmatch(shown.decode(errors="replace").split("\n")[-1])
+            if question and not question[2]:
+                break
+    os.close(terminal)  # which hangs up a command that still waits
+    status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+    return shown.replace(b"\r\n", b"\n"), status if status >= 0 else 128 - status
+
+
+def output_of(command, folder, environment, tells_status, dialogue=()):
+    output, status = run_and_answer(command, folder, environment, dialogue) if dialogue else run_alone(
+        command, folder, environment)
+    lines = without_empty_end(output.decode().splitlines())
+    if status != 0 and tells_status:
+        lines.append(f"(exit status {status})")
     return lines
 
 
@@ -104,7 +145,8 @@ def run(command, expected, folder, environment, tells_status):
     if made and not os.path.exists(os.path.join(folder, made[1])):
         with open(os.path.join(folder, made[1]), "w", encoding="utf-8") as file:
             file.write("".join(line + "\n" for line in expected))
-    return output_of(command, folder, environment, tells_status)
+    dialogue = [question.groups() for question in map(QUESTION.fullmatch, expected) if question and question[2]]
+    return output_of(command, folder, environment, tells_status, dialogue)
 
 
 def main():
