@@ -4,9 +4,10 @@
   check_pages.py SOURCE LINKS PAGE...
 
 SOURCE is the project's folder, LINKS the one where the build made a page for each name that is not a page's own; it is
-"-" where there are no install rules. The PAGEs are those that are installed. Every exported function has one page, whose synopsis is the header's declaration
-and which tells of values, codes and examples. Declarations, numbers of constants and kinds of findings are those of
-the sources, and the overview names all pages and functions.
+"-" where there are no install rules. The PAGEs are those that are installed. Every exported function has one page,
+whose synopsis is the header's declaration and which tells of values, codes and examples; programs choose a write mode
+before they bind. Declarations, numbers of constants and kinds of findings are those of the sources, and the overview
+names all pages and functions.
 """
 
 import glob
@@ -120,6 +121,11 @@ def check_text(page, text, headers, constants):
     for block in pages.blocks_of(text):
         if block.kind == "header" and with_single_members(squeezed(block.text())) not in every_header:
             complain(f"{page}: this stands in no header:\n{block.text()}")
+    for block in pages.blocks_of(text):
+        # Every handle starts in the direct mode, in which a load may write.
+        if block.kind in ("program", "file") and "cfg_bind_s(" in block.text() \
+                and "cfg_set_write_mode(" not in block.text():
+            complain(f"{page}: {block.name} binds in the direct mode")
     for name, number in re.findall(r"^\.It Dv (CFG_\w+) (?:Pq|Ta) (\d+)$", text, re.M):
         if constants.get(name) != number:
             complain(f"{page}: {name} is {constants.get(name)} and not {number}")
