@@ -39,6 +39,23 @@ dn: cn=Front End, cn=Configuration
 cn: Front End
 objectclass: top
 zor-slapdInvalidLine: zor-slapdPeerPW: SecretKept
+another password SecretName1: x
+another password SecretName2: x
+
+dn: cn=Swallower, cn=Configuration
+ zor-slapdPeerPW: SecretDn
+cn: Swallower
+objectclass: top
+zor-slapdPort: 3899
+
+dn: cn=Below, cn=Swallower, cn=Configuration
+ zor-slapdPeerPW: SecretDn
+cn: Below
+objectclass: top
+
+dn: cn=Swallower, cn=Configuration
+ zor-slapdPeerPW: SecretDn
+description: again
 """
 BROKEN = "\nzor-slapdPeerPW: SecretBroken\n"
 NEW_PASSWORD = "SecretNew"
@@ -58,6 +75,9 @@ FILES = {
     "mistyped.ldif": "dn: cn=Configuration\nchangetype: modify\nreplace: zor-slapdAdminPW\n"
                      "zor-slapdAdminPW SecretMistyped\n",
     "colon.ldif": "dn: cn=Configuration\nchangetype: modify\nreplace: zor-slapdAdminPW\nzor-slapdAdminPW:: Secret!!\n",
+    "dn.ldif": "dn: cn=X, cn=Configuration\n zor-slapdPeerPW: SecretFolded\nchangetype: modify\nreplace: zor-slapdPort\n"
+               "zor-slapdPort: 1\n",
+    "dns": "cn=Swallower, cn=Configuration zor-slapdPeerPW: SecretDn\n",
     "content.ldif": "dn: cn=Peer, cn=Configuration\ncn: Peer\nobjectclass: top\nzor-slapdPeerPW: SecretPeer\n",
 }
 
@@ -65,7 +85,7 @@ COMMANDS = [
     ["get", "adminPW", "masterPW", "setenv"], ["get", "adminPW"], ["get", "errorLog"], ["get", "adminPwx"],
     ["search"], ["search", "--comments"], ["search", "-A"], ["search", "(zor-slapdAdminPW=SecretFilter"],
     ["search", "(zor-slapdAdminPW>=1)"], ["search", "zor-slapdAdminPW=*", "zor-slapdAdminPW"],
-    ["tree"], ["explain", "adminPW", "setenv", "masterPW"], ["explain", "errorLog"], ["check"], ["check", "--deep"],
+    ["tree"], ["explain", "adminPW", "setenv", "masterPW"], ["explain", "port", "zor-slapdMasterDN"], ["search", "dn"], ["explain", "errorLog"], ["check"], ["check", "--deep"],
     ["check", "--strict"], ["status"], ["check", "broken.conf"], ["status", "-F", "broken.conf"],
     ["get", "-F", "broken.conf", "port"],
     ["set", "port=1"], ["set", "-n", "port=1"], ["set", "setenv=A=SecretArgument"], ["set", "adminPW=SecretArgument"],
@@ -77,6 +97,8 @@ COMMANDS = [
     ["modify", "-f", "mistyped.ldif"], ["modify", "-f", "colon.ldif"], ["modify", "-f", "old"],
     ["add", "-f", "content.ldif"], ["add", "-n", "-f", "content.ldif"], ["apply", "-f", "content.ldif"],
     ["apply", "-n", "-f", "content.ldif"], ["apply", "--prune", "--allow-lockout", "-f", "content.ldif"],
+    ["modify", "-f", "dn.ldif"], ["apply", "-f", "dn.ldif"], ["add", "-f", "dn.ldif"],
+    ["delete", "-f", "dns"], ["delete", "-r", "-f", "dns"], ["delete", "--strict", "-r", "-f", "dns"],
     ["delete", "cn=Front End, cn=Configuration"], ["delete", "-n", "cn=Front End, cn=Configuration"],
     ["passwd", "-T", "new"], ["passwd", "-n", "-T", "new"], ["passwd", "-T", "long"], ["passwd", "-T", "encoded"],
     ["passwd", "SecretName", "-T", "new"],
@@ -122,7 +144,7 @@ def prepared(binary, base):
     text = CONFIGURATION.replace("{encoded}", encoded)
     put(folder, "zorslapd.conf", text)
     put(folder, "broken.conf", text + BROKEN)
-    put(folder, "other.conf", text.replace("389", "390").replace("SecretRejected: x", "SecretRejected: y")
+    put(folder, "other.conf", text.replace("389", "390").replace("SecretRejected: x", "SecretRejected: y").replace("3899", "3898")
         .replace("SecretEnvironment", "SecretOther").replace("SecretLimit", "SecretOtherLimit"))
     os.unlink(os.path.join(folder, "zorslapd.conf.lock"))
     return folder, text

@@ -1,4 +1,5 @@
 // veltor backup: a copy of the file that is whole, or not there.
+#include "backup_name.h"
 #include "commands.h"
 #include "whole_text.h"
 
@@ -7,14 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace veltor::tool {
@@ -28,12 +27,6 @@ never takes the place of a good backup. The copy is readable to the owner and th
 
 The options common to all commands (-F, -D, -W, -y, -w, --local) are accepted here too;
 see veltor --help.)";
-
-std::string folderOf(const std::string& name)
-{
-    const std::size_t slash = name.rfind('/');
-    return slash == std::string::npos ? "." : name.substr(0, slash + 1);
-}
 
 /// A new file beside the one that it replaces. Removed again unless it is put in place.
 class NewFile
@@ -100,71 +93,25 @@ private:
     bool installed_ = false;
 };
 
-/// Why a copy can't have this name, which the library uses for files of its own; "" for a name like others.
-/// @param file  with its links resolved: the library's files lie beside that one
-std::string ownUseOf(const std::string& copy, const std::string& file)
-{
-    struct stat copyFolder = {};
-    struct stat fileFolder = {};
-    if (::stat(folderOf(copy).c_str(), &copyFolder) != 0 || ::stat(folderOf(file).c_str(), &fileFolder) != 0 ||
-        copyFolder.st_dev != fileFolder.st_dev || copyFolder.st_ino != fileFolder.st_ino) {
-        return {};
-    }
-    const std::string copyName = copy.substr(copy.rfind('/') + 1);
-    const std::string fileName = file.substr(file.rfind('/') + 1);
-    if (copyName == fileName + ".lock") {
-        return "is the lock of the configuration file";
-    }
-    constexpr std::string_view mark = ".veltor.";
-    const std::string begin = '.' + fileName;
-    const bool isTemporary = copyName.starts_with(begin) && copyName.rfind(mark) == begin.size() &&
-                             copyName.size() > begin.size() + mark.size();
-    return isTemporary ? "is a name that the next write removes as a leftover" : "";
-}
-
-void requireName(const std::string& copy, const std::string& file, const struct stat& original)
-{
-    const auto refuse = [&](const std::string& finding) {
-        throw Failure(ExitCode::usage, copy + ' ' + finding, {"no copy was made; name another file"});
-    };
-    struct stat status = {};
-    if (::stat(copy.c_str(), &status) == 0) {
-        if (status.st_dev == original.st_dev && status.st_ino == original.st_ino) {
-            refuse("is the configuration file itself");
-        }
-        if (!S_ISREG(status.st_mode)) {
-            refuse("is no plain file");
-        }
-    }
-    std::error_code error;
-    const std::filesystem::path resolved = std::filesystem::canonical(file, error);
-    const std::string ownUse = ownUseOf(copy, error ? file : resolved.string());
-    if (!ownUse.empty()) {
-        refuse(ownUse);
-    }
-}
-
 ExitCode backup(const std::optional<std::string>& name, const TargetOptions& target, Output& output)
 {
     output.document().setFile(fileOf(target));
-    // A pipe would be waited for, and read only once.
-    struct stat original = {};
-    if (::stat(fileOf(target).c_str(), &original) == 0 && !S_ISREG(original.st_mode)) {
-        throw Failure(ExitCode::file, fileOf(target) + " is no plain file",
-                      {"no copy was made; name the configuration file with -F FILE"});
-    }
+    requirePlainFile(fileOf(target), "no copy was made");
+    const std::string copy = name.value_or(fileOf(target) + ".bak");
     const WipedText text = readConfiguration(fileOf(target));
     const Session session(target);
-    const std::string copy = name.value_or(session.file() + ".bak");
+    if (const std::string fault = faultOfBackupName(copy, session.file()); !fault.empty()) {
+        throw Failure(ExitCode::usage, fault, {"no copy was made; name another file"});
+    }
     // What is copied must be what was found good.
     if (readConfiguration(session.file()) != text) {
         throw Failure(ExitCode::busy, session.file() + " is being changed", {"no copy was made; try again"});
     }
+    struct stat original = {};
     if (::stat(session.file().c_str(), &original) != 0) {
         throw Failure(ExitCode::file, session.file() + ": " + std::strerror(errno),
                       {"no copy was made; see: veltor status"});
     }
-    requireName(copy, session.file(), original);
     // A signal would leave half a copy under another name.
     const SignalsHeldBack untilTold;
     NewFile file(copy);

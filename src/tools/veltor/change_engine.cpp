@@ -1,6 +1,8 @@
 // The set begins under the lock and ends with the scope. Signals wait while it is installed.
 #include "change_engine.h"
 
+#include "administrator.h"
+#include "backup_name.h"
 #include "names.h"
 #include "question.h"
 #include "results.h"
@@ -8,7 +10,6 @@
 
 #include <cstring>
 #include <limits>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -31,15 +32,6 @@ namespace {
 constexpr int millisecondsPerSecond = 1000;
 constexpr int longestTimeoutSeconds = std::numeric_limits<int>::max() / millisecondsPerSecond;
 
-/// True for two names of one file, which a backup would destroy.
-bool nameTheSameFile(const std::string& left, const std::string& right)
-{
-    struct stat leftStatus = {};
-    struct stat rightStatus = {};
-    return left == right || (::stat(left.c_str(), &leftStatus) == 0 && ::stat(right.c_str(), &rightStatus) == 0 &&
-                             leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino);
-}
-
 Session openedToWrite(const TargetOptions& target, const std::string& backup, Output& output)
 {
     output.document().setFile(fileOf(target));
@@ -50,30 +42,6 @@ Session openedToWrite(const TargetOptions& target, const std::string& backup, Ou
 std::string_view unterminatedLine(std::string_view text)
 {
     return text.substr(text.rfind('\n') + 1);
-}
-
-/// True when the file names an administrator, and has a password for it that can be read.
-bool hasAdministrator(void* handle)
-{
-    std::string dn = "zor-slapdAdminDN";
-    std::string password = "zor-slapdAdminPW";
-    char* names[] = {dn.data(), password.data(), nullptr};
-    Results results;
-    // A search decodes passwords, and fails where that can't be done.
-    if (cfg_search_s(handle, "cn=Configuration", LDAP_SCOPE_BASE, "", names, 0, results.receiver()) != LDAP_SUCCESS ||
-        results.first() == nullptr) {
-        return false;
-    }
-    const auto hasText = [&](const std::string& name) {
-        for (const cfg_message* attribute = results.first()->children; attribute != nullptr;
-             attribute = attribute->next) {
-            if (sameName(attribute->text, name)) {
-                return attribute->children != nullptr && *attribute->children->text != '\0';
-            }
-        }
-        return false;
-    };
-    return hasText(dn) && hasText(password);
 }
 
 extern "C" int noteLostValue(void* context, const cfg_finding* finding)
@@ -98,18 +66,8 @@ std::string backupFor(const TargetOptions& target, const WriteOptions& options)
     if (!options.backup) {
         return file.empty() ? file : file + ".bak";
     }
-    const auto refuse = [](const std::string& finding) {
-        throw Failure(ExitCode::usage, "--backup: " + finding, {"nothing was written; name another file"});
-    };
-    if (options.backup->empty()) {
-        refuse("a file name has 1 to 4096 bytes");
-    }
-    if (nameTheSameFile(*options.backup, file)) {
-        refuse(*options.backup + " is the configuration file itself");
-    }
-    struct stat status = {};
-    if (::stat(options.backup->c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        refuse(*options.backup + " is a folder");
+    if (const std::string fault = faultOfBackupName(*options.backup, file); !fault.empty()) {
+        throw Failure(ExitCode::usage, "--backup: " + fault, {"nothing was written; name another file"});
     }
     return *options.backup;
 }

@@ -56,7 +56,7 @@ std::string linesOf(const std::vector<Outcome>& outcomes)
         if (!outcome.isPrinted) {
             continue;
         }
-        lines += escaped(outcome.dn + ": " + outcome.what) + '\n';
+        lines += escaped(std::string(shownDn(outcome.dn)) + ": " + outcome.what) + '\n';
         lines += outcome.goneComments.empty() ? "" : "  with the comment\n";
         for (const std::string& comment : outcome.goneComments) {
             lines += "  " + escaped(comment) + '\n';
@@ -92,7 +92,7 @@ Json jsonFor(const std::vector<Outcome>& outcomes)
 {
     Json changes = Json::array();
     for (const Outcome& outcome : outcomes) {
-        changes.push_back({{"dn", jsonText(outcome.dn)},
+        changes.push_back({{"dn", jsonDn(outcome.dn)},
                            {"what", jsonText(outcome.what)},
                            {"attributes", jsonFor(outcome.attributes)},
                            {"goneComments", jsonFor(std::optional(outcome.goneComments))}});

@@ -67,9 +67,7 @@ ExitCode check(const CheckOptions& options, const TargetOptions& given, Output& 
     }
     const std::string file = fileOf(target);
     output.document().setFile(file);
-    std::vector<Finding> findings = findingsOf(file);
-    const std::vector<Finding> aboutThePlace = placeFindingsOf(file);
-    findings.insert(findings.begin(), aboutThePlace.begin(), aboutThePlace.end());
+    std::vector<Finding> findings = allFindingsOf(file);
     if (options.deep && countsOf(findings).errors == 0) {
         std::vector<Finding> deep = deepFindingsOf(target);
         std::move(deep.begin(), deep.end(), std::back_inserter(findings));

@@ -313,7 +313,9 @@ void offerValues(const CLI::App& application, const CommandLine& line, const CLI
     } else if (kind == "DN" && !option.check_name("-D")) {
         // Who may administer is no entry.
         for (const std::string& dn : entryNames(line.file())) {
-            offer.add(dn);
+            if (!isSecretDn(dn)) {
+                offer.add(dn);
+            }
         }
     } else if (kind == "NAME" && line.command()->get_name() == "passwd") {
         offerNames(offer, [](const cfg_attr_type& type) { return isPassword(type.name); });

@@ -1,6 +1,7 @@
 // veltor diff: what differs between two configurations, as texts with their secrets masked or as change records.
 #include "change_scan.h"
 #include "commands.h"
+#include "dn_text.h"
 #include "ldif_output.h"
 #include "output.h"
 #include "secrets.h"
@@ -53,6 +54,7 @@ public:
     {
         append(out_, "version: 1\n");
         const std::size_t head = out_.size();
+        lookForOrphans(before, after);
         for (const EntryDifference& difference : differencesOf(before, after)) {
             const cfg_message& entry = difference.after == nullptr ? *difference.before : *difference.after;
             if (textOf(entry).empty()) {
@@ -72,11 +74,36 @@ public:
     }
 
 private:
-    void begin(const cfg_message& entry, std::string_view change)
+    void begin(const cfg_message& entry, std::string_view change, std::string_view comment = "")
     {
+        requireDn(entry);
         append(out_, "\n");
+        if (!comment.empty()) {
+            appendLdifComment(out_, comment);
+        }
         appendLdifLine(out_, "dn", textOf(entry));
         appendLdifLine(out_, "changetype", change);
+    }
+
+    void lookForOrphans(const StoredTree& before, const StoredTree& after)
+    {
+        for (const cfg_message* entry : after.entries()) {
+            std::string_view above = parentOf(textOf(*entry));
+            if (!above.empty() && after.find(above) == nullptr) {
+                orphans_.insert(entry);
+            }
+            for (; !above.empty() && after.find(above) == nullptr; above = parentOf(above)) {
+                goneFromAbove_.insert(before.find(above));
+            }
+        }
+    }
+
+    void requireDn(const cfg_message& entry) const
+    {
+        if (!showSecrets_ && isSecretDn(textOf(entry))) {
+            throw Failure(ExitCode::usage, "the DN of an entry that differs has a secret in it",
+                          {"nothing was printed; --show-secrets prints it as it stands in the file"});
+        }
     }
 
     // The file keeps any text before a colon as a name.
@@ -84,7 +111,7 @@ private:
     {
         if (!isAttributeDescription(name)) {
             throw Failure(ExitCode::refused,
-                          std::string(textOf(entry)) + ": \"" + std::string(shownName(name)) +
+                          std::string(shownDn(textOf(entry))) + ": \"" + std::string(shownName(name)) +
                               "\" differs, and change records can't name it",
                           {"nothing was printed; without --ldif the difference is printed as text"});
         }
@@ -100,8 +127,21 @@ private:
         appendLdifLine(out_, name, value);
     }
 
+    // A deletion takes no entry from under those that are below it.
+    void requireNothingBelow(const cfg_message& entry) const
+    {
+        if (goneFromAbove_.count(&entry) != 0) {
+            throw Failure(ExitCode::refused,
+                          std::string(textOf(entry)) + ": this entry is gone and those below it are not, which change "
+                                                       "records can't make",
+                          {"nothing was printed; without --ldif the difference is printed as text"});
+        }
+    }
+
     void appendRemoval(const cfg_message& entry)
     {
+        requireDn(entry);
+        requireNothingBelow(entry);
         append(out_, "\n");
         // What is lost, for whoever wants it back.
         for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
@@ -142,7 +182,8 @@ private:
 
     void appendNew(const cfg_message& entry)
     {
-        begin(entry, "add");
+        begin(entry, "add",
+              orphans_.count(&entry) == 0 ? "" : "The entry above is missing: veltor modify --orphan permits that.");
         for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
             const std::string_view name = textOf(*attribute);
             requireName(entry, name);
@@ -196,6 +237,8 @@ private:
     }
 
     bool showSecrets_;
+    std::set<const cfg_message*> orphans_;       ///< entries whose parent is missing
+    std::set<const cfg_message*> goneFromAbove_; ///< entries of the tree before that are missing above others
     WipedText out_;
 };
 
@@ -237,9 +280,8 @@ WipedText textDiffOf(const std::string& before, const std::string& after)
 
 void requireReadable(const std::string& file, const char* nextStep)
 {
-    if (const std::optional<Failure> failure = unreadableFile(file)) {
-        throw Failure(failure->exit(), failure->what(),
-                      {failure->details().front(), std::string("nothing was compared; ") + nextStep}, failure->facts());
+    if (const std::optional<Failure> failure = unreadableFile(file, "nothing was compared", nextStep)) {
+        throw *failure;
     }
 }
 
@@ -253,6 +295,13 @@ ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& o
     output.document().setFile(file);
     const std::string before = options.before.value_or(file + ".bak");
     const std::string after = options.after.value_or(file);
+    // What is named may be a pipe: the output of another command is compared as well.
+    if (!options.before || options.ldif) {
+        requirePlainFile(before, "nothing was compared");
+    }
+    if (!options.after || options.ldif) {
+        requirePlainFile(after, "nothing was compared");
+    }
     requireReadable(before, options.before ? "name another file" : "make a backup with: veltor backup");
     requireReadable(after, "name another file");
     const WipedText out = options.ldif ? ldifOf(before, after, target, output) : textDiffOf(before, after);

@@ -178,16 +178,24 @@ void Document::addEntry(const cfg_message& entry, const EntryForm& form)
 {
     hasEntries_ = true;
     append(entries_, entries_.empty() ? R"({"dn":)" : R"(,{"dn":)");
-    appendText(entries_, textOf(entry));
+    if (form.showSecrets || !isSecretDn(textOf(entry))) {
+        appendText(entries_, textOf(entry));
+    } else {
+        append(entries_, "null");
+    }
     append(entries_, R"(,"attributes":{)");
     const char* separator = "";
+    std::size_t hiddenNames = 0;
     for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {
         if (form.chosen && !form.chosen(attribute->text)) {
             continue;
         }
         append(entries_, std::exchange(separator, ","));
-        // A member's name has no other form than a string.
-        const std::string_view name = form.showSecrets ? textOf(*attribute) : shownName(textOf(*attribute));
+        // A member's name has no other form than a string, and no other member has it.
+        std::string name(form.showSecrets ? textOf(*attribute) : shownName(textOf(*attribute)));
+        if (name == secretMask && ++hiddenNames > 1) {
+            name = numberedMask(hiddenNames);
+        }
         appendString(entries_, isUtf8(name) ? name : escaped(name));
         append(entries_, ":[");
         if (!form.namesOnly) {
@@ -257,6 +265,11 @@ Json jsonText(std::string_view text)
     WipedText encoded;
     appendBase64(encoded, text);
     return {{"base64", std::string(view(encoded))}};
+}
+
+Json jsonDn(std::string_view dn)
+{
+    return isSecretDn(dn) ? Json(nullptr) : jsonText(dn);
 }
 
 Json jsonTextOrNull(std::string_view text)

@@ -51,6 +51,9 @@ private:
 /// A text as the document has it: a string, or {"base64":"..."} for what is not UTF-8.
 nlohmann::ordered_json jsonText(std::string_view text);
 
+/// null for a DN that has taken a secret's line into it.
+nlohmann::ordered_json jsonDn(std::string_view dn);
+
 /// As jsonText, but null for an empty text.
 nlohmann::ordered_json jsonTextOrNull(std::string_view text);
 

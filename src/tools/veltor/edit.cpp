@@ -9,6 +9,7 @@
 #include "names.h"
 #include "question.h"
 #include "replacement.h"
+#include "secrets.h"
 #include "take_in.h"
 #include "text_diff.h"
 #include "whole_text.h"
@@ -276,7 +277,7 @@ std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, c
             problems.push_back({line, "error",
                                 "a password is stored encoded, and can't be typed here; leave it out and use: "
                                 "veltor passwd -b '" +
-                                    finding.dn + "' " + finding.attribute});
+                                    std::string(shownDn(finding.dn)) + "' " + finding.attribute});
         }
     }
     return problems;

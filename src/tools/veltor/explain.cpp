@@ -108,7 +108,7 @@ std::string textFor(const cfg_attr_type& type, const Settings& settings, const s
     }
     for (const Setting& setting : settings.values) {
         const std::string value = setting.value ? escaped(*setting.value) : "***";
-        const std::string dn = setting.dn.empty() ? "above the entries" : escaped(setting.dn);
+        const std::string dn = setting.dn.empty() ? "above the entries" : escaped(shownDn(setting.dn));
         out.append("  now: ").append(value).append("   ").append(dn).append(", ").append(escaped(file));
         out += setting.line > 0 ? ':' + std::to_string(setting.line) + '\n' : "\n";
     }
@@ -134,7 +134,7 @@ Json jsonFor(const Settings& settings)
     }
     Json values = Json::array();
     for (const Setting& setting : settings.values) {
-        values.push_back({{"dn", jsonText(setting.dn)},
+        values.push_back({{"dn", jsonDn(setting.dn)},
                           {"value", setting.value ? jsonText(*setting.value) : Json(nullptr)},
                           {"line", setting.line > 0 ? Json(setting.line) : Json(nullptr)}});
     }

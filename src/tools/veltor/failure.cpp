@@ -215,7 +215,8 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
         return value + " has bits outside " + hex(report.bits);
     case CFG_ERR_NOT_IN_OBJECTCLASS:
         // The one rule of this kind that there is. A second version or charset line ends up here as well.
-        return "only one version and one charset may stand above the first entry";
+        return "this line is in no entry: a blank line ends one, and above the first there may only be one version and "
+               "one charset";
     case CFG_ERR_DN_MISSING_ATTR:
     case CFG_ERR_DN_ATTR_INVALID:
     case CFG_ERR_DN_MISSING_VALUE:
@@ -237,7 +238,7 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
     case LDAP_NO_SUCH_OBJECT:
         return "there is no such entry";
     case LDAP_INVALID_DN_SYNTAX:
-        return '"' + circumstances.dn + "\" is not a DN";
+        return '"' + std::string(shownDn(circumstances.dn)) + "\" is not a DN";
     case LDAP_OTHER:
         return circumstances.stage == Stage::bind ? "can't be read as a configuration" : "unexpected failure";
     case CFG_LDAP_NO_MEMORY:
@@ -274,7 +275,7 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
     }
     // An entry that is not there is known from the call alone.
     const bool missing = report.ldap == LDAP_NO_SUCH_OBJECT && report.dn.empty();
-    const std::string& dn = missing ? circumstances.dn : report.dn;
+    const std::string dn(missing ? shownDn(circumstances.dn) : report.dn);
     // A change is refused where it stands, on the command line if that is nowhere, unless it is the file that is in
     // the way.
     const std::string place = circumstances.place.text();
@@ -318,7 +319,8 @@ std::string nextStep(const Report& report)
 std::string adviceFor(const Report& report, const Circumstances& circumstances)
 {
     if (report.line > 0) {
-        return "the file was not changed; nothing can read it, nor start from it, until this line is corrected";
+        return "the file was not changed; nothing can read it, nor start from it, until this line is corrected; see: "
+               "veltor check";
     }
     if (report.ldap == decodingError) {
         return circumstances.stage == Stage::bind ? "nothing was printed; nobody can bind until it is set anew"
@@ -417,13 +419,13 @@ Failure libraryFailure(void* handle, int code, const Circumstances& circumstance
     FailureFacts facts = factsOf(handle, report);
     facts.source = circumstances.place;
     if (circumstances.stage != Stage::bind && report.line == 0 && facts.dn.empty()) {
-        facts.dn = circumstances.dn;
+        facts.dn = shownDn(circumstances.dn);
     }
     return {exitCodeFor(circumstances.stage, report.ldap, report.line), headlineOf(report, circumstances),
             std::move(details), std::move(facts)};
 }
 
-std::optional<Failure> unreadableFile(const std::string& file)
+std::optional<Failure> unreadableFile(const std::string& file, const std::string& state, const std::string& step)
 {
     struct stat status = {};
     const bool missing = ::stat(file.c_str(), &status) != 0;
@@ -432,8 +434,10 @@ std::optional<Failure> unreadableFile(const std::string& file)
         return std::nullopt;
     }
     const int code = missing ? CFG_ERR_FILE_NOT_FOUND : CFG_ERR_FILE_OPEN;
+    const bool forbidden = error == EACCES || error == EPERM;
     return Failure(ExitCode::file, file + ": " + std::strerror(error),
-                   {codesOf(CFG_LDAP_CONNECT_ERROR, code), fileAdvice},
+                   {codesOf(CFG_LDAP_CONNECT_ERROR, code),
+                    state + "; " + (forbidden ? "run it as root or as the owner of the file" : step)},
                    {.ldap = CFG_LDAP_CONNECT_ERROR, .code = code, .file = file});
 }
 

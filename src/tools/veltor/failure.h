@@ -97,7 +97,10 @@ FailureFacts keptFacts(void* handle, int code, const std::string& file);
 std::string codesOf(int ldap, int code);
 
 /// The failure that a bind to this file would end in, if the file is missing or can't be opened now.
-std::optional<Failure> unreadableFile(const std::string& file);
+/// @param state  of things, as a failure tells it
+/// @param step   what helps unless it is permission that is missing
+std::optional<Failure> unreadableFile(const std::string& file, const std::string& state = "nothing was read",
+                                      const std::string& step = "name the file with -F FILE or in VELTOR_FILE");
 
 /// The failure for a DN or a password that is wrong beyond doubt, without asking the library.
 Failure wrongCredentials(const std::string& dn, std::string_view reason);

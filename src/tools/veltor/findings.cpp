@@ -1,9 +1,12 @@
 // The library's findings are copied as they come: their texts live during the call alone.
 #include "findings.h"
 
+#include "administrator.h"
 #include "failure.h"
 #include "handle.h"
 #include "memory_file.h"
+#include "secrets.h"
+#include "whole_text.h"
 
 #include <algorithm>
 #include <map>
@@ -56,6 +59,19 @@ std::vector<Finding> findingsOf(const std::string& file)
     const int code = cfg_check_s(handle.get(), file.c_str(), keep, &findings);
     if (code != LDAP_SUCCESS) {
         throw libraryFailure(handle.get(), code, {Stage::bind, ""});
+    }
+    return findings;
+}
+
+std::vector<Finding> allFindingsOf(const std::string& file)
+{
+    const std::vector<Finding> inside = findingsOf(file);
+    std::vector<Finding> findings = placeFindingsOf(file);
+    findings.insert(findings.end(), inside.begin(), inside.end());
+    if (countsOf(inside).errors == 0 && !hasAdministrator(Session(readingOf(file)).handle())) {
+        findings.push_back({.kind = "no-administrator",
+                            .message = "nobody can bind as administrator: cn=Configuration needs zor-slapdAdminDN, "
+                                       "and zor-slapdAdminPW with a password that can be decoded"});
     }
     return findings;
 }
@@ -116,8 +132,8 @@ nlohmann::ordered_json jsonOf(const std::vector<Finding>& findings)
                          {"line", finding.line > 0 ? Json(finding.line) : Json(nullptr)},
                          {"code", finding.code},
                          {"kind", finding.kind},
-                         {"dn", jsonTextOrNull(finding.dn)},
-                         {"attribute", jsonTextOrNull(finding.attribute)},
+                         {"dn", finding.dn.empty() ? Json(nullptr) : jsonDn(finding.dn)},
+                         {"attribute", jsonTextOrNull(shownName(finding.attribute))},
                          {"value", finding.value ? jsonTextOrNull(*finding.value) : Json(nullptr)},
                          {"message", jsonText(finding.message)}});
     }

@@ -19,7 +19,7 @@ inline constexpr const char* serverAccount = "ldap";
 
 enum class Severity { note = 1, warning = 2, error = 3 }; ///< the numbers are those of cfg_finding
 
-/// One finding. It holds no secret.
+/// One finding. It holds no secret, unless as a part of a DN or a name: see shownDn and shownName.
 struct Finding
 {
     Severity severity = Severity::note;
@@ -49,6 +49,11 @@ std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vecto
 /// What is found about the place of a file: who may read it and its backup, who owns them, and whether the backup is of
 /// any use.
 std::vector<Finding> placeFindingsOf(const std::string& file);
+
+/// What veltor check tells first: what is found about the place of a file, what the library finds in it, and whether
+/// nobody can bind as its administrator.
+/// @throws Failure  (file) when it can't be read
+std::vector<Finding> allFindingsOf(const std::string& file);
 
 /// What is found around a file that loads: paths that are not there or that the account "ldap" can't reach, ports that
 /// are used twice, TLS settings that seem not to belong together, a backup that is newer than the file.

@@ -1,5 +1,6 @@
 // veltor get: the values of some attributes of one entry, bare enough for a script.
 #include "commands.h"
+#include "elsewhere.h"
 #include "escape.h"
 #include "ldif_output.h"
 #include "names.h"
@@ -139,7 +140,8 @@ ExitCode get(const GetOptions& options, const TargetOptions& target, Output& out
         const cfg_message* attribute = attributeOf(source, name);
         if (attribute == nullptr || attribute->children == nullptr) {
             missing.push_back(jsonText(name));
-            notes.push_back(name + " has no value");
+            const std::string other = whereElse(session.handle(), name);
+            notes.push_back(name + " has no value" + (other.empty() ? "" : "; " + other));
         } else {
             found.push_back({name, *attribute});
         }

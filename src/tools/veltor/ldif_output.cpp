@@ -155,6 +155,12 @@ void appendLdifComment(WipedText& out, std::string_view text)
 
 void appendEntry(WipedText& out, const cfg_message& entry, const EntryForm& form)
 {
+    if (!form.showSecrets && isSecretDn(textOf(entry))) {
+        // What it has would be read as the attributes of no entry.
+        appendLdifComment(out, "dn: hidden");
+        out.push_back('\n');
+        return;
+    }
     appendComment(out, entry, nullptr, form);
     appendLdifLine(out, "dn", textOf(entry));
     for (const cfg_message* attribute = entry.children; attribute != nullptr; attribute = attribute->next) {

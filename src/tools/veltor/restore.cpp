@@ -85,6 +85,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     const std::string file = fileOf(target);
     output.document().setFile(file);
     const std::string from = options.from.value_or(file + ".bak");
+    requirePlainFile(from, "nothing was written");
     Replacement replacement;
     replacement.after = readConfiguration(from);
     const Session backup(readingOf(from));

@@ -28,12 +28,14 @@ struct SetOptions
     UpdateOptions update;
 };
 
-ExitCode set(const SetOptions& options, const TargetOptions& target, Output& output)
+ExitCode set(SetOptions& options, const TargetOptions& target, Output& output)
 {
     if (escaped(options.comment) != options.comment) {
         throw Failure(ExitCode::usage, "-m: a comment is one line of text",
                       {"nothing was written; leave line feeds and control characters out"});
     }
+    // Who names an entry means it.
+    options.update.tellElsewhere = options.dn == configurationDn;
     ChangeSet changes{{"", "set"}, {}};
     changes.records.push_back(
         recordOf(options.dn, options.assignments, options.comment, options.update.write.allowUnknown));

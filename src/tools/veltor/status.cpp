@@ -4,6 +4,7 @@
 #include "findings.h"
 #include "ldif_output.h"
 #include "results.h"
+#include "secrets.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -34,7 +35,7 @@ for.)";
 /// Who holds the writer lock, by what its last holder left in the lock file.
 struct Lock
 {
-    std::optional<bool> held = false; ///< unset: this account may not look
+    std::optional<bool> held = false; ///< unset: this account may not look, or there is no lock file but something else
     std::string process, program;     ///< "" where the holder is not known
 };
 
@@ -95,6 +96,10 @@ Lock lockOf(const std::string& resolved)
         }
         return lock;
     }
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        lock.held.reset();
+    }
     struct flock wanted = {};
     wanted.l_type = F_WRLCK;
     wanted.l_whence = SEEK_SET;
@@ -137,9 +142,7 @@ Status statusOf(const TargetOptions& target)
 {
     Status status;
     status.file = fileOf(target);
-    status.findings = findingsOf(status.file);
-    const std::vector<Finding> aboutThePlace = placeFindingsOf(status.file);
-    status.findings.insert(status.findings.begin(), aboutThePlace.begin(), aboutThePlace.end());
+    status.findings = allFindingsOf(status.file);
     status.resolved = resolvedName(status.file);
     struct stat own = {};
     if (::stat(status.file.c_str(), &own) == 0) {
@@ -273,8 +276,8 @@ Failure doesNotLoad(const Status& status)
     facts.code = finding.code;
     facts.line = finding.line;
     facts.file = status.file;
-    facts.dn = finding.dn;
-    facts.attribute = finding.attribute;
+    facts.dn = shownDn(finding.dn);
+    facts.attribute = shownName(finding.attribute);
     facts.value = finding.value;
     return {ExitCode::file,
             status.file + (finding.line > 0 ? ':' + std::to_string(finding.line) : "") + ": " + finding.message,

@@ -69,7 +69,12 @@ StoredTree::StoredTree(void* handle)
 
 const cfg_message* StoredTree::find(const cfg_message& other) const
 {
-    const auto found = byDn_.find(folded(textOf(other)));
+    return find(textOf(other));
+}
+
+const cfg_message* StoredTree::find(std::string_view dn) const
+{
+    const auto found = byDn_.find(folded(dn));
     return found == byDn_.end() ? nullptr : found->second;
 }
 

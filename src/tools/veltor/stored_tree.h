@@ -34,6 +34,9 @@ public:
     /// The entry of the DN of another tree's entry, null for none.
     const cfg_message* find(const cfg_message& other) const;
 
+    /// @param dn  as an entry of a tree has it, or a part of one
+    const cfg_message* find(std::string_view dn) const;
+
 private:
     Results results_;
     std::vector<const cfg_message*> entries_;

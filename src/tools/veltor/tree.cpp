@@ -50,11 +50,11 @@ void fill(Document& document, const Tree& tree)
     using Json = nlohmann::ordered_json;
     Json branches = Json::array();
     for (const Branch& branch : tree.branches) {
-        branches.push_back({{"dn", jsonText(branch.dn)}, {"depth", branch.depth}, {"orphan", branch.orphan}});
+        branches.push_back({{"dn", jsonDn(branch.dn)}, {"depth", branch.depth}, {"orphan", branch.orphan}});
     }
     Json undefined = Json::array();
     for (const std::string& dn : tree.missing) {
-        undefined.push_back(jsonText(dn));
+        undefined.push_back(jsonDn(dn));
     }
     document.set("tree", std::move(branches));
     document.set("undefined", std::move(undefined));

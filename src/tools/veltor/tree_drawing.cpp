@@ -4,6 +4,7 @@
 #include "dn_text.h"
 #include "escape.h"
 #include "names.h"
+#include "secrets.h"
 
 #include <algorithm>
 #include <set>
@@ -91,12 +92,12 @@ std::string drawn(const Tree& tree, bool ascii, bool suffixes)
         ends.resize(std::max<std::size_t>(1, std::min(ends.size(), branch.depth)));
         columns.resize(ends.back());
         if (branch.depth == 0) {
-            out += '\n' + std::string(pencil.top) + escaped(branch.dn) + (suffixes ? " (suffix)" : "") + '\n';
+            out += '\n' + std::string(pencil.top) + escaped(shownDn(branch.dn)) + (suffixes ? " (suffix)" : "") + '\n';
         } else {
             if (pencil.spaced) {
                 out += columns + pencil.goesOn + '\n';
             }
-            out += columns + (branch.lastChild ? pencil.lastBranch : pencil.branch) + escaped(branch.dn) +
+            out += columns + (branch.lastChild ? pencil.lastBranch : pencil.branch) + escaped(shownDn(branch.dn)) +
                    (branch.orphan ? " *" : "") + '\n';
             columns += branch.lastChild ? pencil.ended : pencil.goesOn;
             ends.push_back(columns.size());
@@ -105,7 +106,7 @@ std::string drawn(const Tree& tree, bool ascii, bool suffixes)
     if (!tree.missing.empty()) {
         out += undefinedHeading;
         for (const std::string& dn : tree.missing) {
-            out += escaped(dn) + '\n';
+            out += escaped(shownDn(dn)) + '\n';
         }
     }
     return out;

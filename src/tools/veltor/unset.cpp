@@ -31,6 +31,7 @@ ExitCode unset(UnsetOptions& options, const TargetOptions& target, Output& outpu
 {
     options.update.lenient = !options.strict;
     options.update.knownNamesOnly = true;
+    options.update.tellElsewhere = options.dn == configurationDn;
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
     for (const std::string& name : options.names) {
         // What the catalogue does not have may still stand in the file, and be taken out.

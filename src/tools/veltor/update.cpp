@@ -4,6 +4,7 @@
 
 #include "credentials.h"
 #include "dn_text.h"
+#include "elsewhere.h"
 #include "escape.h"
 #include "masked_text.h"
 #include "names.h"
@@ -151,6 +152,7 @@ private:
                      const std::vector<StoredAttribute>& after) const;
     static void keepHidden(ChangeOperation& operation, const Values& present);
     void requireEncoded(const ChangeRecord& record) const;
+    void tellElsewhere(const ChangeRecord& record, const std::vector<StoredAttribute>& before) const;
     void note(const ChangeRecord& record, std::size_t changes, const std::string& log);
     void carryOut(ChangeRecord& record);
     std::string add(ChangeRecord& record);
@@ -246,7 +248,7 @@ Failure Update::refusal(ExitCode exit, const Fault& fault, const std::string& fi
     facts.file = engine_.session().file();
     facts.source = placeIn(changes_.source.name, fault.place);
     std::string headline = facts.source.text();
-    headline.append(headline.empty() ? "" : ": ").append(fault.record.dn).append(": ").append(fault.attribute);
+    headline.append(headline.empty() ? "" : ": ").append(shownDn(fault.record.dn)).append(": ").append(fault.attribute);
     headline.append(fault.attribute.empty() ? "" : ": ").append(finding);
     return {exit, headline, std::move(details), std::move(facts)};
 }
@@ -295,7 +297,7 @@ void Update::requireKnown() const
             facts.file = engine_.session().file();
             facts.source = placeIn(changes_.source.name, operation.place);
             std::string message = facts.source.text();
-            message.append(message.empty() ? "" : ": ").append(record.dn).append(": ").append(finding);
+            message.append(message.empty() ? "" : ": ").append(shownDn(record.dn)).append(": ").append(finding);
             throw Failure(ExitCode::refused, message, {"nothing was written; --allow-unknown stores it as free text"},
                           std::move(facts));
         }
@@ -335,6 +337,17 @@ void Update::requireEncoded(const ChangeRecord& record) const
             LDAP_SUCCESS) {
             throw refusal(ExitCode::refused, {record, encoded->place, operation.attribute},
                           "a text of the form >...< is an encoded password, and this one can't be decoded");
+        }
+    }
+}
+
+void Update::tellElsewhere(const ChangeRecord& record, const std::vector<StoredAttribute>& before) const
+{
+    for (const std::string& name : attributesOf(record)) {
+        const std::string other = valuesOf(before, name).empty() ? whereElse(engine_.handle(), name) : "";
+        if (!other.empty()) {
+            std::string finding(shownDn(record.dn));
+            warn(finding.append(" has no ").append(name).append("; ").append(other));
         }
     }
 }
@@ -576,6 +589,9 @@ void Update::keepHidden(ChangeOperation& operation, const Values& present)
 std::string Update::modify(ChangeRecord& record)
 {
     const std::vector<StoredAttribute> before = entryOf(record);
+    if (options_.tellElsewhere) {
+        tellElsewhere(record, before);
+    }
     for (ChangeOperation& operation : record.operations) {
         carryOut(record, operation);
     }

@@ -35,6 +35,8 @@ struct UpdateOptions
     bool prune = false;       ///< an entry that is ensured loses its other attributes, but for some
     /// Taking away a name is refused that neither the catalogue nor the entry has: it is mistyped.
     bool knownNamesOnly = false;
+    /// Says of a setting that the entry did not have where else it stands.
+    bool tellElsewhere = false;
     bool lenient = false; ///< adding what is there and deleting what is not change nothing
 };
 

@@ -6,6 +6,7 @@
 #include "ldif_output.h"
 #include "masked_text.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace veltor::tool {
@@ -16,6 +17,14 @@ WipedText readConfiguration(const std::string& file, const std::string& advice)
         return readChangeFile(file);
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.what(), {advice}, failure.facts());
+    }
+}
+
+void requirePlainFile(const std::string& file, const std::string& state)
+{
+    struct stat status = {};
+    if (::stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw Failure(ExitCode::file, file + " is no plain file", {state + "; name another file"}, {.file = file});
     }
 }
 

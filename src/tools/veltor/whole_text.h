@@ -16,6 +16,11 @@ namespace veltor::tool {
 WipedText readConfiguration(const std::string& file,
                             const std::string& advice = "nothing was written; name another file");
 
+/// Refuses what can't be read twice, such as a pipe, and would be waited for.
+/// @param state  of things, as a failure tells it
+/// @throws Failure (file)
+void requirePlainFile(const std::string& file, const std::string& state);
+
 /// The options that read this file without a bind.
 TargetOptions readingOf(const std::string& file);
 
