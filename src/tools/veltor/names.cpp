@@ -1,4 +1,5 @@
-// Goes through the catalogue as it comes: a hundred names need no index.
+// Types are found by their names at once, since each value of an entry asks for its own. What people type is held
+// against the catalogue as it comes.
 #include "names.h"
 
 #include "failure.h"
@@ -6,6 +7,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <unordered_map>
 
 namespace veltor::tool {
 
@@ -73,6 +75,34 @@ std::vector<std::string> nearestTo(std::string_view given, const std::vector<cfg
     return std::move(found);
 }
 
+struct NameHash
+{
+    std::size_t operator()(std::string_view name) const
+    {
+        std::size_t hash = 0;
+        for (const char character : name) {
+            hash = hash * 31 + static_cast<unsigned char>(lower(character));
+        }
+        return hash;
+    }
+};
+
+struct NameEqual
+{
+    bool operator()(std::string_view left, std::string_view right) const { return sameName(left, right); }
+};
+
+using TypesByName = std::unordered_map<std::string_view, const cfg_attr_type*, NameHash, NameEqual>;
+
+TypesByName typesByName()
+{
+    TypesByName types;
+    for (const cfg_attr_type& type : catalogue()) {
+        types.emplace(type.name, &type);
+    }
+    return types;
+}
+
 } // namespace
 
 const std::vector<cfg_attr_type>& catalogue()
@@ -95,12 +125,9 @@ bool sameName(std::string_view left, std::string_view right)
 
 std::optional<cfg_attr_type> attributeType(std::string_view name)
 {
-    for (const cfg_attr_type& type : catalogue()) {
-        if (sameName(type.name, name)) {
-            return type;
-        }
-    }
-    return std::nullopt;
+    static const TypesByName types = typesByName();
+    const auto found = types.find(name);
+    return found == types.end() ? std::nullopt : std::optional(*found->second);
 }
 
 NameResult lookUpName(std::string_view given)

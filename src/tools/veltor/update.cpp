@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -166,6 +167,7 @@ private:
 
     bool exists(const ChangeRecord& record, const std::string& dn) const;
     std::vector<StoredAttribute> entryOf(const ChangeRecord& record) const;
+    std::optional<std::size_t> countOf(const ChangeRecord& record, const std::string& name) const;
     std::vector<std::string> attributesOf(const ChangeRecord& record) const;
 
     void check(const ChangeRecord& record, Place place, int code) const;
@@ -390,6 +392,22 @@ std::vector<StoredAttribute> Update::entryOf(const ChangeRecord& record) const
     return entry;
 }
 
+/// How many values the attribute has; nothing where it is not there.
+std::optional<std::size_t> Update::countOf(const ChangeRecord& record, const std::string& name) const
+{
+    Results results;
+    check(record, record.place, cfg_read_s(engine_.handle(), record.dn.c_str(), LDAP_SCOPE_BASE, results.receiver()));
+    const cfg_message* const attribute = results.first() == nullptr ? nullptr : attributeOf(*results.first(), name);
+    if (attribute == nullptr) {
+        return std::nullopt;
+    }
+    std::size_t count = 0;
+    for (const cfg_message* value = attribute->children; value != nullptr; value = value->next) {
+        ++count;
+    }
+    return count;
+}
+
 /// Each attribute that a record speaks of, once.
 std::vector<std::string> Update::attributesOf(const ChangeRecord& record) const
 {
@@ -487,11 +505,9 @@ bool Update::hasPasswords(const ChangeRecord& record, const ChangeOperation& ope
 // One operation at a time: the library does not tell which values were there, or not, before.
 void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
 {
-    const std::vector<StoredAttribute> before = entryOf(record);
-    const std::size_t count = valuesOf(before, operation.attribute).size();
-    const bool isThere = std::any_of(before.begin(), before.end(), [&](const StoredAttribute& attribute) {
-        return sameName(attribute.name, operation.attribute);
-    });
+    const std::optional<std::size_t> before = countOf(record, operation.attribute);
+    const bool isThere = before.has_value();
+    const std::size_t count = before.value_or(0);
     const bool takesAway = operation.kind == ChangeOperation::Kind::remove ||
                            (operation.kind == ChangeOperation::Kind::replace && operation.values.empty());
     if (takesAway && !isThere && options_.knownNamesOnly && !options_.write.allowUnknown &&
@@ -519,8 +535,7 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     if (options_.lenient || operation.values.empty() || operation.kind == ChangeOperation::Kind::replace) {
         return;
     }
-    const std::vector<StoredAttribute> after = entryOf(record);
-    const std::size_t countAfter = valuesOf(after, operation.attribute).size();
+    const std::size_t countAfter = countOf(record, operation.attribute).value_or(0);
     const bool adds = operation.kind == ChangeOperation::Kind::add;
     if ((adds ? countAfter - count : count - countAfter) != operation.values.size()) {
         Fault fault{record, operation.place, operation.attribute};
