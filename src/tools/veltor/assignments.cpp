@@ -20,13 +20,24 @@ struct Assignment
     std::string name, value;
 };
 
+/// What helps who has given no assignment: most often it is a setting, and its value is the next argument.
+std::string adviceAbout(const std::string& text)
+{
+    const std::string name = lookUpName(text).name;
+    if (name.empty()) {
+        return "see: veltor help set";
+    }
+    return isPassword(name) ? "use: veltor passwd " + name
+                            : "a setting and its value are one argument: " + text + "=VALUE";
+}
+
 // The name is what stands before the first "=", without the sign directly before that.
 Assignment parsed(const std::string& text)
 {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
         throw Failure(ExitCode::usage, '"' + text + "\" is not NAME=VALUE, NAME+=VALUE or NAME-=VALUE",
-                      {"nothing was written; see: veltor help set"});
+                      {nothingWritten + "; " + adviceAbout(text)});
     }
     const char sign = text[equals - 1];
     const bool isSigned = sign == '+' || sign == '-';
