@@ -107,6 +107,21 @@ TEST_F(TerminalCommands, AChangeThatIsDeclinedIsNotMade)
     }
 }
 
+TEST_F(TerminalCommands, AQuestionKeepsNobodyFromWriting)
+{
+    temporary_.write("in.conf", content() + "zor-slapdSizeLimit: 5");
+    Conversation set(command("set port=1389"));
+    ASSERT_TRUE(set.shows("would drop it from the file; go on? [y/N] ")) << set.shown();
+    Conversation other(command("set --lock-timeout 0 --yes timeLimit=7"));
+    EXPECT_EQ(other.status(), 0) << other.shown();
+    const std::string written = content();
+    ASSERT_TRUE(set.answer("", "y")) << set.shown();
+    // What was asked is not what would happen now.
+    EXPECT_EQ(set.status(), 6) << set.shown();
+    EXPECT_NE(set.shown().find("was changed by somebody else meanwhile"), std::string::npos) << set.shown();
+    EXPECT_EQ(content(), written);
+}
+
 TEST_F(TerminalCommands, APasswordOfNoEntryIsNotAskedFor)
 {
     Conversation passwd(command("passwd -b cn=missing"));

@@ -98,21 +98,32 @@ ChangeEngine::ChangeEngine(const TargetOptions& target, const WriteOptions& opti
     : options_(options), output_(output), backup_(backupFor(target, options)),
       session_(openedToWrite(target, backup_, output))
 {
-    const int code =
-        waitForLock(handle(), lockTimeoutMs(options), [&](int timeoutMs) { return cfg_begin_s(handle(), timeoutMs); });
-    if (code != LDAP_SUCCESS) {
-        throw lockFailure(handle(), session_.file(), code, options.lockTimeoutSeconds);
-    }
-    begun_ = true;
+    begin();
     before_ = rendered(handle());
     hadAdministrator_ = hasAdministrator(handle());
 }
 
 ChangeEngine::~ChangeEngine()
 {
+    rollBack();
+}
+
+void ChangeEngine::begin()
+{
+    const int code =
+        waitForLock(handle(), lockTimeoutMs(options_), [&](int timeoutMs) { return cfg_begin_s(handle(), timeoutMs); });
+    if (code != LDAP_SUCCESS) {
+        throw lockFailure(handle(), session_.file(), code, options_.lockTimeoutSeconds);
+    }
+    begun_ = true;
+}
+
+void ChangeEngine::rollBack()
+{
     if (begun_) {
         cfg_rollback_s(handle());
     }
+    begun_ = false;
 }
 
 WipedText ChangeEngine::after() const
@@ -127,11 +138,11 @@ void ChangeEngine::replaceText(WipedText text, void* readFrom)
 }
 
 // A load drops the value of a last line without a line feed, and what follows such a line makes that permanent.
-void ChangeEngine::requireWholeLastLine(std::string_view after)
+void ChangeEngine::requireWholeLastLine(const WipedText& after)
 {
     const std::string_view last = unterminatedLine(view(before_));
     // Somebody has seen what a whole text makes of that line.
-    if (replacement_ || last.empty() || unterminatedLine(after) == last) {
+    if (replacement_ || last.empty() || unterminatedLine(view(after)) == last) {
         return;
     }
     bool lost = false;
@@ -145,10 +156,22 @@ void ChangeEngine::requireWholeLastLine(std::string_view after)
         warn(finding);
         return;
     }
+    requireConsent(finding, after);
+}
+
+// Nobody waits for the answer. With the lock the changes are gone, and their text is installed instead.
+void ChangeEngine::requireConsent(const std::string& finding, const WipedText& after)
+{
+    rollBack();
     if (!confirmed(finding)) {
         throw Failure(ExitCode::no, finding, {"nothing was written; end the file with a line feed"},
                       {.file = session_.file()});
     }
+    begin();
+    if (rendered(handle()) != before_) {
+        throw changedMeanwhile(session_.file());
+    }
+    replacement_ = after;
 }
 
 void ChangeEngine::install(const ChangeReport& report)
@@ -178,7 +201,7 @@ ExitCode ChangeEngine::finish(const ChangeReport& report)
         return ExitCode::done;
     }
     requireAdministrator();
-    requireWholeLastLine(view(text));
+    requireWholeLastLine(text);
     if (options_.dryRun) {
         tellEnding(Ending::dryRun, report, options_, backup_,
                    differenceFor(report, view(before_), view(text), session_.file()), output_);

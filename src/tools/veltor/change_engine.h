@@ -83,7 +83,10 @@ public:
 
 private:
     void requireAdministrator() const;
-    void requireWholeLastLine(std::string_view after);
+    void begin();
+    void rollBack();
+    void requireWholeLastLine(const WipedText& after);
+    void requireConsent(const std::string& finding, const WipedText& after);
     void install(const ChangeReport& report);
 
     const WriteOptions& options_;

@@ -242,6 +242,13 @@ Failure lockFailure(void* handle, const std::string& file, int code, int timeout
     return libraryFailure(handle, code, {Stage::update, "", SourcePlace(), nothingWritten});
 }
 
+Failure changedMeanwhile(const std::string& file)
+{
+    return {ExitCode::busy,
+            file + " was changed by somebody else meanwhile",
+            {"nothing was written; run the command again: it begins from what is there now"}};
+}
+
 Failure installFailure(void* handle, const std::string& file, int code, const ChangeReport& report)
 {
     const std::string codes = codesOf(code, cfg_get_exterror(handle));

@@ -65,6 +65,9 @@ void tellEnding(Ending ending, const ChangeReport& report, const WriteOptions& o
 std::string differenceFor(const ChangeReport& report, std::string_view before, std::string_view after,
                           const std::string& file);
 
+/// The failure for a file that is not any more what was looked at.
+Failure changedMeanwhile(const std::string& file);
+
 /// The failure to take the lock, or to read the file again under it.
 Failure lockFailure(void* handle, const std::string& file, int code, int timeoutSeconds);
 

@@ -38,13 +38,6 @@ bool loads(const std::string& file)
     }
 }
 
-Failure changedMeanwhile(const std::string& file)
-{
-    return {ExitCode::busy,
-            file + " was changed by somebody else meanwhile",
-            {"nothing was written; run the command again: it begins from what is there now"}};
-}
-
 /// Puts into the report which entries differ, and which of their attributes.
 void noteDifferences(const StoredTree& before, const StoredTree& after, ChangeReport& report)
 {
