@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <random>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,14 @@ std::string textOf(const Unmasked& unmasked)
     return {unmasked.text.begin(), unmasked.text.end()};
 }
 
+/// The text with its masks as this copy has them.
+std::string tagged(const MaskedCopy& copy, const std::string& text)
+{
+    std::smatch tag;
+    EXPECT_TRUE(std::regex_search(copy.text(), tag, std::regex(R"(\*\*\* \(\d+-([0-9a-f]{4})\))"))) << copy.text();
+    return std::regex_replace(text, std::regex(R"(\*\*\* \((\d+)\))"), "*** ($1-" + tag.str(1) + ")");
+}
+
 std::string replaced(std::string text, const std::string& what, const std::string& with)
 {
     const std::size_t at = text.find(what);
@@ -54,7 +63,7 @@ TEST(MaskedCopy, NumbersTheMasksAndPutsEverySecretBack)
     const MaskedCopy copy(original);
     // What is in front of a colon in a comment is no word, so that all of it is hidden.
     const std::string expected = replaced(masked, "# The server, old password: *** (1)", "# *** (1)");
-    EXPECT_EQ(copy.text(), expected);
+    EXPECT_EQ(copy.text(), tagged(copy, expected));
     const Unmasked unmasked = copy.unmasked(copy.text());
     EXPECT_EQ(textOf(unmasked), original);
     EXPECT_EQ(unmasked.lines, (std::vector<std::size_t>{1, 3, 4, 5, 9, 10}));
@@ -117,17 +126,19 @@ TEST(MaskedCopy, TextsMadeUpAtRandomComeBackByteForByte)
 
 TEST(MaskedCopy, TakesNumbersThatTheTextDoesNotHave)
 {
-    const MaskedCopy copy("# *** (1)\nzor-slapdAdminPW: x\n");
-    EXPECT_EQ(copy.text(), "# *** (1)\nzor-slapdAdminPW: *** (2)\n");
+    const std::string first = tagged(MaskedCopy("zor-slapdAdminPW: x\n"), "# *** (1)\n");
+    const MaskedCopy copy(first + "zor-slapdAdminPW: x\n");
+    EXPECT_EQ(copy.text(), tagged(copy, first + "zor-slapdAdminPW: *** (2)\n"));
 }
 
 TEST(MaskedCopy, LinesMayBeMovedCopiedDeletedAndTheirEntriesRenamed)
 {
     const MaskedCopy copy("dn: cn=a\nzor-slapdPeerPW: >1a<\nzor-slapdSetenv: A=1\nzor-slapdSetenv: B=2\n\n"
                           "dn: cn=b\nzor-slapdPeerPW: >1b<\n");
-    const Unmasked unmasked = copy.unmasked("dn: cn=b\nzor-slapdPeerPW: *** (4)\n\n"
-                                            "dn: cn=renamed\nzor-slapdSetenv: *** (3)\nZOR-slapdPeerPW:   *** (1)\n\n"
-                                            "dn: cn=new\nzor-slapdPeerPW: *** (4)\nzor-slapdMasterPW: *** (1)\n");
+    const Unmasked unmasked =
+        copy.unmasked(tagged(copy, "dn: cn=b\nzor-slapdPeerPW: *** (4)\n\n"
+                                   "dn: cn=renamed\nzor-slapdSetenv: *** (3)\nZOR-slapdPeerPW:   *** (1)\n\n"
+                                   "dn: cn=new\nzor-slapdPeerPW: *** (4)\nzor-slapdMasterPW: *** (1)\n"));
     EXPECT_EQ(textOf(unmasked), "dn: cn=b\nzor-slapdPeerPW: >1b<\n\n"
                                 "dn: cn=renamed\nzor-slapdSetenv: B=2\nZOR-slapdPeerPW:   >1a<\n\n"
                                 "dn: cn=new\nzor-slapdPeerPW: >1b<\nzor-slapdMasterPW: >1a<\n");
@@ -154,12 +165,25 @@ TEST(MaskedCopy, RefusesAMaskThatStandsForNothingOrWouldShowItsSecret)
                           {"cn: *** (1)", "would not be hidden"},
                           {"# *** (1)", "would not be hidden"},
                           {"*** (1)", "would not be hidden"}}) {
-        const Unmasked unmasked = copy.unmasked("dn: cn=a\n" + std::string(row.line) + "\ncn: a\n");
+        const Unmasked unmasked = copy.unmasked(tagged(copy, "dn: cn=a\n" + std::string(row.line) + "\ncn: a\n"));
         ASSERT_EQ(unmasked.refusals.size(), 1U) << row.line;
         EXPECT_EQ(unmasked.refusals.front().line, 2U) << row.line;
         EXPECT_NE(unmasked.refusals.front().finding.find(row.finding), std::string::npos)
             << row.line << ": " << unmasked.refusals.front().finding;
     }
+}
+
+TEST(MaskedCopy, MasksOfOtherSecretsStandForNothing)
+{
+    const std::string text = "dn: cn=a\nzor-slapdAdminPW: >1a<\nzor-slapdPeerPW: >1b<\nzor-slapdPort: 1\n";
+    const MaskedCopy kept(text);
+    // Another secret in front of the others would number them anew.
+    const MaskedCopy later(replaced(text, "cn=a\n", "cn=a\nzor-slapdMasterPW: >1c<\n"));
+    EXPECT_EQ(later.unmasked(kept.text()).refusals.size(), 2U);
+    // What is no secret may have changed.
+    const MaskedCopy same(replaced(text, "Port: 1", "Port: 2"));
+    EXPECT_EQ(textOf(same.unmasked(kept.text())), text);
+    EXPECT_TRUE(same.unmasked(kept.text()).refusals.empty());
 }
 
 TEST(MaskedCopy, LeavesStarsAloneThatAreNoMasks)

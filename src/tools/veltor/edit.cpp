@@ -10,6 +10,7 @@
 #include "question.h"
 #include "replacement.h"
 #include "secrets.h"
+#include "shell_word.h"
 #include "take_in.h"
 #include "text_diff.h"
 #include "whole_text.h"
@@ -32,9 +33,9 @@ namespace veltor::tool {
 namespace {
 
 constexpr const char* footer =
-    R"(The editor is VISUAL, else EDITOR, else vi. It gets a copy in which *** (1), *** (2) and so
-on stand for what is hidden: such a line may be moved, copied and deleted, and each mask that
-is left becomes the old text again. veltor passwd sets a password.
+    R"(The editor is VISUAL, else EDITOR, else vi. It gets a copy in which *** (1-4f0a), *** (2-4f0a)
+and so on stand for what is hidden: such a line may be moved, copied and deleted, and each mask
+that is left becomes the old text again. veltor passwd sets a password.
 
 What comes back is checked, shown as a difference and installed after a question. The file is
 not locked while the editor is open: what somebody else has changed meanwhile is shown, and can
@@ -276,8 +277,8 @@ std::vector<Problem> Editing::problemsIn(const std::vector<Finding>& findings, c
                    (typed || std::find(clear.begin(), clear.end(), line) != clear.end())) {
             problems.push_back({line, "error",
                                 "a password is stored encoded, and can't be typed here; leave it out and use: "
-                                "veltor passwd -b '" +
-                                    std::string(shownDn(finding.dn)) + "' " + finding.attribute});
+                                "veltor passwd -b " +
+                                    shellWord(shownDn(finding.dn)) + ' ' + finding.attribute});
         }
     }
     return problems;
@@ -419,8 +420,8 @@ Failure Editing::withTheDraft(const Failure& failure)
         details.push_back("what the editor left is kept in " + draft_->folder());
         output_.document().set("kept", jsonText(draft_->folder()));
     } else if (typed && isThere) {
-        details.push_back("your text is kept as " + draft_->name() + "; to go on from it: EDITOR='cp " +
-                          draft_->name() + "' veltor edit");
+        details.push_back("your text is kept as " + draft_->name() +
+                          "; to go on from it: " + commandToGoOnFrom(draft_->name(), file_));
         output_.document().set("kept", jsonText(draft_->name()));
     } else {
         draft_->discard();

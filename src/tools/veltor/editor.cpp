@@ -5,6 +5,7 @@
 #include "escape.h"
 #include "failure.h"
 #include "ldif_output.h"
+#include "shell_word.h"
 #include "whole_text.h"
 
 #include <array>
@@ -332,6 +333,11 @@ std::vector<std::string> currentEnvironment()
         settings.emplace_back(*setting);
     }
     return settings;
+}
+
+std::string commandToGoOnFrom(const std::string& kept, const std::string& file)
+{
+    return "VISUAL=" + shellWord("cp " + shellWord(kept)) + " veltor edit -F " + shellWord(file);
 }
 
 } // namespace veltor::tool

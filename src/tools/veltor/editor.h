@@ -56,6 +56,9 @@ private:
 /// The environment of the process as it is now.
 std::vector<std::string> currentEnvironment();
 
+/// The command that begins an edit of the file with a text that was kept.
+std::string commandToGoOnFrom(const std::string& kept, const std::string& file);
+
 } // namespace veltor::tool
 
 #endif

@@ -3,29 +3,34 @@
 
 #include "names.h"
 #include "secrets.h"
+#include "shell_word.h"
 #include "stored_tree.h"
 
-#include <algorithm>
-#include <optional>
+#include <string_view>
+#include <vector>
 #include <veltor/cfg_admin.h>
 
 namespace veltor::tool {
 
 std::string whereElse(void* handle, const std::string& name)
 {
-    const std::optional<cfg_attr_type> type = attributeType(name);
-    if (!type || type->single_valued == 0) {
+    // Every entry has classes of its own.
+    if (!attributeType(name) || sameName(name, "objectclass")) {
         return {};
     }
     const StoredTree tree(handle);
-    const auto found = std::find_if(tree.entries().begin(), tree.entries().end(), [&](const cfg_message* entry) {
-        return !textOf(*entry).empty() && !isSecretDn(textOf(*entry)) && attributeOf(*entry, name) != nullptr;
-    });
-    if (found == tree.entries().end()) {
+    std::vector<std::string_view> dns;
+    for (const cfg_message* const entry : tree.entries()) {
+        if (!textOf(*entry).empty() && !isSecretDn(textOf(*entry)) && attributeOf(*entry, name) != nullptr) {
+            dns.push_back(textOf(*entry));
+        }
+    }
+    if (dns.empty()) {
         return {};
     }
-    const std::string dn(textOf(**found));
-    return dn + " has it; -b \"" + dn + "\" names that entry";
+    const std::string first(dns.front());
+    const std::string others = dns.size() == 1 ? " has it" : " and " + std::to_string(dns.size() - 1) + " more have it";
+    return first + others + "; -b " + shellWord(first) + " names that entry";
 }
 
 } // namespace veltor::tool

@@ -9,7 +9,7 @@ namespace veltor::tool {
 /// Names an entry that has the setting, and how to reach it: who thinks of a setting seldom thinks of its entry.
 ///
 /// @param handle  bound; the entry that was looked at does not have the setting
-/// @return  "" where no entry has it, and for attributes that many entries have
+/// @return  "" where no entry has it, and for the class, which every entry has
 std::string whereElse(void* handle, const std::string& name);
 
 } // namespace veltor::tool

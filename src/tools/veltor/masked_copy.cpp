@@ -7,6 +7,8 @@
 #include "text_diff.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdio>
 
 namespace veltor::tool {
 
@@ -24,12 +26,30 @@ bool beginsLikeMask(std::string_view hidden)
     return hidden.starts_with(secretMask);
 }
 
+/// Four digits that others than these secrets hardly have. So few of them tell nobody what the secrets are.
+std::string tagOf(const std::vector<std::string_view>& lines, const std::vector<std::size_t>& hiddenFrom)
+{
+    std::uint64_t hash = 0xCBF29CE484222325U; // FNV-1a
+    const auto add = [&](char character) { hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3U; };
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        if (hiddenFrom[index] != nothingHidden) {
+            const std::string_view hidden = withoutEnd(lines[index]).substr(hiddenFrom[index]);
+            std::for_each(hidden.begin(), hidden.end(), add);
+            add('\n');
+        }
+    }
+    char tag[5];
+    std::snprintf(tag, sizeof tag, "%04x", static_cast<unsigned>((hash >> 32U ^ hash) & 0xFFFFU));
+    return tag;
+}
+
 } // namespace
 
 MaskedCopy::MaskedCopy(std::string_view text)
 {
     const std::vector<std::string_view> lines = linesOf(text);
     const std::vector<std::size_t> hiddenFrom = hiddenParts(lines);
+    const std::string tag = tagOf(lines, hiddenFrom);
     std::size_t number = 0;
     for (std::size_t index = 0; index < lines.size(); ++index) {
         const std::string_view line = lines[index];
@@ -40,7 +60,7 @@ MaskedCopy::MaskedCopy(std::string_view text)
         std::string mask;
         do {
             // A text may have such words of its own.
-            mask = numberedMask(++number);
+            mask = numberedMask(++number, tag);
         } while (text.find(mask) != std::string_view::npos);
         text_ += line.substr(0, hiddenFrom[index]);
         text_ += mask;

@@ -28,8 +28,9 @@ struct Unmasked
     std::vector<MaskRefusal> refusals{}; ///< the text is of use without any alone
 };
 
-/// The masks are "*** (1)", "*** (2)" and so on, one for each line of the file with a secret, so that a line can be
-/// moved, copied or deleted, and its entry renamed, without a guess which secret is meant.
+/// The masks are "*** (1-4f0a)", "*** (2-4f0a)" and so on, one for each line of the file with a secret, so that a line
+/// can be moved, copied or deleted, and its entry renamed, without a guess which secret is meant. What is behind the
+/// number is made of all the secrets: a text that was kept when they were others has masks that stand for nothing now.
 class MaskedCopy
 {
 public:

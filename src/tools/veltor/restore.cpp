@@ -1,5 +1,6 @@
 // veltor restore: the text of a backup in the file's place.
 #include "commands.h"
+#include "editor.h"
 #include "escape.h"
 #include "findings.h"
 #include "ldif_output.h"
@@ -53,7 +54,7 @@ void tellFindings(const Replacement& replacement, const std::string& from, Outpu
 }
 
 // What veltor edit has kept looks like a backup, and a mask would become a password.
-void requireNoMask(std::string_view text, const std::string& from)
+void requireNoMask(std::string_view text, const std::string& from, const std::string& file)
 {
     const std::vector<std::string_view> lines = linesOf(text);
     const std::vector<std::size_t> hiddenFrom = hiddenParts(lines);
@@ -62,11 +63,11 @@ void requireNoMask(std::string_view text, const std::string& from)
         if (line.starts_with('#') || hiddenFrom[index] > line.size() || !isMask(line.substr(hiddenFrom[index]))) {
             continue;
         }
-        throw Failure(ExitCode::refused,
-                      from + ':' + std::to_string(index + 1) + ": " + std::string(line.substr(hiddenFrom[index])) +
-                          " stands for a hidden value and is none",
-                      {"nothing was written; veltor edit goes on from a text that it has kept: EDITOR='cp " + from +
-                       "' veltor edit"});
+        throw Failure(
+            ExitCode::refused,
+            from + ':' + std::to_string(index + 1) + ": " + std::string(line.substr(hiddenFrom[index])) +
+                " stands for a hidden value and is none",
+            {"nothing was written; an edit goes on from a text that it has kept: " + commandToGoOnFrom(from, file)});
     }
 }
 
@@ -93,7 +94,7 @@ ExitCode restore(const RestoreOptions& options, const TargetOptions& target, Out
     if (readConfiguration(from) != replacement.after) {
         throw Failure(ExitCode::busy, from + " is being changed", {"nothing was written; run the command again"});
     }
-    requireNoMask(view(replacement.after), from);
+    requireNoMask(view(replacement.after), from, file);
     replacement.readFrom = backup.handle();
     replacement.before = textInPlace(file);
     replacement.source = from;

@@ -91,7 +91,10 @@ std::size_t numberedMaskLength(std::string_view text)
     if (!text.starts_with(numberedMaskBegin)) {
         return 0;
     }
-    const std::size_t end = text.find_first_not_of("0123456789", numberedMaskBegin.size());
+    std::size_t end = text.find_first_not_of("0123456789", numberedMaskBegin.size());
+    if (end != std::string_view::npos && end > numberedMaskBegin.size() && text[end] == '-') {
+        end = text.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz", end + 1);
+    }
     return end == std::string_view::npos || end == numberedMaskBegin.size() || text[end] != ')' ? 0 : end + 1;
 }
 
@@ -128,9 +131,13 @@ bool isPassword(std::string_view attribute)
     return type && type->syntax == passwordSyntax;
 }
 
-std::string numberedMask(std::size_t number)
+std::string numberedMask(std::size_t number, std::string_view tag)
 {
-    return std::string(numberedMaskBegin) + std::to_string(number) + ')';
+    std::string mask = std::string(numberedMaskBegin) + std::to_string(number);
+    if (!tag.empty()) {
+        mask.append("-").append(tag);
+    }
+    return mask + ')';
 }
 
 bool isMask(std::string_view value)

@@ -16,8 +16,9 @@ inline constexpr std::string_view secretMaskAfter = "*** (after)";
 /// What the masks of an editor's copy begin with, each of which stands for a secret of its own.
 inline constexpr std::string_view numberedMaskBegin = "*** (";
 
-/// "*** (1)" for 1.
-std::string numberedMask(std::size_t number);
+/// "*** (1)" for 1, with a tag "*** (1-tag)".
+/// @param tag  of small letters and digits
+std::string numberedMask(std::size_t number, std::string_view tag = "");
 
 /// True for a text that is one of the masks, or several in a row. It must never come in as a password: somebody
 /// applies back what was printed.

@@ -28,14 +28,12 @@ struct SetOptions
     UpdateOptions update;
 };
 
-ExitCode set(SetOptions& options, const TargetOptions& target, Output& output)
+ExitCode set(const SetOptions& options, const TargetOptions& target, Output& output)
 {
     if (escaped(options.comment) != options.comment) {
         throw Failure(ExitCode::usage, "-m: a comment is one line of text",
                       {"nothing was written; leave line feeds and control characters out"});
     }
-    // Who names an entry means it.
-    options.update.tellElsewhere = options.dn == configurationDn;
     ChangeSet changes{{"", "set"}, {}};
     changes.records.push_back(
         recordOf(options.dn, options.assignments, options.comment, options.update.write.allowUnknown));
@@ -49,12 +47,17 @@ Command setCommand(CLI::App& application, const TargetOptions& target, Output& o
     const auto options = std::make_shared<SetOptions>();
     options->update.lenient = true;
     CLI::App* command = application.add_subcommand("set", "Change settings of an entry")->group("Commands");
-    command->add_option("-b", options->dn, "The entry; without it cn=Configuration")->type_name("DN");
+    const CLI::Option* const entry =
+        command->add_option("-b", options->dn, "The entry; without it cn=Configuration")->type_name("DN");
     command->add_option("-m", options->comment, "Add this comment line above what changes")->type_name("TEXT");
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME=VALUE", options->assignments, "What to set")->type_name("")->required();
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target, &output] { return set(*options, target, output); }};
+    return {command, [options, entry, &target, &output] {
+                // Who names an entry means it.
+                options->update.tellElsewhere = entry->empty();
+                return set(*options, target, output);
+            }};
 }
 
 } // namespace veltor::tool

@@ -31,7 +31,6 @@ ExitCode unset(UnsetOptions& options, const TargetOptions& target, Output& outpu
 {
     options.update.lenient = !options.strict;
     options.update.knownNamesOnly = true;
-    options.update.tellElsewhere = options.dn == configurationDn;
     ChangeRecord record{ChangeRecord::Kind::modify, options.dn, {}, {}};
     for (const std::string& name : options.names) {
         // What the catalogue does not have may still stand in the file, and be taken out.
@@ -48,12 +47,17 @@ Command unsetCommand(CLI::App& application, const TargetOptions& target, Output&
 {
     const auto options = std::make_shared<UnsetOptions>();
     CLI::App* command = application.add_subcommand("unset", "Take settings out of an entry")->group("Commands");
-    command->add_option("-b", options->dn, "The entry; without it cn=Configuration")->type_name("DN");
+    const CLI::Option* const entry =
+        command->add_option("-b", options->dn, "The entry; without it cn=Configuration")->type_name("DN");
     command->add_flag("--strict", options->strict, "A setting that is not there is an error");
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME", options->names, "The settings")->type_name("")->required();
     command->footer(std::string(footer) + writeFooter);
-    return {command, [options, &target, &output] { return unset(*options, target, output); }};
+    return {command, [options, entry, &target, &output] {
+                // Who names an entry means it.
+                options->update.tellElsewhere = entry->empty();
+                return unset(*options, target, output);
+            }};
 }
 
 } // namespace veltor::tool
