@@ -10,7 +10,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* applyFooter =
     R"(An entry that is missing is added; each attribute that is named gets just the values that are
 told, and others stay as they are, or go with --prune: all but secrets, which veltor search
 does not print, objectclass, and the attribute that names the entry. Entries that are not
@@ -44,7 +44,7 @@ Command applyCommand(CLI::App& application, const TargetOptions& target, Output&
     command->add_flag("--prune", options->update.prune, "Remove the other attributes of these entries");
     command->add_flag("--orphan", options->update.orphan, "Add entries whose parent is missing");
     addWriteOptions(*command, options->update.write);
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(applyFooter) + writeFooter);
     return {command, [options, &target, &output] { return apply(*options, target, output); }};
 }
 

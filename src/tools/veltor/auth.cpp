@@ -8,7 +8,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* authFooter =
     R"(Without a password the answer is yes for root and for the owner of the file; everybody else
 is asked for one. Exit status 0 is yes, 5 is no.
 
@@ -31,7 +31,7 @@ Command authCommand(CLI::App& application, const TargetOptions& target, Output& 
 {
     CLI::App* command =
         application.add_subcommand("auth", "Tell whether these credentials may administer")->group("Commands");
-    command->footer(footer);
+    command->footer(authFooter);
     return {command, [&target, &output] { return authenticate(target, output); }};
 }
 

@@ -20,7 +20,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* backupFooter =
     R"(Without a name the copy is FILE.bak. A file of that name is replaced in one step when the
 copy is complete and on the disk. A file that the server can't read is not copied, so that it
 never takes the place of a good backup. The copy is readable to the owner and the group alone.
@@ -130,7 +130,7 @@ Command backupCommand(CLI::App& application, const TargetOptions& target, Output
     const auto name = std::make_shared<std::optional<std::string>>();
     CLI::App* command = application.add_subcommand("backup", "Copy the file")->group("Commands");
     command->add_option("COPY", *name, "The name of the copy; without it FILE.bak")->type_name("");
-    command->footer(footer);
+    command->footer(backupFooter);
     return {command, [name, &target, &output] { return backup(*name, target, output); }};
 }
 

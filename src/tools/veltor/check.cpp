@@ -16,7 +16,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* checkFooter =
     R"(An error keeps the server from starting. A warning says that the server reads something
 else than what stands in the file, or that the file is at risk. The rest are notes.
 
@@ -96,7 +96,7 @@ Command checkCommand(CLI::App& application, const TargetOptions& target, Output&
     command->add_flag("--deep", options->deep, "Look also at paths, ports, TLS settings and the backup");
     command->add_flag("--strict", options->strict, "Exit with 1 also for a note");
     command->add_option("FILE", options->file, "The file; the same as -F FILE")->type_name("");
-    command->footer(footer);
+    command->footer(checkFooter);
     return {command, [options, &target, &output] { return check(*options, target, output); }, true};
 }
 

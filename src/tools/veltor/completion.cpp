@@ -21,7 +21,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* completionFooter =
     R"(To try it:   source <(veltor completion bash)
              source <(veltor completion zsh)      after compinit
 
@@ -160,7 +160,7 @@ Command completionCommand(CLI::App& application, const TargetOptions&, Output& o
     CLI::App* command =
         application.add_subcommand("completion", "Print the completion script of a shell")->group("Commands");
     command->add_option("SHELL", *shell, "bash or zsh")->type_name("")->required();
-    command->footer(footer);
+    command->footer(completionFooter);
     return {command, [shell, &output] { return completion(*shell, output); }};
 }
 

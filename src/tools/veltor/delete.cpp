@@ -11,7 +11,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* deleteFooter =
     R"(An entry that does not exist is an error (exit status 8), and so is one with entries below
 it unless -r is given. The DNs of a file stand one a line. Entries are deleted in the order
 in which they are named, those on the command line first, and all of them or none.
@@ -51,7 +51,7 @@ Command deleteCommand(CLI::App& application, const TargetOptions& target, Output
     command->add_option("-f", options->file, "Read DNs from FILE, one a line, - is standard input")->type_name("FILE");
     addWriteOptions(*command, options->update.write);
     command->add_option("DN", options->dns, "The entries")->type_name("");
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(deleteFooter) + writeFooter);
     return {command, [options, &target, &output] { return deleteEntries(*options, target, output); }};
 }
 

@@ -24,7 +24,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* diffFooter =
     R"(Without names the backup FILE.bak is compared with the file, with one name that file with
 it. The exit status is 0 for no difference, 1 for one, and 2 or more for an error. Secrets
 are masked: *** is the same in both texts, *** (before) and *** (after) are not.
@@ -326,7 +326,7 @@ Command diffCommand(CLI::App& application, const TargetOptions& target, Output& 
     command->add_flag("--ldif", options->ldif, "Print change records that veltor modify takes");
     command->add_option("A", options->before, "The file before; without it the backup FILE.bak")->type_name("");
     command->add_option("B", options->after, "The file after; without it the configuration file")->type_name("");
-    command->footer(footer);
+    command->footer(diffFooter);
     return {command, [options, &target, &output] { return diff(*options, target, output); }};
 }
 

@@ -32,7 +32,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* editFooter =
     R"(The editor is VISUAL, else EDITOR, else vi. It gets a copy in which *** (1-4f0a), *** (2-4f0a)
 and so on stand for what is hidden: such a line may be moved, copied and deleted, and each mask
 that is left becomes the old text again. veltor passwd sets a password.
@@ -470,7 +470,7 @@ Command editCommand(CLI::App& application, const TargetOptions& target, Output& 
     const auto options = std::make_shared<WriteOptions>();
     CLI::App* command = application.add_subcommand("edit", "Change the file in an editor")->group("Commands");
     addWriteOptions(*command, *options);
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(editFooter) + writeFooter);
     return {command, [options, &target, &output] { return edit(*options, target, output); }};
 }
 

@@ -22,7 +22,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char* footer =
+constexpr const char* explainFooter =
     R"(A name may be given without "zor-slapd" or "zor-" in front. The pattern of --list has the
 wildcards of the shell, and is held against the name with and without that.
 
@@ -220,7 +220,7 @@ Command explainCommand(CLI::App& application, const TargetOptions& target, Outpu
     CLI::App* command = application.add_subcommand("explain", "Tell what a setting may hold")->group("Commands");
     command->add_flag("--list", options->list, "List the settings, all or those that match a pattern");
     command->add_option("NAME", options->names, "The settings, or the pattern of the list")->type_name("");
-    command->footer(footer);
+    command->footer(explainFooter);
     return {command, [options, &target, &output] { return explain(*options, target, output); }, true};
 }
 

@@ -18,6 +18,8 @@ namespace veltor::tool {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 int keep(void* context, const cfg_finding* finding)
 {
     Finding kept{static_cast<Severity>(finding->severity),
@@ -126,7 +128,6 @@ const char* wordFor(Severity severity)
 
 nlohmann::ordered_json jsonOf(const std::vector<Finding>& findings)
 {
-    using Json = nlohmann::ordered_json;
     Json array = Json::array();
     for (const Finding& finding : findings) {
         array.push_back({{"severity", wordFor(finding.severity)},

@@ -16,7 +16,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* fmtFooter =
     R"(Every other command leaves the lines alone that it is not about. This one writes each of them
 as the library would: attributes in order, continuation lines joined, line ends that are
 line feeds, rejected lines as values of zor-slapdInvalidLine. Comments stay with what they
@@ -94,7 +94,7 @@ Command fmtCommand(CLI::App& application, const TargetOptions& target, Output& o
     CLI::App* command =
         application.add_subcommand("fmt", "Write the file in the library's own layout")->group("Commands");
     addWriteOptions(*command, *options);
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(fmtFooter) + writeFooter);
     return {command, [options, &target, &output] { return format(*options, target, output); }};
 }
 

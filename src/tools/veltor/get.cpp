@@ -19,7 +19,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* getFooter =
     R"(One name: its values, one per line. Several: "name: value" lines. A name may be given
 without "zor-slapd" or "zor-" in front. A hidden value is shown as ***.
 
@@ -191,7 +191,7 @@ Command getCommand(CLI::App& application, const TargetOptions& target, Output& o
     CLI::App* command = application.add_subcommand("get", "Print the values of attributes")->group("Commands");
     command->add_option("-b", options->base, "The entry; without it cn=Configuration")->type_name("DN");
     command->add_option("NAME", options->names, "The attributes")->type_name("")->required();
-    command->footer(footer);
+    command->footer(getFooter);
     return {command, [options, &target, &output] { return get(*options, target, output); }, true};
 }
 

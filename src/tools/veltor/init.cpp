@@ -33,7 +33,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* initFooter =
     R"(The suffix is the DN at the top of the directory, such as dc=example,dc=com; a server may
 have several. It is asked for if it is not given. -D is the DN of the administrator, cn=root
 without it. The administrator's password is asked for twice on the terminal, or read from the
@@ -380,7 +380,7 @@ Command initCommand(CLI::App& application, const TargetOptions& target, Output& 
     command->add_flag("-n,--dry-run", options->dryRun, "Print the text with its secrets masked, and write nothing");
     command->add_flag("--exit-code", options->exitCode, "With -n: exit status 1, as there would be a new file");
     command->add_option("FILE", options->file, "The file to make; the same as -F FILE")->type_name("");
-    command->footer(footer);
+    command->footer(initFooter);
     return {command, [options, &target, &output] { return init(*options, target, output); }};
 }
 

@@ -23,7 +23,7 @@ namespace {
 
 using namespace veltor::tool;
 
-constexpr const char* footer =
+constexpr const char* toolFooter =
     R"(Exit status: 0 done, 1 no, 2 usage, 3 refused, 4 file, 5 wrong DN or password, 6 busy,
 7 write failed, 8 entry or value missing or in the way, 70 internal error.
 See veltor(1).)";
@@ -158,7 +158,7 @@ public:
         application_.formatter(std::make_shared<HelpText>());
         application_.get_formatter()->label("SUBCOMMAND", "COMMAND");
         application_.get_formatter()->column_width(24);
-        application_.footer(footer);
+        application_.footer(toolFooter);
         application_.fallthrough();
         application_.require_subcommand(1);
         addTargetOptions(application_, target_);

@@ -18,7 +18,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* passwdFooter =
     R"(The password is asked for twice on the terminal, or read from FILE: one line feed at its end
 is not part of it, and a file with more permissions than 0640 is refused. It has 1 to 46
 bytes, no control characters, and not the form >...<. The backup holds the old password.
@@ -76,7 +76,7 @@ Command passwdCommand(CLI::App& application, const TargetOptions& target, Output
     command->add_option("-T", options->file, "Read the new password from FILE, - is stdin")->type_name("FILE");
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME", options->name, "The attribute; without it zor-slapdAdminPW")->type_name("");
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(passwdFooter) + writeFooter);
     return {command, [options, &target, &output] { return setPassword(*options, target, output); }};
 }
 

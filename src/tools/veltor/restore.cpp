@@ -25,7 +25,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* restoreFooter =
     R"(Without a name the text of FILE.bak is put back. It is read as the server would, shown as a
 difference with its secrets masked, and installed after a question. What veltor check finds in
 it, and not in the file, is told first. The text that was in the file becomes the new backup,
@@ -117,7 +117,7 @@ Command restoreCommand(CLI::App& application, const TargetOptions& target, Outpu
     CLI::App* command = application.add_subcommand("restore", "Put a backup back")->group("Commands");
     command->add_option("BACKUP", options->from, "The text to put back; without it FILE.bak")->type_name("");
     addWriteOptions(*command, options->write);
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(restoreFooter) + writeFooter);
     return {command, [options, &target, &output] { return restore(*options, target, output); }};
 }
 

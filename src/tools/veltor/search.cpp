@@ -27,7 +27,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* searchFooter =
     R"(The first argument is a filter if it is empty, begins with "(" or holds "="; if not, it
 is the name of an attribute as well. Filters are those of RFC 4515: (NAME=VALUE), with stars
 for any text, (NAME>=VALUE), (NAME<=VALUE), (NAME=*) for "has it", and (&...), (|...), (!...)
@@ -403,7 +403,7 @@ Command searchCommand(CLI::App& application, const TargetOptions& target, Output
     command->add_option("FILTER", options->first, "Print the entries that this filter of RFC 4515 matches")
         ->type_name("");
     command->add_option("ATTRIBUTE", options->names, "Print these attributes alone")->type_name("");
-    command->footer(footer);
+    command->footer(searchFooter);
     return {command, [options, &target, &output] { return search(*options, target, output); }, true};
 }
 

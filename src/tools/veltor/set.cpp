@@ -12,7 +12,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* setFooter =
     R"(NAME=VALUE sets the one value, NAME+=VALUE adds one, NAME-=VALUE takes one away; several
 assignments of one name come together. NAME is a setting, with or without the zor-slapd or
 zor- in front of it. Setting what is set already changes nothing. Passwords are for:
@@ -52,7 +52,7 @@ Command setCommand(CLI::App& application, const TargetOptions& target, Output& o
     command->add_option("-m", options->comment, "Add this comment line above what changes")->type_name("TEXT");
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME=VALUE", options->assignments, "What to set")->type_name("")->required();
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(setFooter) + writeFooter);
     return {command, [options, entry, &target, &output] {
                 // Who names an entry means it.
                 options->update.tellElsewhere = entry->empty();

@@ -28,7 +28,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char* footer =
+constexpr const char* statusFooter =
     R"(Exit status 4 says that the file does not load. Nothing is written, and a lock is not waited
 for.)";
 
@@ -305,7 +305,7 @@ ExitCode status(const TargetOptions& target, Output& output)
 Command statusCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     CLI::App* command = application.add_subcommand("status", "Tell how the file is")->group("Commands");
-    command->footer(footer);
+    command->footer(statusFooter);
     return {command, [&target, &output] { return status(target, output); }};
 }
 

@@ -15,7 +15,9 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+using Json = nlohmann::ordered_json;
+
+constexpr const char* treeFooter =
     R"(Entries whose parent is missing are marked with a star and drawn under the nearest entry
 above them; the missing ones are listed below the drawing.
 
@@ -47,7 +49,6 @@ Tree readTree(const Session& session, const std::string& base)
 
 void fill(Document& document, const Tree& tree)
 {
-    using Json = nlohmann::ordered_json;
     Json branches = Json::array();
     for (const Branch& branch : tree.branches) {
         branches.push_back({{"dn", jsonDn(branch.dn)}, {"depth", branch.depth}, {"orphan", branch.orphan}});
@@ -84,7 +85,7 @@ Command treeCommand(CLI::App& application, const TargetOptions& target, Output& 
     CLI::App* command = application.add_subcommand("tree", "Draw the tree of entries")->group("Commands");
     command->add_option("-b", options->base, "Draw this entry and what is below it")->type_name("DN");
     command->add_flag("--ascii", options->ascii, "Draw in ASCII, also in a locale that has line characters");
-    command->footer(footer);
+    command->footer(treeFooter);
     return {command, [options, &target, &output] { return tree(*options, target, output); }, true};
 }
 

@@ -12,7 +12,7 @@ namespace veltor::tool {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* unsetFooter =
     R"(The comment lines directly above a setting go with it, and are printed. A setting that is
 not there changes nothing; with --strict it is an error (exit status 8). So is a name that
 neither veltor nor the entry knows (3), unless --allow-unknown is given.
@@ -52,7 +52,7 @@ Command unsetCommand(CLI::App& application, const TargetOptions& target, Output&
     command->add_flag("--strict", options->strict, "A setting that is not there is an error");
     addWriteOptions(*command, options->update.write);
     command->add_option("NAME", options->names, "The settings")->type_name("")->required();
-    command->footer(std::string(footer) + writeFooter);
+    command->footer(std::string(unsetFooter) + writeFooter);
     return {command, [options, entry, &target, &output] {
                 // Who names an entry means it.
                 options->update.tellElsewhere = entry->empty();
