@@ -57,6 +57,24 @@ dn: cn=Swallower, cn=Configuration
  zor-slapdPeerPW: SecretDn
 description: again
 """
+# The administrator's DN has a line in it, and so has that of an entry which the library's own form can't express.
+ADMINISTRATOR = """\
+dn: cn=Configuration
+cn: Configuration
+objectclass: top
+zor-slapdAdminDN: cn=root
+ zor-slapdDbUserPW: SecretAdministrator
+zor-slapdAdminPW: {encoded}
+zor-slapdReferral: ldap://a
+zor-slapdReferral: ldap://b
+ zor-slapdPeerPW: SecretReferral
+
+dn: cn=In, cn=Configuration
+ zor-slapdPeerPW: SecretIn
+cn: In
+objectclass: top
+junk
+"""
 BROKEN = "\nzor-slapdPeerPW: SecretBroken\n"
 NEW_PASSWORD = "SecretNew"
 WORDS = re.compile(r"Secret[A-Z]\w*|>1[\w-]{6,}<")
@@ -77,6 +95,8 @@ FILES = {
     "colon.ldif": "dn: cn=Configuration\nchangetype: modify\nreplace: zor-slapdAdminPW\nzor-slapdAdminPW:: Secret!!\n",
     "dn.ldif": "dn: cn=X, cn=Configuration\n zor-slapdPeerPW: SecretFolded\nchangetype: modify\nreplace: zor-slapdPort\n"
                "zor-slapdPort: 1\n",
+    "below.ldif": "dn: cn=new, cn=gone, cn=In, cn=Configuration zor-slapdPeerPW: SecretIn\ncn: new\nobjectclass: top\n",
+    "mask.ldif": "dn: cn=Configuration\nzor-slapdReferral: ***\n",
     "dns": "cn=Swallower, cn=Configuration zor-slapdPeerPW: SecretDn\n",
     "content.ldif": "dn: cn=Peer, cn=Configuration\ncn: Peer\nobjectclass: top\nzor-slapdPeerPW: SecretPeer\n",
 }
@@ -104,6 +124,11 @@ COMMANDS = [
     ["passwd", "SecretName", "-T", "new"],
     ["auth", "-y", "old"], ["auth", "-y", "new"], ["auth", "-y", "encoded"], ["auth", "-D", "cn=x", "-y", "old"],
     ["diff", "other.conf"], ["diff", "--ldif", "other.conf"], ["diff", "zorslapd.conf", "broken.conf"],
+    ["auth", "-y", "old", "-F", "administrator.conf"], ["auth", "-y", "new", "-F", "administrator.conf"],
+    ["set", "-y", "new", "-F", "administrator.conf", "port=1"], ["fmt", "-n", "-F", "administrator.conf"],
+    ["add", "-F", "administrator.conf", "-f", "below.ldif"], ["apply", "-F", "administrator.conf", "-f", "mask.ldif"],
+    ["get", "-F", "administrator.conf", "adminDN", "referral"],
+    ["diff", "--ldif", "zorslapd.conf", "administrator.conf"], ["diff", "--ldif", "administrator.conf", "zorslapd.conf"],
     ["fmt"], ["fmt", "-n"], ["backup"], ["backup", "copy.conf"],
     ["restore", "--yes", "other.conf"], ["restore", "-n", "other.conf"], ["restore", "--yes", "broken.conf"],
     ["restore", "other.conf"], ["restore", "-F", "broken.conf", "--yes", "other.conf"],
@@ -113,7 +138,7 @@ COMMANDS = [
 ]
 FORMS = [[], ["--json"], ["--format", "ldif"], ["--format", "value"], ["-v"], ["--format", "text", "-v", "--color", "always"]]
 # What these files hold is theirs.
-OWN_FILES = {"zorslapd.conf", "zorslapd.conf.bak", "other.conf", "broken.conf", "broken.conf.bak", "copy.conf",
+OWN_FILES = {"administrator.conf", "administrator.conf.bak", "zorslapd.conf", "zorslapd.conf.bak", "other.conf", "broken.conf", "broken.conf.bak", "copy.conf",
              "fresh.conf", *FILES}
 
 
@@ -144,6 +169,7 @@ def prepared(binary, base):
     text = CONFIGURATION.replace("{encoded}", encoded)
     put(folder, "zorslapd.conf", text)
     put(folder, "broken.conf", text + BROKEN)
+    put(folder, "administrator.conf", ADMINISTRATOR.replace("{encoded}", encoded))
     put(folder, "other.conf", text.replace("389", "390").replace("SecretRejected: x", "SecretRejected: y").replace("3899", "3898")
         .replace("SecretEnvironment", "SecretOther").replace("SecretLimit", "SecretOtherLimit"))
     os.unlink(os.path.join(folder, "zorslapd.conf.lock"))

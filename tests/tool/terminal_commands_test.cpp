@@ -122,6 +122,33 @@ TEST_F(TerminalCommands, AQuestionKeepsNobodyFromWriting)
     EXPECT_EQ(content(), written);
 }
 
+TEST_F(TerminalCommands, ColoursAreForTerminalsThatWantThem)
+{
+    temporary_.write("other.conf", "dn: cn=Configuration\ncn: Configuration\nobjectclass: top\nzor-slapdPort: 1\n");
+    struct Row
+    {
+        const char *terminal, *noColour, *options;
+        bool coloured;
+    };
+    for (const Row& row : {Row{"xterm", nullptr, "", true},
+                           {"xterm", "", "", true},
+                           {"xterm", "1", "", false},
+                           {"dumb", nullptr, "", false},
+                           {nullptr, nullptr, "", false},
+                           {"dumb", "1", "--color always ", true},
+                           {"xterm", nullptr, "--color never ", false}}) {
+        Conversation diff([&] {
+            row.terminal == nullptr ? ::unsetenv("TERM") : ::setenv("TERM", row.terminal, 1);
+            row.noColour == nullptr ? ::unsetenv("NO_COLOR") : ::setenv("NO_COLOR", row.noColour, 1);
+            return runLine({diffCommand}, std::string("diff ") + row.options + file_ + ' ' + folder_ + "/other.conf");
+        });
+        EXPECT_EQ(diff.status(), 1) << diff.shown();
+        EXPECT_NE(diff.shown().find("+zor-slapdPort: 1"), std::string::npos) << diff.shown();
+        EXPECT_EQ(diff.shown().find("\x1B[") != std::string::npos, row.coloured)
+            << (row.terminal == nullptr ? "no TERM" : row.terminal) << ' ' << row.options << diff.shown();
+    }
+}
+
 TEST_F(TerminalCommands, APasswordOfNoEntryIsNotAskedFor)
 {
     Conversation passwd(command("passwd -b cn=missing"));

@@ -1,5 +1,6 @@
 // veltor auth: may these credentials administer?
 #include "commands.h"
+#include "secrets.h"
 
 #include <nlohmann/json.hpp>
 #include <string>
@@ -19,8 +20,10 @@ ExitCode authenticate(const TargetOptions& target, Output& output)
 {
     output.document().setFile(fileOf(target));
     const Session session(target, Purpose::authenticate);
-    output.document().set("boundAs", jsonTextOrNull(session.boundAs()));
-    const std::string who = session.boundAs().empty() ? "root and the owner of the file" : session.boundAs();
+    output.document().set("boundAs",
+                          session.boundAs().empty() ? nlohmann::ordered_json(nullptr) : jsonDn(session.boundAs()));
+    const std::string who =
+        session.boundAs().empty() ? "root and the owner of the file" : std::string(shownDn(session.boundAs()));
     output.print(session.file() + ": " + who + " may administer");
     return ExitCode::done;
 }

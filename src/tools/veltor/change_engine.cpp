@@ -63,13 +63,16 @@ std::string backupFor(const TargetOptions& target, const WriteOptions& options)
         return {};
     }
     const std::string file = fileOf(target);
-    if (!options.backup) {
-        return file.empty() ? file : file + ".bak";
+    if (file.empty() && !options.backup) {
+        return {};
     }
-    if (const std::string fault = faultOfBackupName(*options.backup, file); !fault.empty()) {
-        throw Failure(ExitCode::usage, "--backup: " + fault, {"nothing was written; name another file"});
+    std::string backup = options.backup.value_or(file + ".bak");
+    if (const std::string fault = faultOfBackupName(backup, file); !fault.empty()) {
+        throw Failure(ExitCode::usage, (options.backup ? "--backup: " : "") + fault,
+                      {std::string("nothing was written; ") +
+                       (options.backup ? "name another file" : "--backup names another file for the old text")});
     }
-    return *options.backup;
+    return backup;
 }
 
 int lockTimeoutMs(const WriteOptions& options)

@@ -247,7 +247,7 @@ void checkTls(const std::vector<Place>& places, std::vector<Finding>& findings)
 void checkBackup(const std::string& file, std::vector<Finding>& findings)
 {
     struct stat own = {}, backup = {};
-    if (::stat(file.c_str(), &own) != 0 || ::stat((file + ".bak").c_str(), &backup) != 0) {
+    if (::stat(file.c_str(), &own) != 0 || ::stat((file + ".bak").c_str(), &backup) != 0 || !S_ISREG(backup.st_mode)) {
         return;
     }
     const bool newer = backup.st_mtim.tv_sec > own.st_mtim.tv_sec ||

@@ -270,9 +270,8 @@ WipedText ldifOf(const std::string& before, const std::string& after, TargetOpti
 
 WipedText textDiffOf(const std::string& before, const std::string& after)
 {
-    const std::string advice = "nothing was compared; name another file";
-    const WipedText beforeText = readConfiguration(before, advice);
-    const WipedText afterText = readConfiguration(after, advice);
+    const WipedText beforeText = readConfiguration(before, "nothing was compared");
+    const WipedText afterText = readConfiguration(after, "nothing was compared");
     WipedText out;
     append(out, shownDifference(view(beforeText), view(afterText), before, after));
     return out;

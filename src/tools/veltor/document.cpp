@@ -109,6 +109,12 @@ Json lineOrNull(int line)
     return line > 0 ? Json(line) : Json(nullptr);
 }
 
+/// Facts have a mask for what is hidden.
+Json factOrNull(std::string_view fact)
+{
+    return fact == secretMask ? Json(nullptr) : jsonTextOrNull(fact);
+}
+
 Json jsonPlace(const SourcePlace& place)
 {
     return place.line == 0 ? Json(nullptr)
@@ -133,7 +139,7 @@ Json jsonCauses(const std::vector<Cause>& causes)
                          {"message", jsonText(cause.message)},
                          {"file", jsonTextOrNull(cause.file)},
                          {"line", lineOrNull(cause.line)},
-                         {"dn", jsonTextOrNull(cause.dn)},
+                         {"dn", factOrNull(cause.dn)},
                          {"attribute", jsonTextOrNull(cause.attribute)},
                          {"value", jsonValue(cause.value)}});
     }
@@ -216,7 +222,7 @@ void Document::setFailure(const Failure& failure)
                   {"details", jsonTexts(failure.details())},
                   {"file", jsonTextOrNull(facts.file)},
                   {"line", lineOrNull(facts.line)},
-                  {"dn", jsonTextOrNull(facts.dn)},
+                  {"dn", factOrNull(facts.dn)},
                   {"attribute", jsonTextOrNull(facts.attribute)},
                   {"value", jsonValue(facts.value)},
                   {"min", numberOrNull(facts.minimum)},

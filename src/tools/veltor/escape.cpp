@@ -15,7 +15,9 @@ bool isHarmless(std::uint32_t codePoint)
     const bool lineBreak = codePoint == 0x2028 || codePoint == 0x2029;
     const bool direction = codePoint == 0x061C || codePoint == 0x200E || codePoint == 0x200F ||
                            (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
-    return !isControl(codePoint) && !lineBreak && !direction;
+    // What has no width hides in a name. A byte order mark is one of them.
+    const bool invisible = codePoint == 0x200B || codePoint == 0x2060 || codePoint == 0xFEFF;
+    return !isControl(codePoint) && !lineBreak && !direction && !invisible;
 }
 
 template <typename Text>

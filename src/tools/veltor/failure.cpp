@@ -256,7 +256,7 @@ std::string findingOf(const Report& report, const Circumstances& circumstances)
 // A DN is its own mark, unless there is nothing of it.
 std::string named(const std::string& dn)
 {
-    return dn.empty() ? "\"\"" : dn;
+    return dn.empty() ? "\"\"" : std::string(shownDn(dn));
 }
 
 std::string headlineOf(const Report& report, const Circumstances& circumstances)
@@ -270,7 +270,7 @@ std::string headlineOf(const Report& report, const Circumstances& circumstances)
             return named(circumstances.dn) + ": wrong DN or password";
         }
         if (report.ldap == LDAP_INVALID_DN_SYNTAX) {
-            return "-D: \"" + circumstances.dn + "\" is not a DN";
+            return "-D: \"" + std::string(shownDn(circumstances.dn)) + "\" is not a DN";
         }
     }
     // An entry that is not there is known from the call alone.
@@ -446,7 +446,7 @@ Failure wrongCredentials(const std::string& dn, std::string_view reason)
     return {ExitCode::authentication,
             named(dn) + ": wrong DN or password",
             {codesOf(LDAP_INVALID_CREDENTIALS, 0), "nothing was done; " + std::string(reason)},
-            {.ldap = LDAP_INVALID_CREDENTIALS, .code = LDAP_INVALID_CREDENTIALS, .dn = dn}};
+            {.ldap = LDAP_INVALID_CREDENTIALS, .code = LDAP_INVALID_CREDENTIALS, .dn = std::string(shownDn(dn))}};
 }
 
 void warn(std::string_view text)

@@ -46,7 +46,7 @@ std::string whatDiffers(const Session& left, const Session& right)
                    : "the order of entries or attributes, or how a name is written";
     }
     const EntryDifference& first = differences.front();
-    const std::string dn(textOf(first.before == nullptr ? *first.after : *first.before));
+    const std::string dn(shownDn(textOf(first.before == nullptr ? *first.after : *first.before)));
     return first.attributes.empty() ? dn : dn + ": " + std::string(shownName(first.attributes.front()));
 }
 

@@ -177,7 +177,7 @@ ExitCode get(const GetOptions& options, const TargetOptions& target, Output& out
     writeOut(STDOUT_FILENO, view(out));
     if (!output.quiet() && form != Form::json) {
         for (const std::string& note : notes) {
-            tellNote(std::string(textOf(entry)) + ": " + note);
+            tellNote(std::string(shownDn(textOf(entry))) + ": " + note);
         }
     }
     return notes.empty() ? ExitCode::done : ExitCode::no;

@@ -115,7 +115,7 @@ std::optional<Backup> backupOf(const std::string& file, const struct stat& own)
 {
     struct stat status = {};
     const std::string name = file + ".bak";
-    if (::stat(name.c_str(), &status) != 0) {
+    if (::stat(name.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
     return Backup{name, static_cast<long>(std::time(nullptr) - status.st_mtim.tv_sec),

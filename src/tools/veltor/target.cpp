@@ -3,6 +3,7 @@
 
 #include "credentials.h"
 #include "results.h"
+#include "secrets.h"
 
 #include <cstdlib>
 #include <langinfo.h>
@@ -70,7 +71,7 @@ WipedText givenPassword(const TargetOptions& options, const std::string& dn)
         password.push_back('\0');
         return password;
     }
-    return askPassword("Password for " + dn + ": ");
+    return askPassword("Password for " + std::string(shownDn(dn)) + ": ");
 }
 
 WipedText passwordOf(const TargetOptions& options, const std::string& dn)

@@ -152,6 +152,7 @@ private:
     void requireName(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
                      const std::vector<StoredAttribute>& after) const;
     static void keepHidden(ChangeOperation& operation, const Values& present);
+    void requireNoMask(const ChangeRecord& record, const std::vector<StoredAttribute>& before) const;
     void requireEncoded(const ChangeRecord& record) const;
     void tellElsewhere(const ChangeRecord& record, const std::vector<StoredAttribute>& before) const;
     void note(const ChangeRecord& record, std::size_t changes, const std::string& log);
@@ -434,7 +435,8 @@ std::string Update::add(ChangeRecord& record)
     const std::string parent(parentOf(record.dn));
     if (!options_.orphan && !parent.empty() && !exists(record, parent)) {
         throw refusal(ExitCode::refused, {record, record.place},
-                      "the entry above it, \"" + parent + "\", is missing; --orphan permits that");
+                      "the entry above it, \"" + std::string(shownDn(parent)) +
+                          "\", is missing; --orphan permits that");
     }
     Modifications modifications(record.operations);
     const int code = cfg_add_s(engine_.handle(), record.dn.c_str(), modifications.list());
@@ -601,9 +603,26 @@ void Update::keepHidden(ChangeOperation& operation, const Values& present)
     }
 }
 
+// Of an attribute that is no secret, a value may be hidden all the same, and its mask come back as a value.
+void Update::requireNoMask(const ChangeRecord& record, const std::vector<StoredAttribute>& before) const
+{
+    for (const ChangeOperation& operation : record.operations) {
+        const Values& present = valuesOf(before, operation.attribute);
+        const auto mask = std::find_if(operation.values.begin(), operation.values.end(),
+                                       [](const ChangeValue& value) { return isMask(value.text.data()); });
+        if (mask != operation.values.end() && std::any_of(present.begin(), present.end(), [&](const WipedText& value) {
+                return isSecret(operation.attribute, view(value));
+            })) {
+            throw refusal(ExitCode::refused, {record, mask->place, operation.attribute},
+                          "*** stands for a hidden value and is none");
+        }
+    }
+}
+
 std::string Update::modify(ChangeRecord& record)
 {
     const std::vector<StoredAttribute> before = entryOf(record);
+    requireNoMask(record, before);
     if (options_.tellElsewhere) {
         tellElsewhere(record, before);
     }

@@ -11,12 +11,16 @@
 
 namespace veltor::tool {
 
-WipedText readConfiguration(const std::string& file, const std::string& advice)
+WipedText readConfiguration(const std::string& file, const std::string& state)
 {
+    constexpr const char* step = "name another file";
+    if (const std::optional<Failure> failure = unreadableFile(file, state, step)) {
+        throw *failure;
+    }
     try {
         return readChangeFile(file);
     } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.what(), {advice}, failure.facts());
+        throw Failure(failure.exit(), failure.what(), {state + "; " + step}, failure.facts());
     }
 }
 

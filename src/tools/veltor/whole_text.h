@@ -11,10 +11,9 @@
 namespace veltor::tool {
 
 /// The bytes of a configuration file, as they are.
-/// @param advice  what a failure says of the state of things and of the next step
+/// @param state  of things, as a failure tells it
 /// @throws Failure (file)
-WipedText readConfiguration(const std::string& file,
-                            const std::string& advice = "nothing was written; name another file");
+WipedText readConfiguration(const std::string& file, const std::string& state = "nothing was written");
 
 /// Refuses what can't be read twice, such as a pipe, and would be waited for.
 /// @param state  of things, as a failure tells it
