@@ -1,4 +1,4 @@
-// veltor apply: makes entries so.
+// veltor apply: makes entries as they are described.
 #include "change_records.h"
 #include "commands.h"
 #include "update.h"
@@ -38,7 +38,7 @@ ExitCode apply(const ApplyOptions& options, const TargetOptions& target, Output&
 Command applyCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
     const auto options = std::make_shared<ApplyOptions>();
-    CLI::App* command = application.add_subcommand("apply", "Make entries so")->group("Commands");
+    CLI::App* command = application.add_subcommand("apply", "Make entries as they are described")->group("Commands");
     command->add_option("-f", options->file, "Read the entries from FILE; without it, or with -, from standard input")
         ->type_name("FILE");
     command->add_flag("--prune", options->update.prune, "Remove the other attributes of these entries");

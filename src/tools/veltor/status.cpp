@@ -304,7 +304,7 @@ ExitCode status(const TargetOptions& target, Output& output)
 
 Command statusCommand(CLI::App& application, const TargetOptions& target, Output& output)
 {
-    CLI::App* command = application.add_subcommand("status", "Tell how the file is")->group("Commands");
+    CLI::App* command = application.add_subcommand("status", "Tell the state of the file")->group("Commands");
     command->footer(statusFooter);
     return {command, [&target, &output] { return status(target, output); }};
 }
