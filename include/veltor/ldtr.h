@@ -113,7 +113,7 @@ class ldtr_formater_global {
 
 /// Keeps the words that identify a traced member function and its object.
 ///
-/// Calls with a type set the lowest byte of the type in the record's class word, for that record only.
+/// The lowest byte of a call's type is or-ed into the record's class word, for that record only.
 class ldtr_formater_local {
   public:
     /// @param cls           the class word of the traced class
@@ -131,7 +131,7 @@ class ldtr_formater_local {
 
     /// Writes a formatted record of a type about this formatter's object.
     ///
-    /// @param type  its lowest byte is set in the record's class word
+    /// @param type  its lowest byte is or-ed into the record's class word
     /// @param fmt   the format, whose arguments follow
     /// @return      what trcWriteRec returns
     int operator()(unsigned long type, const char *fmt, ...) const VELTOR_LDTR_PRINTF(3, 4);
@@ -139,7 +139,7 @@ class ldtr_formater_local {
     /// Writes the record of operator() and prints the same text on the debug output, as
     /// ldtr_formater_global::debug does.
     ///
-    /// @param type  its lowest byte is set in the record's class word
+    /// @param type  its lowest byte is or-ed into the record's class word
     /// @param fmt   the format, whose arguments follow
     /// @return      what trcWriteRec returns
     int debug(unsigned long type, const char *fmt, ...) VELTOR_LDTR_PRINTF(3, 4);
@@ -153,13 +153,13 @@ class ldtr_formater_local {
 
     /// Writes a formatted record of a type about another object, one that comes or goes.
     ///
-    /// @param type         its lowest byte is set in the record's class word
+    /// @param type         its lowest byte is or-ed into the record's class word
     /// @param otherObject  the object; only its address is recorded
     /// @param fmt          the format, whose arguments follow
     /// @return             what trcWriteRec returns
     int new_delete(unsigned long type, const void *otherObject, const char *fmt, ...) const VELTOR_LDTR_PRINTF(4, 5);
 
-    std::uint32_t classWord;  ///< class word; a call's type adds its lowest byte
+    std::uint32_t classWord;  ///< class word; the lowest byte of a call's type is or-ed into it
     std::uint32_t recordWord; ///< record word of every record that this formatter writes
     const void *object;       ///< the traced object; only its address is used
 };
