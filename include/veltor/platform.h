@@ -14,6 +14,9 @@
  * is passed over without a word, and a libveltorplatform.so.1 without this one can't be loaded. Names without any
  * version will do, with a warning of the loader for libveltorplatform.so.1. Nothing else of the libraries is meant to
  * be replaced.
+ *
+ * Threads: the libraries call each function from whichever thread calls them, so that several threads may be in it at
+ * once. The defaults allow that, and so must a definition that replaces one.
  */
 #ifndef VELTOR_PLATFORM_H
 #define VELTOR_PLATFORM_H
@@ -149,7 +152,7 @@ gid_t ldap_get_gid(const char *user_name);
 int trcInit(void);
 
 /**
- * Writes one trace record. May be called by several threads at once.
+ * Writes one trace record.
  *
  * @param record     the record word
  * @param cls        the class word
