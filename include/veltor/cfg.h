@@ -11,18 +11,25 @@
  * - Codes: functions that return int give 0 for success or an LDAP result code below 1000. The kept exception adds
  *   a library code (cfg_get_exterror): a CFG_ERR_ constant, a code between 1000 and 1035 without a name, or the LDAP
  *   code again. cfg_err2string turns either kind into a text.
- * - Reset: every call that takes a handle, except the option calls and the error accessors, first drops the
- *   exception and the texts that the handle kept from the call before.
+ * - Reset: every call that takes a handle, except the option calls, cfg_tree_view and the error accessors, first drops
+ *   the exception and the texts that the handle kept from the call before.
  * - Ownership: what a call hands out as a fresh copy is freed by the caller: result trees with cfg_msgfree, texts
  *   with cfg_memfree, value arrays with cfg_value_free, cursors with cfg_ber_free. Texts marked "lent" belong to the
  *   handle and live until its next reset. A result tree does not refer to the handle: it survives further calls and
  *   cfg_unbind.
  * - Failures: no call lets a C++ exception escape. Argument errors give 89 (CFG_LDAP_PARAM_ERROR) and keep no
  *   exception.
+ * - Re-reading: searches, updates and the reading calls of cfg_admin.h first read the file again if its modification
+ *   time, in whole seconds, is another one than at the last read; then they can give what a bind gives for a file that
+ *   can't be read. In the direct mode a search can write: like the bind, a re-read that finds lines it can't use keeps
+ *   them and writes the file back. In the safe and the never mode (cfg_set_write_mode, cfg_admin.h) no load writes.
+ * - File names: a relative one is looked up at each access, from the working directory that the process has then. A
+ *   program that changes its directory gives absolute names. A change set stays with the file that it began with.
  * - Threads: a handle serves one thread at a time; nothing in it is locked. Different handles may be used by
  *   different threads. Options 1002 and 1003 are flags of the whole process.
- * - Locale: cfg_init sets the process locale from the environment (LC_ALL, LC_CTYPE, LANG). File contents are read
- *   in that locale's encoding; in the "C" locale only ASCII can be read.
+ * - Locale: cfg_init sets the process locale from the environment (LC_ALL, LC_CTYPE, LANG). It must not run while
+ *   another thread uses the locale, which every call of this API does: make all handles before other threads begin.
+ *   File contents are read in that locale's encoding; in the "C" locale only ASCII can be read.
  */
 #ifndef VELTOR_CFG_H
 #define VELTOR_CFG_H
@@ -109,7 +116,8 @@ typedef struct cfg_cursor cfg_cursor;
 
 /**
  * Makes an unbound handle with every option at its default and sets the process locale from the environment, under
- * the platform's locale mutex. Options 1002 and 1003 of the whole process go back to their defaults.
+ * the platform's locale mutex. Options 1002 and 1003 of the whole process go back to their defaults. Not beside other
+ * threads that use the locale.
  *
  * @return the handle (release: cfg_unbind), or null when memory is short
  */
@@ -121,7 +129,8 @@ void *cfg_init(void);
  * @param handle  any
  * @param option  a CFG_OPT_ number
  * @param value   boolean options: an integer in the pointer-sized argument, for example (const void *)1L;
- *                1005 and 1006: a text of 1 to 4096 bytes, which is copied, or null to unset the name
+ *                1005 and 1006: a text of 1 to 4096 bytes, which is copied, or null to unset the name. A relative
+ *                name is looked up at each access, not here.
  * @return 0, also for an option outside 1000 to 1006, which changes nothing; 89 for a null handle; the value check's
  *         code (21) for a bad file name, which leaves the old one; 90 when memory is short
  */
@@ -140,9 +149,9 @@ int cfg_get_option(void *handle, int option, void *out);
 
 /**
  * Loads the configuration file (option 1005, else the default) and authenticates against its entry
- * "cn=Configuration". A load that finds lines it can't use keeps them under the name zor-slapdInvalidLine and writes
- * the file back at once. A second bind on the same handle opens the file anew; results and texts of the first stay
- * valid.
+ * "cn=Configuration". A load that finds lines it can't use keeps them under the name zor-slapdInvalidLine and, in the
+ * direct mode, writes the file back at once. A second bind on the same handle opens the file anew; results and texts of
+ * the first stay valid.
  *
  * @param handle       any
  * @param who          the administrator's DN, or null for an anonymous bind
@@ -152,8 +161,9 @@ int cfg_get_option(void *handle, int option, void *out);
  *         that is missing or can't be opened; 80 for one that can't be read; the code of the line that ended the load
  *         (34, 65, 162; the codec's code where two passwords of one entry can't be compared). When the credentials
  *         are compared: 32 without an entry "cn=Configuration", 34 for a DN and 21 for a password that can't be one,
- *         the codec's code for a stored password that can't be decoded. When lines were kept: 50 or 91 for a file
- *         that can't be written back. 53 inside a change set (cfg_admin.h); 90 when memory is short.
+ *         the codec's code for a stored password that can't be decoded. When lines were kept, in the direct mode: 50
+ *         or 91 for a file that can't be written back. 53 inside a change set (cfg_admin.h); 90 or 80 when memory is
+ *         short.
  */
 int cfg_bind_s(void *handle, const char *who, const char *credentials, int method);
 
@@ -166,7 +176,8 @@ int cfg_bind_s(void *handle, const char *who, const char *credentials, int metho
 int cfg_reset(void *handle);
 
 /**
- * Releases the handle and everything it owns; writes nothing. The handle must not be used afterwards.
+ * Releases the handle and everything it owns; writes nothing: a change set is dropped, and its lock is free. The handle
+ * must not be used afterwards.
  *
  * @param handle  any
  * @return 0, or 89 for a null handle. (1 is kept for a store that can't be released; this one always can.)
@@ -198,8 +209,8 @@ const char *getDefaultConfigFilename(void);
  */
 
 /**
- * Searches the configuration, after re-reading the file if it changed on disk. Password values come back as clear
- * text.
+ * Searches the configuration, after re-reading the file if it changed on disk, which in the direct mode may write it.
+ * Password values come back as clear text.
  *
  * @param handle     bound
  * @param base       DN text; null or "" is the root above all entries
@@ -213,8 +224,9 @@ const char *getDefaultConfigFilename(void);
  * @param attrsonly  has no effect on what is returned
  * @param res        receives the first entry (free: cfg_msgfree), or null when nothing was found or on failure
  * @return 0, also when nothing was found; 32 when the base does not exist; 34 for a bad base; 89 for a null handle, a
- *         null res or an unbound handle; 90 when memory is short; the decoder's code for a password that can't be
- *         decoded; the load's code when the file changed and can't be read
+ *         null res or an unbound handle; 90 or 80 when memory is short; the decoder's code for a password that can't
+ *         be decoded. When the file changed, those of a bind's load: 91, 80, the code of the line that ended it; and
+ *         when lines were kept, in the direct mode: 50 or 91 for a file that can't be written back.
  */
 int cfg_search_s(void *handle, const char *base, int scope, const char *filter, char **attrs, int attrsonly,
                  cfg_message **res);
@@ -338,33 +350,40 @@ void cfg_memfree(void *pointer);
 
 /**
  * @name Updates
- * Every update re-reads a file that changed on disk, changes the configuration in memory and writes the whole file,
- * in one call; nothing is pending between calls. A call that fails does not write. What it applied before it failed
- * stays in memory, and is written by the next update unless the file changes on disk meanwhile.
+ * This tells of the direct mode, the classic one, in which every handle starts. New programs set the safe mode
+ * (cfg_set_write_mode, cfg_admin.h): an update is then on disk whole or not at all, of one that fails nothing stays in
+ * memory, and the file keeps its owner and its mode. In the never mode updates are refused.
  *
- * The way the file is written is the classic one: with a backup name (option 1006) the old file is renamed to it
- * first, and the new one is given to the account "ldap" with mode 0640; a full disk is not reported.
+ * Every update re-reads a file that changed on disk, changes the configuration in memory and writes the whole file,
+ * in one call; nothing is pending between calls. A call that fails does not write, but for a re-read that keeps lines.
+ * What it applied before it failed stays in memory, and is written by the next update unless the file changes on disk
+ * meanwhile.
+ *
+ * The way the file is written: with a backup name (option 1006) the old file is renamed to it first, and the new one
+ * is given to the account "ldap" with mode 0640; a full disk is not reported.
  *
  * Modification lists are null-terminated. Values are texts, or with LDAP_MOD_BVALUES the data of berval records read
  * up to the first NUL (bv_len is not looked at). Values are checked and normalised by the attribute's type; passwords
  * are given in clear text and stored encoded. A second value of a single-valued attribute is accepted.
  *
  * All return 0 or a code: 89 for a null handle, an unbound handle, a null dn, a record without a type or a berval
- * without data (nothing was changed); 34 for a bad DN; 21 for a value that its type refuses; 50 or 91 for a file that
- * can't be put in place (with a backup name the old text is under that name then); the load's code when the file
- * changed and can't be read.
+ * without data (nothing was changed); 34 for a bad DN; 21 for a value that its type refuses; 53 in the never mode, and
+ * in a change set of which an update failed; 50 or 91 for a file that can't be put in place (with a backup name the old
+ * text is under that name then); the codes of a bind's load when the file changed; the codec's code for a password that
+ * it can't encode or decode; 80 with library code 1000 for any other failure of the system; 90 or 80 when memory is
+ * short. In the safe mode also those of cfg_begin_s and cfg_commit_s.
  * @{
  */
 
 /**
- * Adds an entry with the values of a list. An entry that exists gets the values added. An entry whose parent is
- * missing hangs under its nearest existing ancestor.
+ * Adds an entry with the values of a list. An entry that exists gets the values added; in the safe mode it is refused.
+ * An entry whose parent is missing hangs under its nearest existing ancestor.
  *
  * @param handle      bound
  * @param dn          the entry's DN
  * @param attributes  the values; operations are not looked at, records without values are skipped, and a null list
  *                    makes an entry without attributes
- * @return 0 or a code of all updates
+ * @return 0 or a code of all updates; in the safe mode 68 for an entry that exists
  */
 int cfg_add_s(void *handle, const char *dn, LDAPMod **attributes);
 
@@ -390,10 +409,11 @@ int cfg_modify_s(void *handle, const char *dn, LDAPMod **modifications);
 int cfg_delete_s(void *handle, const char *dn);
 
 /**
- * Writes the file as it is in memory, after re-reading one that changed on disk.
+ * Writes the file as it is in memory, after re-reading one that changed on disk. In the safe mode there is nothing to
+ * write.
  *
  * @param handle  bound
- * @return 0 or a code of all updates
+ * @return 0 or a code of all updates; 53 also inside a change set
  */
 int cfg_flush_s(void *handle);
 

@@ -13,9 +13,12 @@
  *   keeps rejected lines writes the file at once.
  * - Safe: every change is a change set: made under the writer lock, on what the file holds by then; read back before
  *   it is installed; installed in one step, so that the file's name holds the old or the new text at any moment,
- *   whatever fails; durable when the call returns. No load writes. An update outside cfg_begin_s and cfg_commit_s is a
- *   change set of its own. cfg_add_s refuses an entry that exists with 68, the length of a berval counts and data with
- *   a NUL is refused with 21, and cfg_flush_s has nothing to write: inside a set it is refused with 53.
+ *   whatever fails; durable when the call returns. The new file has owner, group, mode, access list and security label
+ *   of the old one; where that can't be, nothing is written. With a backup name (option 1006) the old text stands under
+ *   that name first, put there in one step too, with the same owner and mode and its old modification time. No load
+ *   writes. An update outside cfg_begin_s and cfg_commit_s is a change set of its own. cfg_add_s refuses an entry that
+ *   exists with 68, the length of a berval counts and data with a NUL is refused with 21, and cfg_flush_s has nothing
+ *   to write: inside a set it is refused with 53.
  * - Never: no load writes. Updates and cfg_flush_s are refused with 53.
  *
  * The writer lock: an open-file-description write lock (F_OFD_SETLK, start 0, length 0) on the file NAME.lock beside
@@ -187,6 +190,8 @@ int cfg_replace_s(void *handle, const char *file, const char *old_text, size_t o
 
 /**
  * @name Reading
+ * Each call first reads a file again that changed on disk, except inside a change set; in the direct mode that can
+ * write it, see "Re-reading" in cfg.h. "What a re-read raises" are the codes that cfg_search_s gives then.
  * @{
  */
 
@@ -235,21 +240,22 @@ int cfg_get_comment_s(void *handle, const char *dn, const char *attribute, char 
  * @param attribute  null: the entry's own comment
  * @param text       the block; null or empty removes it. Lines get their "# "; a line feed at the end has an empty line
  *                   behind it.
- * @return 0 or a code: 53 outside safe mode, and for the root, which has no DN line; 32, 16; 21 a line that would not
- *         come back; as the other updates
+ * @return 0 or a code: 53 outside safe mode, and for the root without an attribute, since it has no DN line; 32, 16; 34
+ *         the DN can't be parsed; 21 a line that would not come back; as the other updates
  */
 int cfg_set_comment_s(void *handle, const char *dn, const char *attribute, const char *text);
 
 /**
- * Tells where something stands in the file as last read. Positions are kept where the mode was safe or never before
- * the load.
+ * Tells where something stands in the file; inside a change set, where it stood at the begin. Positions are kept where
+ * the mode was safe or never before the load.
  *
  * @param handle     bound
  * @param dn         the entry's DN
  * @param attribute  null: the DN line
  * @param value      null: the attribute's first value; else a value equal to it
  * @param line       receives the line, 1-based; 0 for nowhere
- * @return 0 or a code: 53 in direct mode; 32 no such entry; 16 no such attribute
+ * @return 0 or a code: 53 in direct mode; 32 no such entry; 16 no such attribute; 34 the DN can't be parsed; what a
+ *         re-read raises
  */
 int cfg_locate_s(void *handle, const char *dn, const char *attribute, const char *value, int *line);
 
@@ -303,7 +309,7 @@ typedef int (*cfg_finding_fn)(void *context, const cfg_finding *finding);
  *                                 lines that stand together, here and in the next two
  *   attribute-outside-entry       a blank line ended the entry that the attribute was meant for
  *   line-outside-entry            a line without a name and a colon where no entry can keep it
- *   bad-root-value                a version or charset that can't be
+ *   bad-root-value                a version other than 1
  *   second-root-attribute         version or charset a second time
  *   unmergeable-entry             an entry whose values can't be merged into the one of its DN; told where it ends
  *   load-failure                  anything else
