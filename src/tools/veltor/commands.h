@@ -1,5 +1,5 @@
-// The commands of the tool, one source each. A new command is its source, one declaration here and one line in
-// the list of main.cpp.
+// The commands of the tool, one source each. A new command is its source, one declaration here, one line in the list
+// of main.cpp, and its source's name in CMakeLists.txt.
 #ifndef VELTOR_TOOL_COMMANDS_H
 #define VELTOR_TOOL_COMMANDS_H
 
