@@ -1,5 +1,5 @@
 /*
- * Prints the entries of a configuration file: a small program that uses nothing but <veltor/cfg.h>.
+ * Prints the entries of a configuration file: a small program that reads and never writes.
  *
  *     cc -std=c99 -o search search.c $(pkg-config --cflags --libs veltorstl)
  *     ./search FILE [FILTER [BIND-DN]]
@@ -9,10 +9,11 @@
  * processes, goes to every child, and ends up in core files; an argument would even show in ps. Ask on the
  * terminal, or read a file with a narrow mode, and overwrite the buffer afterwards.
  *
- * Reading can write: a file with lines that the library can't use is rewritten when it is loaded. The lines
- * stay in it, under the name zor-slapdInvalidLine.
+ * Every handle starts in the direct mode, in which reading can write: a file with lines that the library can't
+ * use is rewritten when it is loaded. The never-write mode, which has to be set before the bind, keeps it as it is.
  */
 #include <veltor/cfg.h>
+#include <veltor/cfg_admin.h>
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -121,6 +122,7 @@ int main(int argc, char** argv)
     if (code != LDAP_SUCCESS) {
         fprintf(stderr, "%s: not a file name (%s)\n", argv[1], cfg_err2string(code));
     } else {
+        cfg_set_write_mode(handle, CFG_WRITE_NEVER);
         /* Both null is an anonymous bind, which may read. */
         code = cfg_bind_s(handle, who, password, LDAP_AUTH_SIMPLE);
         if (code != LDAP_SUCCESS) {
