@@ -5,6 +5,7 @@
 #include "credentials.h"
 #include "dn_text.h"
 #include "elsewhere.h"
+#include "entry_rules.h"
 #include "escape.h"
 #include "masked_text.h"
 #include "names.h"
@@ -307,14 +308,12 @@ void Update::requireKnown() const
     }
 }
 
-// A file that has several values already may keep them.
 void Update::requireSingle(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
                            const std::vector<StoredAttribute>& after) const
 {
     for (const ChangeOperation& operation : record.operations) {
-        const std::optional<cfg_attr_type> type = attributeType(operation.attribute);
         const std::size_t count = valuesOf(after, operation.attribute).size();
-        if (type && type->single_valued != 0 && count > 1 && count > valuesOf(before, operation.attribute).size()) {
+        if (isTooMany(operation.attribute, valuesOf(before, operation.attribute).size(), count)) {
             throw refusal(ExitCode::refused, {record, operation.place, operation.attribute},
                           "only one value is allowed, and there would be " + std::to_string(count), 0,
                           explainAdvice(operation.attribute));
@@ -333,11 +332,7 @@ void Update::requireEncoded(const ChangeRecord& record) const
             operation.kind == ChangeOperation::Kind::remove) {
             continue;
         }
-        std::string name = operation.attribute;
-        char* names[] = {name.data(), nullptr};
-        Results results;
-        if (cfg_search_s(engine_.handle(), record.dn.c_str(), LDAP_SCOPE_BASE, "", names, 0, results.receiver()) !=
-            LDAP_SUCCESS) {
+        if (!canBeDecoded(engine_.handle(), record.dn, operation.attribute)) {
             throw refusal(ExitCode::refused, {record, encoded->place, operation.attribute},
                           "a text of the form >...< is an encoded password, and this one can't be decoded");
         }
@@ -552,21 +547,18 @@ void Update::carryOut(const ChangeRecord& record, ChangeOperation& operation)
     }
 }
 
-// An entry without the value that it is named by would be a riddle to every reader, and is mostly a DN that was typed
-// where an assignment belongs.
+// Mostly it is a DN that was typed where an assignment belongs.
 void Update::requireName(const ChangeRecord& record, const std::vector<StoredAttribute>& before,
                          const std::vector<StoredAttribute>& after) const
 {
-    for (const std::string_view name : namingAttributesOf(record.dn)) {
-        const StoredValues left = viewsOf(valuesOf(after, std::string(name)));
-        for (const WipedText& value : valuesOf(before, std::string(name))) {
-            if (std::none_of(left.begin(), left.end(),
-                             [&](std::string_view other) { return sameName(other, view(value)); })) {
-                throw refusal(ExitCode::refused, {record, record.place, std::string(name)},
-                              "the entry is named by this value, which stays", LDAP_NOT_ALLOWED_ON_RDN,
-                              "; -b names another entry");
-            }
-        }
+    const auto valuesIn = [](const std::vector<StoredAttribute>& entry) {
+        return [&entry](std::string_view name) { return viewsOf(valuesOf(entry, std::string(name))); };
+    };
+    const std::string_view name = losesItsName(record.dn, valuesIn(before), valuesIn(after));
+    if (!name.empty()) {
+        throw refusal(ExitCode::refused, {record, record.place, std::string(name)},
+                      "the entry is named by this value, which stays", LDAP_NOT_ALLOWED_ON_RDN,
+                      "; -b names another entry");
     }
 }
 
