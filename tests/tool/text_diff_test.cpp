@@ -246,6 +246,12 @@ TEST(TextDiff, PatchMakesTheOtherTextOfIt)
     }
 }
 
+TEST(TextDiff, ANameWithALineFeedStaysOnItsLine)
+{
+    EXPECT_TRUE(unifiedDiff("a\n", "b\n", "old\nname", "new\x1B[31m")
+                    .starts_with("--- old\\x0aname\n+++ new\\x1b[31m\n@@ -1 +1 @@"));
+}
+
 // Time grows with the lines when few change, and is bounded when all change: the limits are many times what is used.
 TEST(TextDiff, LargeTextsTakeLittleTime)
 {

@@ -2,6 +2,8 @@
 // on the search, so that texts which have little in common take no longer than a person would wait.
 #include "text_diff.h"
 
+#include "escape.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -401,7 +403,7 @@ std::string unifiedDiff(std::string_view before, std::string_view after, const s
     if (changes.empty()) {
         return {};
     }
-    std::string out = "--- " + beforeLabel + "\n+++ " + afterLabel + '\n';
+    std::string out = "--- " + escaped(beforeLabel) + "\n+++ " + escaped(afterLabel) + '\n';
     UnifiedForm form(beforeLines, afterLines);
     const LineChange* begin = changes.data();
     const LineChange* const end = begin + changes.size();

@@ -31,7 +31,7 @@ std::vector<LineChange> lineChanges(const std::vector<std::string_view>& before,
 /// stands the DN of the entry that its first change is in. The texts come out as they are: mask secrets before, and
 /// escape the result for a terminal.
 ///
-/// @param beforeLabel, afterLabel  names for the two texts, without line feeds
+/// @param beforeLabel, afterLabel  names for the two texts, which come out escaped: a name may hold a line feed
 std::string unifiedDiff(std::string_view before, std::string_view after, const std::string& beforeLabel,
                         const std::string& afterLabel);
 
