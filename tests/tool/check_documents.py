@@ -125,6 +125,7 @@ RUNS = [
     (["diff"], 4, {"file", "error"}),
     (["diff", "zorslapd.conf"], 0, {"file", "different", "difference"}),
     (["diff", "other.conf"], 1, {"file", "different", "difference"}),
+    (["diff", "zorslapd.conf", "other.conf"], 1, {"file", "different", "difference"}, {"file": "other.conf"}),
     (["diff", "--ldif", "other.conf"], 1, {"file", "different", "difference"}),
     (["diff", "--ldif", "--show-secrets", "other.conf"], 1, {"file", "different", "difference"}),
     (["fmt"], 0, CHANGE),

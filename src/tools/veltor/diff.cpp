@@ -290,10 +290,9 @@ ExitCode diff(const DiffOptions& options, const TargetOptions& target, Output& o
         throw Failure(ExitCode::usage, "the texts are compared with their secrets masked",
                       {"nothing was read; --show-secrets goes with --ldif"});
     }
-    const std::string file = fileOf(target);
-    output.document().setFile(file);
-    const std::string before = options.before.value_or(file + ".bak");
-    const std::string after = options.after.value_or(file);
+    const std::string after = options.after ? *options.after : fileOf(target);
+    const std::string before = options.before.value_or(after + ".bak");
+    output.document().setFile(after);
     // What is named may be a pipe: the output of another command is compared as well.
     if (!options.before || options.ldif) {
         requirePlainFile(before, "nothing was compared");
