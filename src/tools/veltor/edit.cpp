@@ -149,6 +149,7 @@ void Editing::begin()
     output_.document().setFile(file_);
     leaveTheCLocale();
     backupFor(target_, options_);
+    requirePlainFile(file_, "nothing was written");
     if (const std::optional<Failure> failure = unreadableFile(file_)) {
         throw *failure;
     }

@@ -429,7 +429,8 @@ std::optional<Failure> unreadableFile(const std::string& file, const std::string
 {
     struct stat status = {};
     const bool missing = ::stat(file.c_str(), &status) != 0;
-    const int error = missing ? errno : openingError(file);
+    // A pipe that is opened and closed loses its writer.
+    const int error = missing ? errno : S_ISFIFO(status.st_mode) ? 0 : openingError(file);
     if (error == 0) {
         return std::nullopt;
     }

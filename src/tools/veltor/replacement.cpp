@@ -121,6 +121,7 @@ std::optional<WipedText> textInPlace(const std::string& file)
     if (!isThere(file)) {
         return std::nullopt;
     }
+    requirePlainFile(file, "nothing was written");
     return readConfiguration(file);
 }
 
