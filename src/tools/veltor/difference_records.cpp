@@ -231,7 +231,7 @@ private:
     // one that would read differently then.
     void requireLastLine() const
     {
-        const WipedText text = readConfiguration(before_.file(), "nothing was compared; name another file");
+        const WipedText text = readConfiguration(before_.file(), "nothing was compared");
         if (text.empty() || text.back() == '\n') {
             return;
         }
