@@ -390,20 +390,6 @@ TEST_F(Edit, UnknownNamesAreStoredOnRequest)
     EXPECT_EQ(again.status(), 0) << again.shown();
 }
 
-TEST_F(Edit, RenamedEntryKeepsWhatIsWrongWithItsSettings)
-{
-    const std::string text = replaced(original, "zor-slapdSetenv: API", "zor-slapdPrt: 1\nzor-slapdSetenv: API");
-    put(file_, text);
-    Conversation conversation(edit("sed -i 's/Front End/Front/' \"$1\""));
-    ASSERT_TRUE(conversation.answer(installPrompt, "y")) << conversation.shown();
-    EXPECT_EQ(conversation.status(), 0) << conversation.shown();
-    EXPECT_EQ(content(), replaced(replaced(text, "Front End", "Front"), "Front End", "Front"));
-
-    Conversation again(edit("sed -i 's/slapdPort/slapdPrt/' \"$1\""));
-    ASSERT_TRUE(again.answer(problemPrompt, "x")) << again.shown();
-    EXPECT_EQ(again.status(), 3) << again.shown();
-}
-
 TEST_F(Edit, WarningIsShownAndMayBeConfirmed)
 {
     Conversation conversation(edit("sed -i '12d' \"$1\""));

@@ -88,9 +88,8 @@ std::vector<Finding> findingsIn(const WipedText& text)
 
 std::vector<Finding> newFindings(std::vector<Finding> findings, const std::vector<Finding>& before)
 {
-    // What is wrong with a setting goes with it when its entry is renamed.
     const auto keyOf = [](const Finding& finding) {
-        return std::tuple(finding.kind, finding.attribute.empty() ? finding.dn : "", finding.attribute, finding.value);
+        return std::tuple(finding.kind, finding.dn, finding.attribute, finding.value);
     };
     std::map<decltype(keyOf(Finding())), std::size_t> known;
     for (const Finding& finding : before) {
