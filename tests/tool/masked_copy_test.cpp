@@ -173,17 +173,28 @@ TEST(MaskedCopy, RefusesAMaskThatStandsForNothingOrWouldShowItsSecret)
     }
 }
 
-TEST(MaskedCopy, MasksOfOtherSecretsStandForNothing)
+TEST(MaskedCopy, MasksOfATextWithOtherHiddenLinesStandForNothing)
 {
     const std::string text = "dn: cn=a\nzor-slapdAdminPW: >1a<\nzor-slapdPeerPW: >1b<\nzor-slapdPort: 1\n";
     const MaskedCopy kept(text);
-    // Another secret in front of the others would number them anew.
-    const MaskedCopy later(replaced(text, "cn=a\n", "cn=a\nzor-slapdMasterPW: >1c<\n"));
-    EXPECT_EQ(later.unmasked(kept.text()).refusals.size(), 2U);
-    // What is no secret may have changed.
-    const MaskedCopy same(replaced(text, "Port: 1", "Port: 2"));
-    EXPECT_EQ(textOf(same.unmasked(kept.text())), text);
-    EXPECT_TRUE(same.unmasked(kept.text()).refusals.empty());
+    // Another secret in front of the others would number them anew, and so would another entry with the same names.
+    for (const std::string& other : {replaced(text, "cn=a\n", "cn=a\nzor-slapdMasterPW: >1c<\n"),
+                                     replaced(text, "cn=a\n", "cn=b\n"), replaced(text, "AdminPW", "MasterPW")}) {
+        const Unmasked unmasked = MaskedCopy(other).unmasked(kept.text());
+        ASSERT_EQ(unmasked.refusals.size(), 2U) << other;
+        EXPECT_NE(unmasked.refusals.front().finding.find("other lines were hidden when it was made"),
+                  std::string::npos);
+    }
+    // A mask is the secret that stands there now.
+    const MaskedCopy later(replaced(replaced(text, ">1b<", ">1new<"), "Port: 1", "Port: 2"));
+    EXPECT_EQ(textOf(later.unmasked(kept.text())), replaced(text, ">1b<", ">1new<"));
+    EXPECT_TRUE(later.unmasked(kept.text()).refusals.empty());
+}
+
+TEST(MaskedCopy, MasksTellNothingOfTheSecrets)
+{
+    EXPECT_EQ(MaskedCopy("dn: cn=a\nzor-slapdSetenv: PIN=1\n").text(),
+              MaskedCopy("dn: cn=a\nzor-slapdSetenv: PIN=2\n").text());
 }
 
 TEST(MaskedCopy, LeavesStarsAloneThatAreNoMasks)

@@ -83,6 +83,20 @@ TEST(Secrets, StandInNamesWhereAColonWasMistyped)
     EXPECT_EQ(shownName("some words"), "some words");
 }
 
+TEST(Secrets, StandInDnsThatHaveTakenALineIntoThem)
+{
+    for (const char* const dn :
+         {"cn=a, cn=Configurationzor-slapdPeerPW: x", "cn=a zor-slapdPeerPW:x", "cn=azor-slapdSetenv: A=b",
+          "cn=b, cn=amy password: x", "cn=amypw:x", "cn=a, cn=bmy pw is: x"}) {
+        EXPECT_TRUE(veltor::tool::isSecretDn(dn)) << dn;
+    }
+    for (const char* const dn :
+         {"", "cn=Configuration", "cn=Password Policy, cn=a", "cn=pw, cn=a", "cn=ldap://pw1.example.com:389, cn=a",
+          "cn=a:b, cn=c", "cn=[2001:db8::1]:389, cn=passwords", "cn=a: b, cn=c"}) {
+        EXPECT_FALSE(veltor::tool::isSecretDn(dn)) << dn;
+    }
+}
+
 TEST(Secrets, AreNotQuotedInErrors)
 {
     EXPECT_EQ(quotedUnlessSecret("zor-slapdPort", "abc"), "\"abc\"");

@@ -72,8 +72,8 @@ std::vector<Finding> allFindingsOf(const std::string& file)
     findings.insert(findings.end(), inside.begin(), inside.end());
     if (countsOf(inside).errors == 0 && !hasAdministrator(Session(readingOf(file)).handle())) {
         findings.push_back({.kind = "no-administrator",
-                            .message = "nobody can bind as administrator: cn=Configuration needs zor-slapdAdminDN, "
-                                       "and zor-slapdAdminPW with a password that can be decoded"});
+                            .message = "nobody can bind as administrator: cn=Configuration needs an objectclass, "
+                                       "zor-slapdAdminDN, and zor-slapdAdminPW with a password that can be decoded"});
     }
     return findings;
 }

@@ -3,6 +3,7 @@
 #include "masked_copy.h"
 
 #include "masked_text.h"
+#include "names.h"
 #include "secrets.h"
 #include "text_diff.h"
 
@@ -19,28 +20,38 @@ std::string_view withoutEnd(std::string_view line)
     return line.substr(0, line.size() - lineEndOf(line).size());
 }
 
-/// What a hidden part begins with that was typed, or shown by another command, and is no secret of the file.
-bool beginsLikeMask(std::string_view hidden)
-{
-    hidden.remove_prefix(std::min(hidden.find_first_not_of(" \t"), hidden.size()));
-    return hidden.starts_with(secretMask);
-}
-
-/// Four digits that others than these secrets hardly have. So few of them tell nobody what the secrets are.
+/// Four digits that are made of what is shown of the lines with a secret, and of the DNs above them: a text in which
+/// other lines have one hardly has the same. They tell nothing of the secrets.
 std::string tagOf(const std::vector<std::string_view>& lines, const std::vector<std::size_t>& hiddenFrom)
 {
     std::uint64_t hash = 0xCBF29CE484222325U; // FNV-1a
-    const auto add = [&](char character) { hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3U; };
+    const auto add = [&](std::string_view text) {
+        for (const char character : text) {
+            hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3U;
+        }
+        hash = (hash ^ '\n') * 0x100000001B3U;
+    };
+    std::string_view dn;
     for (std::size_t index = 0; index < lines.size(); ++index) {
+        const std::string_view shown = lines[index].substr(0, std::min(hiddenFrom[index], lines[index].size()));
+        if (sameName(shown.substr(0, 3), "dn:")) {
+            dn = withoutEnd(shown);
+        }
         if (hiddenFrom[index] != nothingHidden) {
-            const std::string_view hidden = withoutEnd(lines[index]).substr(hiddenFrom[index]);
-            std::for_each(hidden.begin(), hidden.end(), add);
-            add('\n');
+            add(dn);
+            add(shown);
         }
     }
     char tag[5];
     std::snprintf(tag, sizeof tag, "%04x", static_cast<unsigned>((hash >> 32U ^ hash) & 0xFFFFU));
     return tag;
+}
+
+/// True for the mask of another text: numbered and tagged, with nothing behind it.
+bool isMaskOfAnother(std::string_view hidden)
+{
+    hidden.remove_prefix(std::min(hidden.find_first_not_of(" \t"), hidden.size()));
+    return isMask(hidden) && hidden.find('-') != std::string_view::npos;
 }
 
 } // namespace
@@ -106,8 +117,13 @@ Unmasked MaskedCopy::unmasked(std::string_view edited) const
             }
             ++next;
         } else if (hiddenFrom[index] != nothingHidden && beginsLikeMask(lines[index].substr(hiddenFrom[index]))) {
-            result.refusals.push_back({index + 1, "*** stands for no secret of the file: a mask stays as it was shown, "
-                                                  "with its number and nothing behind it"});
+            const std::string_view hidden = withoutEnd(lines[index]).substr(hiddenFrom[index]);
+            result.refusals.push_back(
+                {index + 1, isMaskOfAnother(hidden)
+                                ? "this mask stands for no secret of the file as it is now: other lines were "
+                                  "hidden when it was made; veltor edit shows those of today"
+                                : "*** stands for no secret of the file: a mask stays as it was shown, with "
+                                  "its number and nothing behind it"});
         }
     }
     return result;

@@ -30,7 +30,8 @@ struct Unmasked
 
 /// The masks are "*** (1-4f0a)", "*** (2-4f0a)" and so on, one for each line of the file with a secret, so that a line
 /// can be moved, copied or deleted, and its entry renamed, without a guess which secret is meant. What is behind the
-/// number is made of all the secrets: a text that was kept when they were others has masks that stand for nothing now.
+/// number is made of the names and DNs of these lines: a text that was kept when other lines were hidden has masks that
+/// stand for nothing now.
 class MaskedCopy
 {
 public:

@@ -11,6 +11,7 @@
 #include "text_diff.h"
 #include "whole_text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -53,20 +54,42 @@ void tellFindings(const Replacement& replacement, const std::string& from, Outpu
     output.document().set("findings", jsonOf(findings));
 }
 
-// What veltor edit has kept looks like a backup, and a mask would become a password.
-void requireNoMask(std::string_view text, const std::string& from, const std::string& file)
+/// The beginning of what is hidden of a line, with the lines that continue it.
+WipedText hiddenText(const std::vector<std::string_view>& lines, const std::vector<std::size_t>& hiddenFrom,
+                     std::size_t index)
+{
+    const auto withoutEnd = [](std::string_view line) { return line.substr(0, line.size() - lineEndOf(line).size()); };
+    constexpr std::size_t enough = 256;
+    WipedText text;
+    const std::string_view line = withoutEnd(lines[index]);
+    append(text, line.substr(std::min(hiddenFrom[index], line.size())));
+    while (++index < lines.size() && text.size() < enough &&
+           (lines[index].front() == ' ' || lines[index].front() == '\t')) {
+        append(text, withoutEnd(lines[index]).substr(1));
+    }
+    return text;
+}
+
+/// The first line, comments aside, that has a mask where a secret would be; 0 for none.
+std::size_t lineWithMask(std::string_view text)
 {
     const std::vector<std::string_view> lines = linesOf(text);
     const std::vector<std::size_t> hiddenFrom = hiddenParts(lines);
     for (std::size_t index = 0; index < lines.size(); ++index) {
-        const std::string_view line = lines[index].substr(0, lines[index].size() - lineEndOf(lines[index]).size());
-        if (line.starts_with('#') || hiddenFrom[index] > line.size() || !isMask(line.substr(hiddenFrom[index]))) {
-            continue;
+        const bool hidden = hiddenFrom[index] != nothingHidden && !lines[index].starts_with('#');
+        if (hidden && beginsLikeMask(view(hiddenText(lines, hiddenFrom, index)))) {
+            return index + 1;
         }
+    }
+    return 0;
+}
+
+// What veltor edit has kept looks like a backup, and a mask would become a password.
+void requireNoMask(std::string_view text, const std::string& from, const std::string& file)
+{
+    if (const std::size_t line = lineWithMask(text); line != 0) {
         throw Failure(
-            ExitCode::refused,
-            from + ':' + std::to_string(index + 1) + ": " + std::string(line.substr(hiddenFrom[index])) +
-                " stands for a hidden value and is none",
+            ExitCode::refused, from + ':' + std::to_string(line) + ": *** stands for a hidden value and is none",
             {"nothing was written; an edit goes on from a text that it has kept: " + commandToGoOnFrom(from, file)});
     }
 }

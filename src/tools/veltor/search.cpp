@@ -247,7 +247,7 @@ void appendHeading(WipedText& out, const SearchOptions& options, const Scope& sc
     for (const std::string& name : question.names) {
         requested += (requested.empty() ? "" : " ") + name;
     }
-    appendLdifComment(out, "base <" + options.base + "> with scope " + scope.name);
+    appendLdifComment(out, "base <" + std::string(shownDn(options.base)) + "> with scope " + scope.name);
     appendLdifComment(out, "filter: " + question.text.value_or("none"));
     appendLdifComment(out, "requesting: " + (requested.empty() ? "ALL" : requested));
     appendLdifComment(out, "");

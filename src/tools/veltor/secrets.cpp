@@ -46,6 +46,13 @@ bool looksLikePassword(std::string_view name)
                        [&](std::string_view word) { return contains(name, word); });
 }
 
+bool endsLikePassword(std::string_view name)
+{
+    return std::any_of(std::begin(secretWords), std::end(secretWords), [&](std::string_view word) {
+        return name.size() >= word.size() && sameName(name.substr(name.size() - word.size()), word);
+    });
+}
+
 bool isSecretType(const cfg_attr_type& type)
 {
     return type.syntax == passwordSyntax || sameName(type.name, environment);
@@ -122,7 +129,19 @@ bool isSecret(std::string_view attribute, std::string_view value)
 
 bool isSecretDn(std::string_view dn)
 {
-    return looksLikePassword(beforeLastColon(dn)) || namesSecret(dn);
+    if (namesSecret(dn)) {
+        return true;
+    }
+    // A DN may have the name of a host and its port in it: a line has a blank behind its colon, or such a word in
+    // front.
+    for (std::size_t colon = dn.find(':'); colon != std::string_view::npos; colon = dn.find(':', colon + 1)) {
+        const std::string_view before = dn.substr(0, colon);
+        const bool isLine = colon + 1 == dn.size() || dn[colon + 1] == ' ' || dn[colon + 1] == '\t';
+        if ((isLine && looksLikePassword(before)) || endsLikePassword(before)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool isPassword(std::string_view attribute)
@@ -159,6 +178,12 @@ bool isMask(std::string_view value)
         value.remove_prefix(piece->size());
     }
     return true;
+}
+
+bool beginsLikeMask(std::string_view hidden)
+{
+    hidden.remove_prefix(std::min(hidden.find_first_not_of(" \t("), hidden.size()));
+    return hidden.starts_with(secretMask);
 }
 
 bool isOneWord(std::string_view name)

@@ -24,6 +24,10 @@ std::string numberedMask(std::size_t number, std::string_view tag = "");
 /// applies back what was printed.
 bool isMask(std::string_view value);
 
+/// True for what was typed or shown in place of a secret, whatever stands behind it: the reader strips blanks and
+/// parentheses.
+bool beginsLikeMask(std::string_view hidden);
+
 /// True for values that are shown on request only: passwords, environment settings of the server, whatever looks like
 /// one under a name that the catalogue does not know or in a line that the load rejects, and a value in which the
 /// name of one stands before a colon.
