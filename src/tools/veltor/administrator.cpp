@@ -1,8 +1,7 @@
 // Looks for what a bind compares with, and does not bind.
 #include "administrator.h"
 
-#include "names.h"
-#include "results.h"
+#include "stored_tree.h"
 
 #include <string>
 #include <veltor/cfg.h>
@@ -21,13 +20,8 @@ bool hasAdministrator(void* handle)
         return false;
     }
     const auto hasText = [&](const std::string& name) {
-        for (const cfg_message* attribute = results.first()->children; attribute != nullptr;
-             attribute = attribute->next) {
-            if (sameName(attribute->text, name)) {
-                return attribute->children != nullptr && *attribute->children->text != '\0';
-            }
-        }
-        return false;
+        const StoredValues values = valuesOf(attributeOf(*results.first(), name));
+        return !values.empty() && !values.front().empty();
     };
     return hasText(dn) && hasText(password);
 }

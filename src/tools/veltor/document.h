@@ -32,7 +32,8 @@ public:
     void set(const char* name, nlohmann::ordered_json value);
     /// Adds a text that may hold a secret: it is wiped with the document.
     void setText(const char* name, std::string_view text);
-    /// Adds an entry to "entries": values as an array for each attribute, null once for all that are hidden.
+    /// Adds an entry to "entries": values as an array for each attribute, null once for all that are hidden, and
+    /// for a hidden DN.
     void addEntry(const cfg_message& entry, const EntryForm& form);
     /// Makes "entries" a member also when no entry is added.
     void beginEntries();
